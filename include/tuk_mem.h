@@ -1,0 +1,417 @@
+// tuk_mem.h - the memory library: process memory figures, out-of-memory handling and the
+// in-process heap profiler.
+//
+// The header is clean under C++17. Unless a function says otherwise it may be called from any
+// thread, at any time after the library is loaded. Failures are not returned as codes: queries
+// answer 0, false or an empty text, and diagnostics go to the debug channel (mem_msg_vdebug).
+// A broken internal invariant ends in err_report_internal_error, which does not return.
+#ifndef TUK_MEM_H
+#define TUK_MEM_H
+
+#include <atomic>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+#define TUK_MEM_API __attribute__((visibility("default")))
+#define TUK_MEM_PRINTF(format_index, first_argument) \
+  __attribute__((format(printf, format_index, first_argument)))
+
+// ---------------------------------------------------------------------------------------------
+// Start-up object
+// ---------------------------------------------------------------------------------------------
+
+/// Counts the modules of the process that use the library. The first instance constructed runs
+/// the start-up sequence (allocator discovery, critical section, thread wrapper, settings, spare
+/// memory, tracking), the last one destroyed runs the teardown, which writes the reports.
+/// The library holds one instance of its own, named "MEM"; a module that wants to be counted
+/// holds a static one with its own name. A name that begins with "MSG" marks the host's message
+/// module: once it is gone the tracker writes its debug lines to standard output.
+class TUK_MEM_API MEM_INITIALIZER {
+ public:
+  /// `name` is not copied: pass a string literal. No exception leaves; one thrown by the start-up
+  /// sequence (a malformed numeric setting, for instance) ends the process.
+  explicit MEM_INITIALIZER(const char* name) noexcept;
+  ~MEM_INITIALIZER() noexcept;
+  MEM_INITIALIZER(const MEM_INITIALIZER&) = delete;
+  MEM_INITIALIZER& operator=(const MEM_INITIALIZER&) = delete;
+
+  /// Number of live instances in the process.
+  static std::atomic<std::int64_t> s_init_counter;
+
+ private:
+  const char* m_name;
+};
+
+/// Reads the start-up settings ("debug_msg"). Start-up calls it; later calls do nothing.
+TUK_MEM_API void mem_read_korvane_ini_file();
+
+// ---------------------------------------------------------------------------------------------
+// Host callbacks
+// ---------------------------------------------------------------------------------------------
+// Each setter stores one function pointer without locking: install callbacks during the host's
+// own start-up, before threads that use them run. Null empties the slot again.
+
+using MEM_MESSAGE_CALLBACK = bool (*)(const char* module, const char* format, va_list args);
+
+/// Takes every debug message instead of standard output.
+TUK_MEM_API void mem_set_msg_local_vdebug_callback(MEM_MESSAGE_CALLBACK callback);
+/// Takes every information message instead of standard output.
+TUK_MEM_API void mem_set_msg_local_vinfo_callback(MEM_MESSAGE_CALLBACK callback);
+/// Answers mem_cfg_is_on.
+TUK_MEM_API void mem_set_cfg_is_on_callback(bool (*callback)(const char* name, bool default_value));
+/// Answers mem_cfg_get_value by filling the (empty) string.
+TUK_MEM_API void mem_set_cfg_get_value_callback(void (*callback)(const char* name,
+                                                                 std::string* out));
+/// Answers mem_cfg_get_int_value by storing into the integer, which holds 0 before.
+TUK_MEM_API void mem_set_cfg_get_int_value_callback(void (*callback)(const char* name, int* out,
+                                                                     int default_value));
+/// Runs a Tcl command of the host for mem_atcl_run_internal_tcl_cmd.
+TUK_MEM_API void mem_set_atcl_run_internal_tcl_cmd_callback(bool (*callback)(const char* command));
+/// Answers mem_gen_get_korvane_path.
+TUK_MEM_API void mem_set_gen_get_korvane_path_callback(std::string (*callback)());
+/// Answers mem_gen_get_db_dir_path_string.
+TUK_MEM_API void mem_set_gen_get_db_dir_path_string_callback(std::string (*callback)());
+/// Answers mem_gen_get_is_ui_process.
+TUK_MEM_API void mem_set_gen_get_is_ui_process_callback(bool (*callback)());
+/// Answers mem_gen_get_module_filename (the name the fast leak report prints).
+TUK_MEM_API void mem_set_gen_get_module_filename_callback(std::string (*callback)());
+/// Answers mem_gen_get_project_output_directory.
+TUK_MEM_API void mem_set_gen_get_project_output_directory_callback(const char* (*callback)());
+
+/// Runs `command` through the host; false when no callback is installed.
+TUK_MEM_API bool mem_atcl_run_internal_tcl_cmd(const char* command);
+/// The host's installation path; empty without a callback.
+TUK_MEM_API std::string mem_gen_get_korvane_path();
+/// The host's database directory; empty without a callback.
+TUK_MEM_API std::string mem_gen_get_db_dir_path_string();
+/// Whether this is the host's user-interface process; false without a callback.
+TUK_MEM_API bool mem_gen_get_is_ui_process();
+/// The file name of the process's main module; empty without a callback.
+TUK_MEM_API std::string mem_gen_get_module_filename();
+/// The project's output directory; never null, "" without a callback.
+TUK_MEM_API const char* mem_gen_get_project_output_directory();
+
+// ---------------------------------------------------------------------------------------------
+// Configuration lookups
+// ---------------------------------------------------------------------------------------------
+// A lookup asks the installed callback; without one it searches the process once for the host's
+// own function (cfg_dyn_is_on, cfg_dyn_get_int_value, cfg_dyn_get_value); without that it reads
+// the environment variable of the same name.
+
+/// A boolean setting. From the environment "on" and "1" are true, "off" and "0" false (any case);
+/// unset, empty or anything else gives `default_value`.
+TUK_MEM_API bool mem_cfg_is_on(const char* name, bool default_value);
+/// An integer setting. From the environment: leading decimal digits as strtol reads them. Without
+/// a callback `default_value` is deliberately never used: unset or empty gives 0.
+TUK_MEM_API int mem_cfg_get_int_value(const char* name, int default_value);
+/// A text setting; empty when it is not set. An exception of the callback passes on.
+TUK_MEM_API std::string mem_cfg_get_value(const char* name);
+/// An environment switch: off when unset, empty or exactly "0"; everything else is on,
+/// deliberately also "off", "no" and "00".
+TUK_MEM_API bool mem_env_is_on(const char* name);
+/// Always null; kept for the host's interface.
+TUK_MEM_API void* mem_get_cfg_handle();
+
+// ---------------------------------------------------------------------------------------------
+// Messages
+// ---------------------------------------------------------------------------------------------
+
+/// How debug text is wrapped when no callback takes it. Other values act as 0.
+enum MEM_IPC_MODE : std::int32_t {
+  MEM_IPC_MODE_NONE = 0,  ///< plain text
+  MEM_IPC_MODE_TCL = 1,   ///< a Tcl post-message command
+  MEM_IPC_MODE_JSON = 2   ///< a JSON message object
+};
+
+/// Sets the wrapping; the value is not checked.
+TUK_MEM_API void mem_set_ipc_mode(MEM_IPC_MODE mode);
+
+/// Writes an information message: to the callback, else to standard output as "module: text".
+/// Returns the callback's answer, else true.
+TUK_MEM_API bool mem_msg_local_vinfo(const char* module, const char* format, va_list args);
+/// Writes a debug message: to the callback, else to standard output when the setting "debug_msg"
+/// is on. The text goes into the Tcl and JSON wrappings unescaped.
+/// Returns the callback's answer, else true, also when nothing was printed.
+TUK_MEM_API bool mem_msg_local_vdebug(const char* module, const char* format, va_list args);
+/// mem_msg_local_vdebug with the module "MEM".
+TUK_MEM_API bool mem_msg_vdebug(const char* format, ...) TUK_MEM_PRINTF(1, 2);
+
+/// From now on the tracker prints its debug lines itself instead of sending them to the host.
+TUK_MEM_API void mem_tbb_tracking_notify_msg_shutting_down();
+
+/// The same for a scope. Nests; never clears what was set for good.
+class TUK_MEM_API MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT {
+ public:
+  MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT();
+  ~MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT();
+  MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT(const MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT&) = delete;
+  MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT& operator=(const MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT&) =
+      delete;
+
+ private:
+  bool m_was_clear;
+};
+
+/// Reports a fatal error to the host's err_report_fatal_error; texts beyond 499 characters are
+/// cut. A second error raised while the first is reported ends the process with status 255, a
+/// third aborts. Holds no lock while reporting.
+TUK_MEM_API void mem_internal_error(const char* file, int line, const char* format, ...)
+    TUK_MEM_PRINTF(3, 4);
+
+// ---------------------------------------------------------------------------------------------
+// Memory manager and statistics
+// ---------------------------------------------------------------------------------------------
+
+/// Bytes and blocks of live tracked allocations.
+struct MEM_BASE_STATS {
+  std::int64_t bytes;
+  std::int64_t count;
+};
+
+/// The three statistics records in one copy. Kept up to date under per-bin or fast leak tracking.
+struct MEM_STATS {
+  MEM_BASE_STATS global_current;
+  MEM_BASE_STATS global_peak;
+  MEM_BASE_STATS local_peak;
+};
+
+/// The process's memory manager as the host sees it; stateless.
+class TUK_MEM_API MEM_MANAGER {
+ public:
+  /// Creates the library's critical section, once per process. Start-up calls it.
+  void initialize();
+  /// Address of the one dummy segment; never null.
+  void* get_default_segment();
+  /// Does nothing; kept for the host's interface.
+  void check_memory_guards();
+  /// Usable bytes of a block of the C allocator, as malloc_usable_size reports them.
+  std::size_t msize(void* block);
+  /// Bytes currently held by live tracked allocations.
+  std::uint64_t current_total_memory() noexcept;
+  /// Highest value current_total_memory has reached.
+  std::uint64_t peak_total_memory() noexcept;
+};
+
+/// The one manager.
+extern TUK_MEM_API MEM_MANAGER mem_manager;
+
+/// Always true, for any pointer.
+TUK_MEM_API bool mem_is_allocated(void* block);
+/// Each word is read atomically; a record may mix values of two moments.
+TUK_MEM_API MEM_BASE_STATS mem_get_global_current() noexcept;
+/// The largest values the global current record has reached, each field on its own.
+TUK_MEM_API MEM_BASE_STATS mem_get_global_peak() noexcept;
+/// The largest values since the innermost local region was entered.
+TUK_MEM_API MEM_BASE_STATS mem_get_local_peak() noexcept;
+/// All three records.
+TUK_MEM_API MEM_STATS mem_get_stats() noexcept;
+/// Bytes of mem_get_global_current.
+TUK_MEM_API std::int64_t mem_get_current_bytes() noexcept;
+
+/// Opens a local region: from here on the local peak measures the largest use. Regions nest; keep
+/// the result and hand it to mem_exit_local_region.
+TUK_MEM_API MEM_BASE_STATS mem_enter_local_region() noexcept;
+/// Closes a region and returns its peak. The local peak becomes the larger of the region's peak
+/// and `saved`, the enclosing region's.
+TUK_MEM_API MEM_BASE_STATS mem_exit_local_region(const MEM_BASE_STATS& saved) noexcept;
+
+// ---------------------------------------------------------------------------------------------
+// Out of memory
+// ---------------------------------------------------------------------------------------------
+
+/// Gives the calling thread, and the process, a zeroed spare block of 4096 bytes each; nothing
+/// after an out-of-memory event was reported. Runs mem_out_of_memory when malloc fails.
+TUK_MEM_API void mem_allocate_spare_memory();
+/// Frees the calling thread's spare block and the process-wide one.
+TUK_MEM_API void mem_free_spare_memory();
+/// Frees the spare blocks, reports once (through the host's handler, else on standard error with
+/// the process's peak in decimal megabytes) and ends the process with status 1.
+[[noreturn]] TUK_MEM_API void mem_out_of_memory();
+/// mem_out_of_memory in the shape of a handler that returns an int.
+TUK_MEM_API int mem_microsoft_new_handler();
+/// Installs mem_out_of_memory as the new-handler of the runtime and of the allocator's malloc,
+/// and remembers the host's own handler (may be null).
+TUK_MEM_API void mem_set_out_of_memory_handler(void (*handler)());
+/// Forwards to the allocator's tc_set_new_mode; -1 when the allocator has none.
+TUK_MEM_API int mem_tc_set_new_mode(int mode);
+
+// ---------------------------------------------------------------------------------------------
+// Process and system memory
+// ---------------------------------------------------------------------------------------------
+// Every query opens, reads and closes a file below /proc. Results are bytes unless said
+// otherwise, and 0 when the file cannot be read. `pid` is a process id of this machine; the form
+// without one asks about the calling process.
+
+/// The system's page size in bytes.
+TUK_MEM_API std::uint64_t mem_getpagesize();
+/// Minor plus major page faults of this process (a count).
+TUK_MEM_API std::uint64_t mem_info_get_process_page_fault_count();
+/// Virtual size now.
+TUK_MEM_API std::uint64_t mem_info_get_process_current_virtual_used(unsigned long pid);
+TUK_MEM_API std::uint64_t mem_info_get_process_current_virtual_used();
+/// Resident size now.
+TUK_MEM_API std::uint64_t mem_info_get_process_current_working_set_size(unsigned long pid);
+TUK_MEM_API std::uint64_t mem_info_get_process_current_working_set_size();
+/// Largest resident size.
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_working_set_size(unsigned long pid);
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_working_set_size();
+/// Largest virtual size as the system keeps it.
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used_from_os(unsigned long pid);
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used_from_os();
+/// The same as the _from_os form.
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used(unsigned long pid);
+TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used();
+/// Swap in use on the machine: deliberately the same figure as the page-file query.
+TUK_MEM_API std::uint64_t mem_info_get_system_current_physical_in_use();
+/// Largest value the query above has ever returned in this process, the present included.
+TUK_MEM_API std::uint64_t mem_info_get_system_peak_physical_in_use();
+/// Swap in use on the machine.
+TUK_MEM_API std::uint64_t mem_info_get_system_current_page_file_in_use();
+/// Largest value the query above has ever returned in this process, the present included.
+TUK_MEM_API std::uint64_t mem_info_get_system_peak_page_file_in_use();
+
+// ---------------------------------------------------------------------------------------------
+// Fill patterns and allocation log (debugging aids of the hooked allocator)
+// ---------------------------------------------------------------------------------------------
+// Without the allocator's hook interface these do nothing.
+
+/// Fills every new block with the low 8 bits of `pattern`.
+TUK_MEM_API void mem_set_alloc_pattern(int pattern);
+/// Fills every block with the low 8 bits of `pattern` before it is released.
+TUK_MEM_API void mem_set_free_pattern(int pattern);
+/// Stops both.
+TUK_MEM_API void mem_disable_alloc_patterns();
+/// Switches the log of every allocation and release, "mem_allocations.log" in the current
+/// directory, on (truncating it the first time) or off (the file stays open).
+TUK_MEM_API void mem_set_print_allocations_callback_enabled(bool on);
+
+// ---------------------------------------------------------------------------------------------
+// Tracking: configuration
+// ---------------------------------------------------------------------------------------------
+
+/// What is tracked: a bit set.
+enum MEM_TRACKING_GRANULARITY : std::uint32_t {
+  MEM_TRACK_NONE = 0,
+  MEM_TRACK_PER_BIN = 1,              ///< global statistics and profile bins
+  MEM_TRACK_PER_BIN_DETAILED = 2,     ///< every block charged to its bin and tag
+  MEM_TRACK_PER_LIBRARY = 4,          ///< figures per module
+  MEM_TRACK_PER_FILELINE = 8,         ///< figures per allocation site
+  MEM_TRACK_LEAKS = 16,               ///< full leak report
+  MEM_TRACK_LEAKS_FAST = 32,          ///< two-line leak summary
+  MEM_TRACK_AUXILIARY_TIMELINE = 64,  ///< sampled process figures
+  MEM_TRACK_ALL = 95                  ///< everything but MEM_TRACK_LEAKS_FAST
+};
+
+constexpr MEM_TRACKING_GRANULARITY operator|(MEM_TRACKING_GRANULARITY a,
+                                             MEM_TRACKING_GRANULARITY b) noexcept {
+  return static_cast<MEM_TRACKING_GRANULARITY>(static_cast<std::uint32_t>(a) |
+                                               static_cast<std::uint32_t>(b));
+}
+constexpr MEM_TRACKING_GRANULARITY operator&(MEM_TRACKING_GRANULARITY a,
+                                             MEM_TRACKING_GRANULARITY b) noexcept {
+  return static_cast<MEM_TRACKING_GRANULARITY>(static_cast<std::uint32_t>(a) &
+                                               static_cast<std::uint32_t>(b));
+}
+constexpr MEM_TRACKING_GRANULARITY operator~(MEM_TRACKING_GRANULARITY a) noexcept {
+  return static_cast<MEM_TRACKING_GRANULARITY>(~static_cast<std::uint32_t>(a));
+}
+
+/// What the environment and the settings ask for. Also notes which reports were asked for.
+TUK_MEM_API MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env();
+/// Brings the tracker up, once per process; later calls do nothing. Throws std::invalid_argument
+/// or std::out_of_range on a malformed numeric setting and std::runtime_error when the tracker's
+/// memory pool cannot be created. Not for two threads at once.
+TUK_MEM_API void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity);
+/// Both of the above.
+TUK_MEM_API void mem_initialize_tbb_tracking_from_env();
+/// Brings the tracker up with MEM_TRACK_PER_BIN if it is not up yet, then switches summary bins.
+TUK_MEM_API void mem_set_tbb_memory_tracking_enabled(bool on);
+/// Whether summary bins are on.
+TUK_MEM_API bool mem_get_tbb_memory_tracking_enabled();
+/// Adds bits to what is tracked; from zero, installs the allocator hooks. Call after
+/// initialisation; without effect once tracking has been shut down.
+TUK_MEM_API void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits);
+/// Removes bits; at zero, removes the allocator hooks.
+TUK_MEM_API void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits);
+/// Whether every bit asked for is on (true for none).
+TUK_MEM_API bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits);
+/// Whether MEM_TRACK_PER_BIN is on.
+TUK_MEM_API bool mem_get_tbb_track_alloc_dealloc();
+/// Sets the tag in the names of the report files ("kvi" at first). Null, or a call before
+/// initialisation, is an internal error.
+TUK_MEM_API void mem_set_tbb_exe_string(char const* exe_string);
+/// The tag; "" before initialisation. Valid until the next mem_set_tbb_exe_string.
+TUK_MEM_API char const* mem_get_tbb_exe_string();
+
+/// Excludes the calling thread's allocations and releases from tracking. Returns whether they
+/// were excluded already; unblock only when this call answered false.
+extern "C" TUK_MEM_API bool mem_block_thread_tracking();
+/// Includes them again. Returns whether they were excluded.
+extern "C" TUK_MEM_API bool mem_unblock_thread_tracking();
+/// Whether the calling thread is excluded.
+extern "C" TUK_MEM_API bool mem_am_blocked();
+
+// ---------------------------------------------------------------------------------------------
+// Tracking: records and queries
+// ---------------------------------------------------------------------------------------------
+
+/// A symbolized code address. Zeroed before first use. Texts are cut to their buffers.
+struct MEM_ADDRESS_INFO {
+  void const* address;             ///< the code address described
+  std::int32_t line;               ///< source line, 0 when unknown
+  char module_name_buffer[65];     ///< file name without directory, "lib" and ".so..."
+  char file_name_buffer[257];      ///< source file path as the symbolizer reports it
+  char function_name_buffer[513];  ///< demangled function name
+  bool module_info_valid;          ///< the module fields have been filled
+  char const* module_path;         ///< path as the dynamic loader reports it; the loader's text
+  void* module_base;               ///< load address; null for a file without ".so" in its name
+  char const* symbol_name;         ///< nearest exported symbol; may be null
+  void* symbol_address;            ///< that symbol's address
+};
+
+/// The counters of a module; also the leading part of every allocation site's record.
+/// "Bytes" are the sizes the allocator gave, unless "requested" is said.
+struct MEMORY_TRACKER_BASE {
+  std::uint32_t current_blocks;               ///< live now; read as signed, for the catch-all
+  std::uint32_t max_blocks;                   ///< largest current_blocks
+  std::uint32_t peak_blocks;                  ///< current_blocks at the last recorded peak
+  std::uint64_t cumulative_blocks;            ///< ever allocated
+  std::int64_t current_bytes;                 ///< live now
+  std::int64_t max_bytes;                     ///< largest current_bytes
+  std::int64_t peak_bytes;                    ///< current_bytes at the last recorded peak
+  std::uint64_t cumulative_bytes;             ///< ever allocated
+  std::uint64_t cumulative_requested_bytes;   ///< ever asked for by the callers
+  std::uint64_t cumulative_mismatched_bytes;  ///< freed by another thread, blocks up to 8128 bytes
+};
+
+/// An allocation site.
+struct MEM_ADDRESS_TRACKER : MEMORY_TRACKER_BASE {
+  MEM_ADDRESS_INFO address_info;  ///< where; all zeros in the catch-all record
+  MEMORY_TRACKER_BASE* module;    ///< its module's record; null until first charged to one
+  bool filtered;                  ///< rejected by the frame filters: charges nothing
+};
+
+/// Copies the record of the site that allocated the live block at `block`; false when the block
+/// is not known. For null, copies the catch-all record. Internal error before initialisation.
+TUK_MEM_API bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out);
+/// Copies the record of the module `name`; false when there is none. Internal error before
+/// initialisation.
+TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_BASE& out);
+
+// ---------------------------------------------------------------------------------------------
+// Tracking: reports and shutdown
+// ---------------------------------------------------------------------------------------------
+
+/// Writes the report per allocation site, largest peak first; always true.
+TUK_MEM_API bool mem_dump_tbb_fileline_tracking(std::ostream& out);
+/// Writes the report per module, largest peak first; always true.
+TUK_MEM_API bool mem_dump_tbb_subsystem_tracking(std::ostream& out);
+/// Ends tracking for good and writes every report asked for into the current directory.
+TUK_MEM_API void mem_shutdown_tbb_tracking();
+/// Runs the shutdown and frees the tracker. Does nothing before initialisation.
+TUK_MEM_API void mem_cleanup_tbb_tracking();
+
+#endif  // TUK_MEM_H

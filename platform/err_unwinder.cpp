@@ -1,0 +1,142 @@
+#include "platform/err_unwinder.h"
+
+#define UNW_LOCAL_ONLY
+#include <dlfcn.h>
+#include <libunwind.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace {
+
+// The deepest walk is 50 frames behind 5 + 11 skipped ones; the rest is room for hosts that raise
+// the ignore depth.
+constexpr int most_frames = 256;
+
+// A walk is taken in capture's own frame, so that capture is always exactly one frame, and then
+// copied from beyond the skipped ones.
+struct WALK {
+  void* frames[most_frames];
+  int count = 0;
+
+  static int depth(int max_frames, int skip) {
+    return static_cast<int>(std::clamp(static_cast<long>(max_frames) + std::max(skip, 0), 0L,
+                                       static_cast<long>(most_frames)));
+  }
+
+  int copy_beyond(int skip, void const** buffer, int max_frames) const {
+    const int first = std::clamp(skip, 0, most_frames);
+    const int kept = std::clamp(count - first, 0, std::max(max_frames, 0));
+    std::copy_n(frames + first, kept, buffer);
+    return kept;
+  }
+};
+
+using C_LIBRARY_BACKTRACE = int (*)(void**, int);
+
+// libunwind exports a `backtrace` too; only a lookup in the C library's own handle is sure to
+// give the C library's.
+C_LIBRARY_BACKTRACE find_c_library_backtrace() {
+  void* c_library = dlopen("libc.so.6", RTLD_NOLOAD | RTLD_NOW);
+  return c_library == nullptr
+             ? nullptr
+             : reinterpret_cast<C_LIBRARY_BACKTRACE>(dlsym(c_library, "backtrace"));
+}
+
+C_LIBRARY_BACKTRACE c_library_backtrace = nullptr;
+std::atomic<ERR_UNWINDER_TESTER::REPORT> tester_report{nullptr};
+std::atomic<bool> fde_cache_enabled{false};
+
+class EH_FRAME_UNWINDER final : public ERR_UNWINDER {
+ public:
+  char const* name() const override { return "eh_frame_internal"; }
+
+  [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
+    WALK walk;
+    walk.count = unw_backtrace(walk.frames, WALK::depth(max_frames, skip));
+    return walk.copy_beyond(skip, buffer, max_frames);
+  }
+};
+
+class BACKTRACE_UNWINDER final : public ERR_UNWINDER {
+ public:
+  char const* name() const override { return "backtrace"; }
+
+  [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
+    WALK walk;
+    walk.count = c_library_backtrace(walk.frames, WALK::depth(max_frames, skip));
+    return walk.copy_beyond(skip, buffer, max_frames);
+  }
+};
+
+class TESTER_UNWINDER final : public ERR_UNWINDER {
+ public:
+  char const* name() const override { return "tester"; }
+
+  [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
+    WALK first;
+    WALK second;
+    first.count = unw_backtrace(first.frames, WALK::depth(max_frames, skip));
+    second.count = c_library_backtrace(second.frames, WALK::depth(max_frames, skip));
+    report_difference(first, second);
+    return first.copy_beyond(skip, buffer, max_frames);
+  }
+
+ private:
+  // Frame 0 differs always: the two calls have different return addresses inside capture.
+  static void report_difference(const WALK& first, const WALK& second) {
+    const int common = std::min(first.count, second.count);
+    int same = std::min(1, common);
+    while (same < common && first.frames[same] == second.frames[same]) ++same;
+    if (same == common && first.count == second.count) return;
+    if (auto* report = tester_report.load()) report(first.count, second.count, same);
+  }
+};
+
+void warm_up(ERR_UNWINDER& unwinder) {
+  void const* frames[most_frames];
+  unwinder.capture(frames, most_frames, 0, 0);
+}
+
+// Null when the C library has no backtrace.
+template <class UNWINDER>
+ERR_UNWINDER* warm_instance() {
+  // Never destroyed: allocations of other modules' destructors are still walked at exit.
+  static UNWINDER* const unwinder = [] {
+    static UNWINDER instance;
+    warm_up(instance);
+    return &instance;
+  }();
+  return unwinder;
+}
+
+template <class UNWINDER>
+ERR_UNWINDER* warm_c_library_instance() {
+  if (c_library_backtrace == nullptr) c_library_backtrace = find_c_library_backtrace();
+  return c_library_backtrace == nullptr ? nullptr : warm_instance<UNWINDER>();
+}
+
+struct UNWINDER_ROW {
+  char const* name;
+  ERR_UNWINDER* (*get)();
+};
+
+constexpr UNWINDER_ROW unwinders[] = {
+    {"eh_frame_internal", warm_instance<EH_FRAME_UNWINDER>},
+    {"backtrace", warm_c_library_instance<BACKTRACE_UNWINDER>},
+    {"tester", warm_c_library_instance<TESTER_UNWINDER>},
+};
+
+}  // namespace
+
+ERR_UNWINDER* ERR_UNWINDER::get_unwinder(char const* name) {
+  for (const UNWINDER_ROW& row : unwinders)
+    if (name != nullptr && std::strcmp(name, row.name) == 0) return row.get();
+  return nullptr;
+}
+
+void ERR__Unwind_Find_FDE_CACHE::enable(bool on) { fde_cache_enabled = on; }
+bool ERR__Unwind_Find_FDE_CACHE::is_enabled() { return fde_cache_enabled; }
+
+void ERR_UNWINDER_TESTER::set_report(REPORT report) { tester_report = report; }
