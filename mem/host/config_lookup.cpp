@@ -1,0 +1,75 @@
+// Settings: the host's callback, else the host's own function found by name, else the environment.
+#include <strings.h>
+
+#include <cstdlib>
+
+#include "mem/host/callbacks.h"
+#include "platform/thr_runtime.h"
+
+namespace {
+
+// Fills an empty slot with the host's function `name`, if the process has it. Searched at most
+// once per slot: a function that turns up later is only found through the setter.
+template <class CALLBACK>
+void search_once(CALLBACK& slot, bool& search_pending, const char* name) {
+  if (slot != nullptr || !search_pending) return;
+  search_pending = false;
+  slot = reinterpret_cast<CALLBACK>(thr_drl_find_function(nullptr, name));
+}
+
+constinit bool cfg_is_on_search_pending = true;
+constinit bool cfg_get_int_value_search_pending = true;
+constinit bool cfg_get_value_search_pending = true;
+
+const char* environment_value(const char* name) {
+  return name == nullptr ? nullptr : std::getenv(name);
+}
+
+bool is_any_of(const char* value, const char* word, const char* digit) {
+  return strcasecmp(value, word) == 0 || strcasecmp(value, digit) == 0;
+}
+
+}  // namespace
+
+bool mem_cfg_is_on(const char* name, bool default_value) {
+  search_once(mem_host_callbacks.cfg_is_on, cfg_is_on_search_pending, "cfg_dyn_is_on");
+  if (const auto callback = mem_host_callbacks.cfg_is_on) return callback(name, default_value);
+  const char* value = environment_value(name);
+  if (value == nullptr) return default_value;
+  if (is_any_of(value, "on", "1")) return true;
+  if (is_any_of(value, "off", "0")) return false;
+  return default_value;
+}
+
+int mem_cfg_get_int_value(const char* name, int default_value) {
+  search_once(mem_host_callbacks.cfg_get_int_value, cfg_get_int_value_search_pending,
+              "cfg_dyn_get_int_value");
+  int result = 0;
+  if (const auto callback = mem_host_callbacks.cfg_get_int_value) {
+    callback(name, &result, default_value);
+    return result;
+  }
+  const char* value = environment_value(name);
+  if (value != nullptr && *value != '\0')
+    result = static_cast<int>(std::strtol(value, nullptr, 10));
+  return result;
+}
+
+std::string mem_cfg_get_value(const char* name) {
+  search_once(mem_host_callbacks.cfg_get_value, cfg_get_value_search_pending, "cfg_dyn_get_value");
+  std::string result;
+  if (const auto callback = mem_host_callbacks.cfg_get_value) {
+    callback(name, &result);
+    return result;
+  }
+  if (const char* value = environment_value(name)) result = value;
+  return result;
+}
+
+bool mem_env_is_on(const char* name) {
+  const char* value = environment_value(name);
+  if (value == nullptr || *value == '\0') return false;
+  return value[0] != '0' || value[1] != '\0';
+}
+
+void* mem_get_cfg_handle() { return nullptr; }

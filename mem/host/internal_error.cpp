@@ -1,0 +1,54 @@
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+#include "include/tuk_mem.h"
+#include "mem/host/check.h"
+#include "mem/host/critical_section.h"
+#include "platform/err_report.h"
+#include "platform/thr_runtime.h"
+
+void mem_check_failed(const char* condition, const char* source, int line) {
+  err_report_internal_error(condition, "MEM", source, line);
+}
+
+namespace {
+
+constinit bool mem_internal_error_encountered = false;
+constinit bool mem_internal_error_during_internal_error = false;
+
+constexpr std::size_t message_size = 500;
+
+[[noreturn]] void end_after_nested_error(const char* file, int line, const char* message) {
+  if (mem_internal_error_during_internal_error) std::abort();
+  mem_internal_error_during_internal_error = true;
+  std::cout << "Internal Error: " << file << "(" << line << ")"
+            << ":" << message << std::endl;
+  if (mem_cfg_is_on("dont_catch_all_exceptions", false)) {
+    try {
+      thr_debug_break();
+    } catch (...) {  // the process ends either way
+    }
+  }
+  mem_critical_section.unlock_all();
+  std::exit(-1);
+}
+
+}  // namespace
+
+void mem_internal_error(const char* file, int line, const char* format, ...) {
+  mem_critical_section.lock();
+  char message[message_size];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(message, sizeof message, format, args);
+  va_end(args);
+
+  if (mem_internal_error_encountered) end_after_nested_error(file, line, message);
+  mem_internal_error_encountered = true;
+  // The report may allocate, print or call back into this library: no hold may be left.
+  mem_critical_section.unlock_all();
+  err_report_fatal_error(message, "MEM", file, line);
+  mem_critical_section.unlock();
+}

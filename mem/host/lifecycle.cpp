@@ -1,0 +1,5 @@
+#include "mem/host/lifecycle.h"
+
+constinit bool mem_dll_was_dynamically_loaded = false;
+constinit bool mem_exiting = false;
+constinit bool mem_pgo_debug = false;
