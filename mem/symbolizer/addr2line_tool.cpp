@@ -1,0 +1,49 @@
+#include "mem/symbolizer/addr2line_tool.h"
+
+#include <cstdio>
+
+#include "mem/host/message.h"
+
+MEM_ADDR2LINE_TOOL::MEM_ADDR2LINE_TOOL(char const* options, char const* module_path)
+    : m_module_path(module_path) {
+  MEM_BOOKKEEPING_STRING command("addr2line ");
+  command.append(options).append(" -e ").append(m_module_path);
+  THR_PIPE error = -1;
+  m_process = thr_process_create(command.c_str(), ".", &m_output, &error, &m_input, 0);
+  thr_process_close_pipe(error);
+  if (m_process <= 0)
+    mem_tracker_debug("unable to start addr2line for %s: its addresses stay unknown", module_path);
+}
+
+MEM_ADDR2LINE_TOOL::~MEM_ADDR2LINE_TOOL() { end_child(); }
+
+bool MEM_ADDR2LINE_TOOL::ask(std::uintptr_t file_address) {
+  char text[2 * sizeof file_address + 2];
+  const int length = std::snprintf(text, sizeof text, "%lx\n", file_address);
+  if (is_broken()) return false;
+  if (thr_process_write(m_input, text, static_cast<std::size_t>(length), nullptr)) return true;
+  give_up("takes no request");
+  return false;
+}
+
+bool MEM_ADDR2LINE_TOOL::read(char* buffer, std::size_t length, std::size_t& count) {
+  count = 0;
+  if (is_broken() || !thr_process_read(m_output, buffer, length, &count)) return false;
+  if (count == 0 && length > 0) give_up("has ended");
+  return true;
+}
+
+void MEM_ADDR2LINE_TOOL::give_up(char const* reason) {
+  mem_tracker_debug("addr2line for %s %s: new addresses of it stay unknown", m_module_path.c_str(),
+                    reason);
+  end_child();
+}
+
+void MEM_ADDR2LINE_TOOL::end_child() {
+  thr_process_close_pipe(m_output);
+  thr_process_close_pipe(m_input);
+  thr_process_terminate(m_process, THR_PROCESS_TERMINATE);
+  thr_process_wait(m_process, nullptr, 0);
+  m_output = m_input = -1;
+  m_process = -1;
+}

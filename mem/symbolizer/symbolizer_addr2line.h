@@ -1,0 +1,84 @@
+// The plain symbolizer: one addr2line child per module, one answer per address.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "mem/host/bookkeeping.h"
+#include "mem/host/static_spin_mutex.h"
+#include "mem/symbolizer/addr2line_tool.h"
+#include "mem/symbolizer/module_info.h"
+#include "mem/symbolizer/symbolizer.h"
+
+class MEM_SYMBOLIZER_ADDR2LINE final : public MEM_SYMBOLIZER {
+ public:
+  /// Built on first use, destroyed at process exit.
+  static MEM_SYMBOLIZER_ADDR2LINE* get_instance();
+
+  char const* get_name() const override { return "addr2line"; }
+  bool get_module_info(void const* address, MEM_ADDRESS_INFO& info) override;
+  bool get_source_and_function_info(void const* address, MEM_ADDRESS_INFO& info) override;
+  using MEM_SYMBOLIZER::get_source_and_function_info;
+
+  class IMPL {
+   public:
+    /// Parses "function, newline, location, newline" into the record. False when the tool did not
+    /// know the function.
+    static bool parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info);
+
+    class ADDR2LINE_HANDLE;
+    class CACHE;
+  };
+};
+
+/// A module with a tool of its own.
+class MEM_SYMBOLIZER_ADDR2LINE::IMPL::ADDR2LINE_HANDLE {
+ public:
+  explicit ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info);
+
+  const MEM_BOOKKEEPING_STRING& module_name() const { return m_module_name; }
+  const MEM_MODULE_FILE& file() const { return m_file; }
+
+  class IMPL {
+   public:
+    explicit IMPL(char const* module_path) : m_tool("-f -C", module_path) {}
+
+    /// Asks for an address of the module's file and stores the answer's two lines, terminated.
+    void get_data(unsigned long long address, char* buffer, unsigned long size);
+
+   private:
+    void drop_rest_of_answer(char* cursor, int newlines);
+
+    MEM_ADDR2LINE_TOOL m_tool;
+  };
+  IMPL& tool() const { return *m_impl; }
+
+ private:
+  std::shared_ptr<IMPL> m_impl;
+  MEM_BOOKKEEPING_STRING m_module_name;
+  MEM_MODULE_FILE m_file;
+};
+
+/// The running tools, most recently used last.
+class MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE {
+ public:
+  static CACHE singleton_instance;
+  static constexpr std::size_t most_tools = 32;
+
+  /// Asks the module's tool and stores its answer. Locks: one request is in flight per process.
+  void get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size);
+
+  /// The handle of the record's module, started when needed, at the expense of the least recently
+  /// used one beyond 32. Hold the cache's lock.
+  ADDR2LINE_HANDLE* get_handle(const MEM_ADDRESS_INFO& info);
+
+  /// Ends every tool. A later request starts one again.
+  void clear();
+
+ private:
+  using HANDLES = std::vector<ADDR2LINE_HANDLE, MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>>;
+
+  MEM_STATIC_SPIN_MUTEX m_lock;
+  HANDLES* m_handles = nullptr;
+};

@@ -1,0 +1,11 @@
+// Picking a symbolizer by name.
+#pragma once
+
+#include "mem/symbolizer/symbolizer.h"
+
+class MEM_SYMBOLIZER_FACTORY {
+ public:
+  /// "default" (also null), or the exact name of a symbolizer; null for any other name.
+  static MEM_SYMBOLIZER* get_symbolizer(char const* name);
+  static MEM_SYMBOLIZER* get_default_symbolizer();
+};
