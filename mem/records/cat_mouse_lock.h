@@ -1,0 +1,59 @@
+// The lock between ordinary accounting and those who must see all records at once.
+#pragma once
+
+#include <oneapi/tbb/spin_mutex.h>
+
+#include <cstdint>
+
+/// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak
+/// snapshot, a reset, the final reports) is alone inside. A cat that waits keeps new mice out, so
+/// a steady stream of allocations cannot starve it. Nobody sleeps: waiting is spinning with
+/// back-off. Not re-entrant: a mouse that tries to enter as a cat waits for itself forever.
+class CAT_MOUSE_LOCK_A {
+ public:
+  static constexpr int MOUSE = 0;
+  static constexpr int CAT = 1;
+
+  /// Enters. The letters are those of a semaphore the other way round, deliberately.
+  void V(int kind);
+  /// Leaves, as the kind entered with. Leaving as what one is not is an internal error.
+  void P(int kind);
+
+ private:
+  void enter_as_mouse();
+  void enter_as_cat();
+  std::int32_t cats_approaching();
+
+  std::int32_t cats = 0;
+  std::int32_t mice = 0;
+  std::int32_t catsApproaching = 0;
+  tbb::spin_mutex m_state_mutex;     // guards cats and mice
+  tbb::spin_mutex m_approach_mutex;  // guards catsApproaching
+};
+
+/// The tracker's one lock, null before initialisation. The object itself lives to the end of the
+/// process: a thread that was in a hook when tracking ended still enters and leaves it.
+extern CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker;
+
+/// Inside the tracker's lock for a scope.
+template <int KIND>
+class MEM_INSIDE_AS {
+ public:
+  MEM_INSIDE_AS() { mem_track_and_clear_exclusive_locker->V(KIND); }
+  MEM_INSIDE_AS(const MEM_INSIDE_AS&) = delete;
+  MEM_INSIDE_AS& operator=(const MEM_INSIDE_AS&) = delete;
+  ~MEM_INSIDE_AS() { mem_track_and_clear_exclusive_locker->P(KIND); }
+};
+
+using MEM_INSIDE_AS_MOUSE = MEM_INSIDE_AS<CAT_MOUSE_LOCK_A::MOUSE>;
+using MEM_INSIDE_AS_CAT = MEM_INSIDE_AS<CAT_MOUSE_LOCK_A::CAT>;
+
+/// A mouse steps out for a scope, so that nothing slow or blocking keeps a cat waiting. Once back,
+/// look at mem_tbb_tracking_ended before touching a record.
+class MEM_MOUSE_STEPPED_OUT {
+ public:
+  MEM_MOUSE_STEPPED_OUT() { mem_track_and_clear_exclusive_locker->P(CAT_MOUSE_LOCK_A::MOUSE); }
+  MEM_MOUSE_STEPPED_OUT(const MEM_MOUSE_STEPPED_OUT&) = delete;
+  MEM_MOUSE_STEPPED_OUT& operator=(const MEM_MOUSE_STEPPED_OUT&) = delete;
+  ~MEM_MOUSE_STEPPED_OUT() { mem_track_and_clear_exclusive_locker->V(CAT_MOUSE_LOCK_A::MOUSE); }
+};

@@ -1,0 +1,49 @@
+// Every live tracked block: which site allocated it, on which thread.
+#pragma once
+
+#include <oneapi/tbb/concurrent_hash_map.h>
+#define TBB_PREVIEW_MEMORY_POOL 1
+#include <oneapi/tbb/memory_pool.h>
+
+#include <thread>
+
+#include "include/tuk_mem.h"
+#include "mem/host/bookkeeping.h"
+
+/// Where a live block comes from. The thread is only noted under fileline tracking.
+struct MEM_BLOCK_ORIGIN {
+  MEM_ADDRESS_TRACKER* site = nullptr;
+  std::thread::id thread{};
+};
+
+/// Blocks are aligned to 16 bytes at least, and lie in runs: the low bits say nothing, and a
+/// multiplication spreads the others over the bits the map picks its bucket by.
+struct MEM_BLOCK_HASH {
+  static std::size_t hash(void const* block) {
+    const auto bits = reinterpret_cast<std::uintptr_t>(block) * 0x9E3779B97F4A7C15ULL;
+    return bits ^ (bits >> 32);
+  }
+  static bool equal(void const* a, void const* b) { return a == b; }
+};
+
+using MEM_ADDRESS_TRACKER_PTR_MAP_POOL = tbb::memory_pool<MEM_BOOKKEEPING_ALLOCATOR<char>>;
+using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
+    tbb::memory_pool_allocator<std::pair<void const* const, MEM_BLOCK_ORIGIN>>;
+using MEM_ADDRESS_TRACKER_PTR_MAP =
+    tbb::concurrent_hash_map<void const*, MEM_BLOCK_ORIGIN, MEM_BLOCK_HASH,
+                             MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR>;
+
+/// All three from initialisation to cleanup. The map locks by itself, bucket by bucket.
+extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;
+extern MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator;
+extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;
+
+/// Throws std::runtime_error("Can't create pool").
+void mem_create_live_block_map();
+void mem_free_live_block_map();
+
+/// Remembers a block. One that the pool has no room for stays unknown.
+void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread);
+
+/// Forgets a block and returns where it came from; no site when it was not known.
+MEM_BLOCK_ORIGIN mem_take_block(void const* block);

@@ -1,0 +1,32 @@
+#include "mem/records/module_map.h"
+
+#include <string_view>
+
+#include "mem/host/static_spin_mutex.h"
+
+constinit MEM_MODULE_TRACKER_MAP* mem_module_tracker_map = nullptr;
+
+namespace {
+constinit MEM_STATIC_SPIN_MUTEX module_tracker_lock_storage;
+constinit MEM_STATIC_SPIN_MUTEX module_timeline_lock_storage;
+}  // namespace
+constinit tbb::spin_mutex& mem_module_tracker_lock = module_tracker_lock_storage.mutex;
+constinit tbb::spin_mutex& mem_module_timeline_lock = module_timeline_lock_storage.mutex;
+
+namespace {
+
+[[gnu::noinline]] MEMORY_TRACKER_BASE& find_or_create(std::string_view name) {
+  const auto found = mem_module_tracker_map->find(name);
+  if (found != mem_module_tracker_map->end()) return found->second;
+  return (*mem_module_tracker_map)[MEM_BOOKKEEPING_STRING(name)];
+}
+
+}  // namespace
+
+MEMORY_TRACKER_BASE& mem_module_of(MEM_ADDRESS_TRACKER& site) {
+  if (site.module == nullptr) [[unlikely]] {
+    char const* name = site.address_info.module_name_buffer;
+    site.module = &find_or_create(*name == '\0' ? mem_other_module : name);
+  }
+  return *site.module;
+}

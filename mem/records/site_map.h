@@ -1,0 +1,29 @@
+// The records of all allocation sites, by code address.
+#pragma once
+
+#include <oneapi/tbb/spin_mutex.h>
+
+#include <functional>
+#include <unordered_map>
+
+#include "include/tuk_mem.h"
+#include "mem/host/bookkeeping.h"
+
+using MEM_ADDRESS_TRACKER_MAP = std::unordered_map<
+    void const*, MEM_ADDRESS_TRACKER, std::hash<void const*>, std::equal_to<void const*>,
+    MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, MEM_ADDRESS_TRACKER>>>;
+
+/// Every code address ever seen on a captured stack, also the filtered ones. The null address is
+/// the catch-all: what no site could be found for. Entries stay while tracking runs, so pointers
+/// to them stay valid. From initialisation to cleanup.
+extern MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map;
+
+/// Guards the site map and the records in it.
+extern tbb::spin_mutex& mem_trace_lock;
+
+/// The catch-all record, created when it is not there. Hold mem_trace_lock.
+MEM_ADDRESS_TRACKER& mem_catch_all_site();
+
+inline bool mem_is_catch_all(const MEM_ADDRESS_TRACKER& site) {
+  return site.address_info.address == nullptr;
+}
