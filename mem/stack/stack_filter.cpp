@@ -1,0 +1,100 @@
+#include "mem/stack/stack_filter.h"
+
+#include <string>
+#include <vector>
+
+#include "mem/host/check.h"
+#include "mem/host/message.h"
+#include "mem/records/cat_mouse_lock.h"
+#include "mem/records/site_map.h"
+#include "mem/settings/tuning.h"
+#include "mem/stack/frame_rules.h"
+#include "mem/state/tracker_state.h"
+#include "mem/symbolizer/symbolizer_factory.h"
+#include "mem/symbolizer/text_field.h"
+
+constinit MEM_SYMBOLIZER* mem_tbb_symbolizer = nullptr;
+constinit bool mem_want_tbb_filters_file = false;
+
+void mem_select_symbolizer(bool announce) {
+  std::string name = mem_cfg_get_value("mem_symbolizer");
+  if (name.empty()) name = "default";
+  mem_tbb_symbolizer = MEM_SYMBOLIZER_FACTORY::get_symbolizer(name.c_str());
+  if (mem_tbb_symbolizer == nullptr) {
+    mem_tbb_symbolizer = MEM_SYMBOLIZER_FACTORY::get_default_symbolizer();
+    mem_check(mem_tbb_symbolizer != nullptr, "mem_tbb_symbolizer");
+    mem_msg_vdebug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n",
+                   name.c_str(), mem_tbb_symbolizer->get_name());
+  }
+  if (announce) mem_msg_vdebug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
+}
+
+namespace {
+
+bool is_empty(char const* text) { return *text == '\0'; }
+
+// The main frame is of use with a function and a file; a missing file may be allowed.
+bool main_frame_is_usable(MEM_ADDRESS_INFO& info) {
+  if (mem_allow_no_fileline_info && is_empty(info.file_name_buffer))
+    mem_set_text_field(info.file_name_buffer, "Unknown");
+  return !is_empty(info.function_name_buffer) && !is_empty(info.file_name_buffer);
+}
+
+bool inlined_frame_is_kept(const MEM_ADDRESS_INFO& frame) {
+  return !is_empty(frame.function_name_buffer) && !is_empty(frame.file_name_buffer) &&
+         !mem_frame_is_rejected(frame);
+}
+
+// Whether the address stands for a requester; `info` then describes the frame that is kept.
+bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
+  mem_check(mem_tbb_symbolizer != nullptr, "symbolizer");
+  mem_tbb_symbolizer->get_module_info(address, info);
+  if (mem_module_is_rejected(info.module_name_buffer)) return false;
+  std::vector<MEM_ADDRESS_INFO> inlined;
+  mem_tbb_symbolizer->get_source_and_function_info(address, info, inlined);
+  if (main_frame_is_usable(info) && !mem_frame_is_rejected(info)) return true;
+  for (const MEM_ADDRESS_INFO& frame : inlined) {
+    if (!inlined_frame_is_kept(frame)) continue;
+    info = frame;
+    return true;
+  }
+  return false;
+}
+
+[[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER classify(void const* address) {
+  MEM_ADDRESS_TRACKER verdict{};
+  verdict.address_info.address = address;
+  verdict.filtered = !address_is_kept(address, verdict.address_info);
+  if (verdict.filtered) mem_want_tbb_filters_file = true;
+  return verdict;
+}
+
+// The record of an address that was unknown a moment ago. Another thread may have been faster:
+// the first insertion wins. Null when tracking has ended.
+[[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
+    void const* address, std::unique_lock<tbb::spin_mutex>& lock) {
+  lock.unlock();
+  MEM_ADDRESS_TRACKER verdict;
+  {
+    const MEM_MOUSE_STEPPED_OUT stepped_out;
+    verdict = classify(address);
+  }
+  lock.lock();
+  if (mem_tbb_tracking_ended) return nullptr;
+  return &mem_address_tracker_map->try_emplace(address, verdict).first->second;
+}
+
+}  // namespace
+
+MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
+                                            std::unique_lock<tbb::spin_mutex>& lock) {
+  mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
+  for (int frame = 0; frame < count; ++frame) {
+    const auto known = mem_address_tracker_map->find(frames[frame]);
+    MEM_ADDRESS_TRACKER* record = known != mem_address_tracker_map->end()
+                                      ? &known->second
+                                      : classify_and_insert(frames[frame], lock);
+    if (record == nullptr || !record->filtered) return record;
+  }
+  return &mem_catch_all_site();
+}
