@@ -1,0 +1,124 @@
+#include "mem/tracker/accounting.h"
+
+#include <mutex>
+
+#include "mem/host/message.h"
+#include "mem/manager/statistics.h"
+#include "mem/records/cat_mouse_lock.h"
+#include "mem/records/counters.h"
+#include "mem/records/live_blocks.h"
+#include "mem/records/module_map.h"
+#include "mem/records/site_map.h"
+#include "mem/settings/tuning.h"
+#include "mem/stack/stack_filter.h"
+#include "mem/stack/unwinder.h"
+#include "mem/state/granularity.h"
+#include "mem/state/totals.h"
+#include "mem/state/tracker_state.h"
+
+namespace {
+
+using TRACE_LOCK = std::unique_lock<tbb::spin_mutex>;
+
+// A larger block never counts as freed by the wrong thread: the allocator's thread caches, which
+// the figure is about, don't hold it.
+constexpr std::size_t largest_mismatched_block = 8128;
+
+// Timeline indexes between two debug lines.
+constexpr std::uint64_t reported_indexes = 8;
+
+// Counts an event; whether it is one that takes a sample.
+bool count_event() { return mem_snapshot_count.fetch_add(1) % mem_module_snapshot_delay == 0; }
+
+[[gnu::cold, gnu::noinline]] void advance_timeline_index(std::int64_t total) {
+  const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
+  if (index % reported_indexes == 0)
+    mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
+                      static_cast<unsigned long long>(index), static_cast<long long>(total));
+}
+
+void change_total(std::int64_t change, bool sample) {
+  const std::int64_t total = mem_current_bytes.fetch_add(change) + change;
+  if (sample) advance_timeline_index(total);
+}
+
+void charge_module(MEM_ADDRESS_TRACKER& site, std::size_t requested, std::size_t allocated) {
+  const std::lock_guard modules(mem_module_tracker_lock);
+  mem_charge_block(mem_module_of(site), requested, allocated);
+}
+
+void credit_module(MEM_ADDRESS_TRACKER& site, std::size_t allocated) {
+  const std::lock_guard modules(mem_module_tracker_lock);
+  mem_credit_block(mem_module_of(site), allocated);
+}
+
+bool is_mismatched(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
+                   std::size_t allocated) {
+  return (granularity & MEM_TRACK_PER_FILELINE) != 0 && allocated <= largest_mismatched_block &&
+         origin.thread != std::this_thread::get_id();
+}
+
+// A block nobody remembers (from before tracking, or of an untracked thread) is credited to the
+// catch-all site, whose current figures can fall below zero.
+MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
+                                 std::size_t allocated) {
+  const std::lock_guard trace(mem_trace_lock);
+  MEM_ADDRESS_TRACKER& site = origin.site != nullptr ? *origin.site : mem_catch_all_site();
+  if ((granularity & MEM_MASK_CHARGE_SITE) != 0) {
+    mem_credit_block(site, allocated);
+    if (origin.site != nullptr && is_mismatched(origin, granularity, allocated))
+      site.cumulative_mismatched_bytes += allocated;
+  }
+  return site;
+}
+
+}  // namespace
+
+// Both captures stand in this function itself, and nothing here may become a tail call or be
+// inlined into the hook: see the ignore depth.
+[[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
+                                       std::size_t allocated) {
+  const std::uint32_t granularity = mem_tracking_granularity;
+  const bool sample = count_event();
+  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+    void const* frames[mem_short_trace_depth] = {};
+    const int count =
+        mem_tbb_unwinder->capture(frames, mem_short_trace_depth, MEM_STACK_TRACE_IGNORE_DEPTH, 0);
+    const MEM_INSIDE_AS_MOUSE mouse;
+    if (mem_tbb_tracking_ended) return;
+    TRACE_LOCK trace(mem_trace_lock);
+    MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
+    if (count == mem_short_trace_depth && site != nullptr && mem_is_catch_all(*site)) {
+      trace.unlock();
+      void const* deep_frames[mem_deep_trace_depth] = {};
+      const int deep_count =
+          mem_tbb_unwinder->capture(deep_frames, mem_deep_trace_depth,
+                                    MEM_STACK_TRACE_IGNORE_DEPTH + mem_short_trace_depth, 0);
+      trace.lock();
+      site = mem_filter_stack_trace(deep_frames, deep_count, trace);
+    }
+    if (site == nullptr) return;
+    if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);
+    trace.unlock();
+    mem_remember_block(ptr, *site, (granularity & MEM_TRACK_PER_FILELINE) != 0);
+    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) charge_module(*site, requested, allocated);
+  }
+  const auto bytes = static_cast<std::int64_t>(allocated);
+  if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.add_block(bytes);
+  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(bytes, sample);
+}
+
+[[gnu::noinline]] void mem_track_dealloc(void const* ptr, std::size_t allocated) {
+  const std::uint32_t granularity = mem_tracking_granularity;
+  const bool sample = count_event();
+  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+    const MEM_INSIDE_AS_MOUSE mouse;
+    if (mem_tbb_tracking_ended) return;
+    const MEM_BLOCK_ORIGIN origin = mem_take_block(ptr);
+    MEM_ADDRESS_TRACKER& site = credit_site(origin, granularity, allocated);
+    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) credit_module(site, allocated);
+  }
+  const auto bytes = static_cast<std::int64_t>(allocated);
+  if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.remove_block(bytes);
+  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(-bytes, sample);
+}

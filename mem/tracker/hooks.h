@@ -1,0 +1,12 @@
+// What the allocator calls after every allocation and before every release.
+#pragma once
+
+#include <cstddef>
+
+/// Ignore blocks of other allocators. The work of a thread that is blocked or inside the tracker
+/// is counted in mem_profiler_stats only; everything else is accounted. No exception leaves.
+void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested);
+void mem_tcmalloc_tracker_delete_hook(void const* ptr);
+
+void mem_install_tracker_hooks();
+void mem_remove_tracker_hooks();
