@@ -1,0 +1,69 @@
+// The start-up object: once-per-process start-up and last-out teardown.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "include/tuk_mem.h"
+#include "mem/allocator/allocator_functions.h"
+#include "mem/host/critical_section.h"
+#include "mem/host/lifecycle.h"
+#include "mem/host/message.h"
+#include "mem/oom/thread_wrapper.h"
+
+constinit std::atomic<std::int64_t> MEM_INITIALIZER::s_init_counter{0};
+
+namespace {
+
+char const* lib_load_printing() { return std::getenv("MEM_PRINT_LIB_LOAD"); }
+
+void start_up() {
+  init_tcmalloc_functions();
+  mem_manager.initialize();
+  thr_thread_set_next_wrapper_func(mem_thread_wrapper, &mem_next_thread_wrapper);
+  mem_read_korvane_ini_file();
+  mem_allocate_spare_memory();
+  mem_initialize_tbb_tracking(mem_get_tracking_granularity_from_env());
+}
+
+// Leaves the critical section with its mutex gone and no hold.
+void destroy_critical_section() {
+  if (mem_exiting) return;
+  mem_exiting = true;
+  mem_critical_section.unlock();
+  mem_critical_section.destroy();
+  mem_exiting = false;
+}
+
+void tear_down() {
+  mem_cleanup_tbb_tracking();
+  mem_free_spare_memory();
+  destroy_critical_section();
+}
+
+void leave(char const* name, bool print) {
+  if (print) std::printf("Unloading: %s\n", name);
+  if (std::strncmp(name, "MSG", 3) == 0) mem_tbb_tracking_notify_msg_shutting_down();
+  if (--MEM_INITIALIZER::s_init_counter == 0) tear_down();
+}
+
+}  // namespace
+
+MEM_INITIALIZER::MEM_INITIALIZER(const char* name) noexcept : m_name(name) {
+  if (mem_dll_was_dynamically_loaded) return;
+  if (s_init_counter.fetch_add(1) == 0) start_up();
+  static char const* const print_lib_load = lib_load_printing();
+  if (print_lib_load != nullptr) std::printf("Loading: %s\n", name);
+}
+
+MEM_INITIALIZER::~MEM_INITIALIZER() noexcept {
+  if (mem_dll_was_dynamically_loaded) return;
+  // Read again: a switch set after loading still prints the unloading.
+  static char const* const print_lib_load = lib_load_printing();
+  mem_critical_section.lock();
+  try {
+    leave(m_name, print_lib_load != nullptr);
+  } catch (...) {
+    return;  // the rest of the teardown is skipped
+  }
+  mem_critical_section.unlock();
+}

@@ -1,0 +1,58 @@
+// The library's static initialisation. Everything that needs a constructor to run at load is
+// here, in the order in which it has to run; destructors run the other way round. All other
+// process-wide objects are constant-initialised and ready before the first of these.
+#include <boost/exception_ptr.hpp>
+#include <ios>
+
+#include "include/tuk_mem.h"
+#include "mem/manager/statistics.h"
+#include "mem/records/module_map.h"
+#include "mem/records/site_map.h"
+#include "mem/state/granularity.h"
+#include "mem/state/totals.h"
+#include "mem/symbolizer/symbolizer_addr2line.h"
+
+namespace {
+
+// 1. The standard streams: start-up prints, and the teardown writes reports.
+const std::ios_base::Init standard_streams;
+
+// 2. Start-up. Destroyed after everything below: the teardown is the last thing to happen.
+const MEM_INITIALIZER mem_initializer("MEM");
+
+// 3. The exception objects with which Boost passes on bad_alloc and bad_exception, prepared
+//    while there is memory.
+const boost::exception_ptr prepared_exceptions[] = {
+    boost::exception_detail::exception_ptr_static_exception_object<
+        boost::exception_detail::bad_alloc_>::e,
+    boost::exception_detail::exception_ptr_static_exception_object<
+        boost::exception_detail::bad_exception_>::e,
+};
+
+// 4. The tracker's locks and counters. They are ready since load, and start-up may have installed
+//    the hooks by now: a lock is brought to its unlocked state by waiting for whoever holds it.
+struct RESET_TRACKER {
+  RESET_TRACKER() {
+    for (tbb::spin_mutex* lock : {&mem_trace_lock, &mem_module_tracker_lock, &mem_granularity_lock,
+                                  &mem_module_timeline_lock}) {
+      lock->lock();
+      lock->unlock();
+    }
+    mem_pbin_stats.reset();
+    mem_reset_totals();
+  }
+};
+const RESET_TRACKER reset_tracker;
+
+// 5. The symbolizer cache, emptied now and before the teardown writes the reports.
+struct SYMBOLIZER_TOOLS {
+  SYMBOLIZER_TOOLS() { end_all(); }
+  SYMBOLIZER_TOOLS(const SYMBOLIZER_TOOLS&) = delete;
+  SYMBOLIZER_TOOLS& operator=(const SYMBOLIZER_TOOLS&) = delete;
+  ~SYMBOLIZER_TOOLS() { end_all(); }
+
+  static void end_all() { MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear(); }
+};
+const SYMBOLIZER_TOOLS symbolizer_tools;
+
+}  // namespace
