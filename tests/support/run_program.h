@@ -1,0 +1,40 @@
+// Running a program of the tests as a user would: in a directory of its own, with the environment
+// that the test gives it and nothing that would profile it otherwise.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+/// How to run a program. The environment is the test's own without every variable that starts with
+/// "KORVANE_MEM_", "MEM_" or "mem_", plus `environment`.
+struct PROGRAM {
+  std::string path;
+  std::vector<std::string> arguments{};
+  std::map<std::string, std::string> environment{};
+  std::vector<std::string> preload{};
+  std::string shell_prefix{};  ///< run in the same shell before the program: "ulimit -v 500000;"
+};
+
+/// What a run left behind. Its directory goes with it.
+class RUN {
+ public:
+  explicit RUN(const PROGRAM& program);
+  RUN(const RUN&) = delete;
+  RUN& operator=(const RUN&) = delete;
+  ~RUN();
+
+  int status() const { return m_status; }  ///< exit status, or 128 + the signal it died of
+  const std::string& out() const { return m_out; }
+  const std::string& err() const { return m_err; }
+  bool has_file(const std::string& name) const;
+  std::string file(const std::string& name) const;  ///< "" when there is none
+  std::vector<std::string> file_names() const;
+
+ private:
+  std::filesystem::path m_directory;
+  int m_status = -1;
+  std::string m_out;
+  std::string m_err;
+};
