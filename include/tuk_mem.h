@@ -409,7 +409,8 @@ TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_
 TUK_MEM_API bool mem_dump_tbb_fileline_tracking(std::ostream& out);
 /// Writes the report per module, largest peak first; always true.
 TUK_MEM_API bool mem_dump_tbb_subsystem_tracking(std::ostream& out);
-/// Ends tracking for good and writes every report asked for into the current directory.
+/// Ends tracking for good and writes every report asked for into the current directory. Does
+/// nothing before initialisation and the second time.
 TUK_MEM_API void mem_shutdown_tbb_tracking();
 /// Runs the shutdown and frees the tracker. Does nothing before initialisation.
 TUK_MEM_API void mem_cleanup_tbb_tracking();
