@@ -27,7 +27,7 @@ REPORT::REPORT(const std::string& text, std::size_t header_line) {
   const std::vector<std::string> lines = split(text, '\n');
   if (lines.size() <= header_line) throw std::out_of_range("no report: \"" + text + "\"");
   m_title = lines[0];
-  m_header = split(lines[header_line], '\t');
+  m_header = std::make_shared<const std::vector<std::string>>(split(lines[header_line], '\t'));
   for (std::size_t line = header_line + 1; line < lines.size(); ++line) {
     if (lines[line].starts_with("Time spent dumping:")) {
       m_timing = lines[line];

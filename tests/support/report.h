@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,25 +12,23 @@ class REPORT {
   /// A row: its cells by column title.
   class ROW {
    public:
-    ROW(const std::vector<std::string>& header, std::vector<std::string> cells)
-        : m_header(&header), m_cells(std::move(cells)) {}
+    ROW(std::shared_ptr<const std::vector<std::string>> header, std::vector<std::string> cells)
+        : m_header(std::move(header)), m_cells(std::move(cells)) {}
     /// Throws std::out_of_range, naming the column, when there is none or the row is too short.
     const std::string& text(const std::string& column) const;
     std::int64_t number(const std::string& column) const;
     std::size_t cells() const { return m_cells.size(); }
 
    private:
-    const std::vector<std::string>* m_header;
+    std::shared_ptr<const std::vector<std::string>> m_header;
     std::vector<std::string> m_cells;
   };
 
   /// `header_line` counts from 0; rows end at the timing line or the end of the text.
   explicit REPORT(const std::string& text, std::size_t header_line = 2);
-  REPORT(const REPORT&) = delete;
-  REPORT& operator=(const REPORT&) = delete;
 
   const std::string& title() const { return m_title; }
-  const std::vector<std::string>& header() const { return m_header; }
+  const std::vector<std::string>& header() const { return *m_header; }
   const std::vector<ROW>& rows() const { return m_rows; }
   const std::string& timing() const { return m_timing; }
 
@@ -42,7 +41,7 @@ class REPORT {
 
  private:
   std::string m_title;
-  std::vector<std::string> m_header;
+  std::shared_ptr<const std::vector<std::string>> m_header;
   std::vector<ROW> m_rows;
   std::string m_timing;
 };

@@ -1,0 +1,30 @@
+// Running a program of the tests under the real allocator and the library, and comparing its
+// reports with the books that it printed itself.
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+
+#include "tests/support/report.h"
+#include "tests/support/run_program.h"
+
+using ENVIRONMENT = std::map<std::string, std::string>;
+
+/// A program below programs/, with the allocator preloaded and `environment` set.
+inline PROGRAM tracked(const std::string& name, ENVIRONMENT environment = {}) {
+  return {.path = std::string(PROGRAMS_DIRECTORY) + "/" + name,
+          .environment = std::move(environment),
+          .preload = {TCMALLOC_LIBRARY}};
+}
+
+/// File name without directory and line, as "name:line".
+std::string place(const std::string& file, const std::string& line);
+
+/// A program's books as it printed them: per place, per column of the fileline report.
+using BOOKS = std::map<std::string, std::map<std::string, std::int64_t>>;
+BOOKS books_of(const RUN& run);
+
+/// Expects the report's rows of every place in the books to sum up to the books' figures, the
+/// maxima too where one address stands for the place.
+void expect_books(const REPORT& fileline, const BOOKS& books);
