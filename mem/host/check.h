@@ -6,6 +6,8 @@ namespace MEM_SOURCE {
 inline constexpr const char* tracker = "mem/mem_tbb_tracker";
 inline constexpr const char* profile_bins = "mem/mem_tbb_tracker_profile_bins";
 inline constexpr const char* addr2line = "mem/mem_tbb_tracker_symbolizer_addr2line";
+inline constexpr const char* addr2line_inlining =
+    "mem/mem_tbb_tracker_symbolizer_addr2line_inlining";
 }  // namespace MEM_SOURCE
 
 [[noreturn, gnu::cold]] void mem_check_failed(const char* condition, const char* source, int line);

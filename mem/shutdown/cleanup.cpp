@@ -7,7 +7,7 @@
 #include "mem/records/site_map.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/tracker_state.h"
-#include "mem/symbolizer/symbolizer_addr2line.h"
+#include "mem/symbolizer/symbolizer_factory.h"
 
 // The cat-and-mouse lock stays: a thread caught in a hook still enters it, finds that tracking
 // has ended and leaves without touching what is freed here.
@@ -19,6 +19,6 @@ void mem_cleanup_tbb_tracking() {
   delete std::exchange(mem_address_tracker_map, nullptr);
   delete std::exchange(mem_module_tracker_map, nullptr);
   // Allocations of other modules' destructors may have started tools since the exit began.
-  MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear();
+  MEM_SYMBOLIZER_FACTORY::end_all_tools();
   delete std::exchange(mem_tbb_exe_string, nullptr);
 }

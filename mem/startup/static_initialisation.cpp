@@ -10,7 +10,7 @@
 #include "mem/records/site_map.h"
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
-#include "mem/symbolizer/symbolizer_addr2line.h"
+#include "mem/symbolizer/symbolizer_factory.h"
 
 namespace {
 
@@ -44,14 +44,12 @@ struct RESET_TRACKER {
 };
 const RESET_TRACKER reset_tracker;
 
-// 5. The symbolizer cache, emptied now and before the teardown writes the reports.
+// 5. The symbolizer caches, emptied now and before the teardown writes the reports.
 struct SYMBOLIZER_TOOLS {
-  SYMBOLIZER_TOOLS() { end_all(); }
+  SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
   SYMBOLIZER_TOOLS(const SYMBOLIZER_TOOLS&) = delete;
   SYMBOLIZER_TOOLS& operator=(const SYMBOLIZER_TOOLS&) = delete;
-  ~SYMBOLIZER_TOOLS() { end_all(); }
-
-  static void end_all() { MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear(); }
+  ~SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
 };
 const SYMBOLIZER_TOOLS symbolizer_tools;
 

@@ -28,6 +28,11 @@ class MEM_ADDR2LINE_TOOL {
   /// the child's output breaks the tool and gives 0 bytes.
   bool read(char* buffer, std::size_t length, std::size_t& count);
 
+  /// Waits up to `usecs` microseconds, not at all for 0 or less, until there is something to read;
+  /// the end of the child's output is. As select answers: 1 when there is, 0 when there is not,
+  /// negative when that can't be told, as of a broken tool. A signal does not shorten the wait.
+  int wait_for_output(int usecs) const;
+
  private:
   void give_up(char const* reason);
   void end_child();

@@ -88,14 +88,13 @@ bool mem_get_module_info(void const* address, MEM_ADDRESS_INFO& info) {
   return true;
 }
 
-MEM_MODULE_FILE MEM_MODULE_FILE::read(const MEM_ADDRESS_INFO& info) {
+MEM_MODULE_FILE MEM_MODULE_FILE::read(const MEM_ADDRESS_INFO& info, char const* source) {
   Elf64_Ehdr ehdr;
   const int fd = open(info.module_path, O_RDONLY | O_CLOEXEC);
-  mem_check(fd >= 0, "fd >= 0", MEM_SOURCE::addr2line);
+  mem_check(fd >= 0, "fd >= 0", source);
   const ssize_t nread = ::read(fd, &ehdr, sizeof ehdr);
   close(fd);
-  mem_check(sizeof ehdr == static_cast<std::size_t>(nread), "sizeof ( ehdr ) == nread",
-            MEM_SOURCE::addr2line);
+  mem_check(sizeof ehdr == static_cast<std::size_t>(nread), "sizeof ( ehdr ) == nread", source);
   MEM_MODULE_FILE file{ehdr.e_type, 0};
   if (file.e_type == ET_DYN && info.module_base == nullptr)
     if (const link_map* object = loaded_object(info.address)) file.loader_base = object->l_addr;

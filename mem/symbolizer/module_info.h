@@ -15,9 +15,9 @@ struct MEM_MODULE_FILE {
   int e_type;                  ///< ELF object type; 3 is a shared object or a PIE
   std::uintptr_t loader_base;  ///< where the loader put it; only kept for type 3 without a base
 
-  /// Reads the type from the file at info.module_path. Internal error when the file cannot be
-  /// read. Takes none of the loader's locks.
-  static MEM_MODULE_FILE read(const MEM_ADDRESS_INFO& info);
+  /// Reads the type from the file at info.module_path. Internal error of `source` when the file
+  /// cannot be read. Takes none of the loader's locks.
+  static MEM_MODULE_FILE read(const MEM_ADDRESS_INFO& info, char const* source);
 
   /// The address inside the file for a run-time address of the module.
   std::uintptr_t file_address(const MEM_ADDRESS_INFO& info) const;

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "mem/host/check.h"
+#include "mem/symbolizer/recently_used.h"
 #include "mem/symbolizer/text_field.h"
 
 using IMPL = MEM_SYMBOLIZER_ADDR2LINE::IMPL;
@@ -65,16 +66,15 @@ ADDR2LINE_HANDLE* IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
     m_handles = new HANDLES;
     m_handles->reserve(most_tools);
   }
-  const auto found = std::find_if(m_handles->rbegin(), m_handles->rend(), [&](auto& handle) {
+  const bool runs = mem_move_latest_to_back(*m_handles, [&](const ADDR2LINE_HANDLE& handle) {
     return handle.module_name() == info.module_name_buffer;
   });
-  if (found != m_handles->rend()) {
-    std::rotate(found.base() - 1, found.base(), m_handles->end());
-  } else if (m_handles->size() < most_tools) {
-    m_handles->emplace_back(info);
+  if (runs) return &m_handles->back();
+  ADDR2LINE_HANDLE fresh(info);
+  if (m_handles->size() < most_tools) {
+    m_handles->push_back(std::move(fresh));
   } else {
-    ADDR2LINE_HANDLE fresh(info);
-    std::rotate(m_handles->begin(), m_handles->begin() + 1, m_handles->end());
+    mem_move_to_back(*m_handles, m_handles->begin());
     m_handles->back() = std::move(fresh);
   }
   return &m_handles->back();
@@ -88,7 +88,7 @@ void IMPL::CACHE::clear() {
 ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info)
     : m_impl(std::allocate_shared<IMPL>(MEM_BOOKKEEPING_ALLOCATOR<IMPL>(), info.module_path)),
       m_module_name(info.module_name_buffer),
-      m_file(MEM_MODULE_FILE::read(info)) {}
+      m_file(MEM_MODULE_FILE::read(info, MEM_SOURCE::addr2line)) {}
 
 void ADDR2LINE_HANDLE::IMPL::get_data(unsigned long long address, char* buffer,
                                       unsigned long size) {

@@ -1,15 +1,42 @@
 #include "mem/symbolizer/symbolizer_factory.h"
 
-#include <cstring>
+#include <string_view>
 
 #include "mem/symbolizer/symbolizer_addr2line.h"
+#include "mem/symbolizer/symbolizer_addr2line_inlining.h"
+
+namespace {
+
+template <class SYMBOLIZER>
+MEM_SYMBOLIZER* instance_of() {
+  return SYMBOLIZER::get_instance();
+}
+
+struct SYMBOLIZER_ROW {
+  std::string_view name;
+  MEM_SYMBOLIZER* (*get_instance)();
+};
+
+constexpr SYMBOLIZER_ROW symbolizers[] = {
+    {"default", instance_of<MEM_SYMBOLIZER_ADDR2LINE_INLINING>},
+    {"addr2line", instance_of<MEM_SYMBOLIZER_ADDR2LINE>},
+    {"addr2line_inlining", instance_of<MEM_SYMBOLIZER_ADDR2LINE_INLINING>},
+};
+
+}  // namespace
 
 MEM_SYMBOLIZER* MEM_SYMBOLIZER_FACTORY::get_symbolizer(char const* name) {
-  if (name == nullptr || std::strcmp(name, "default") == 0) return get_default_symbolizer();
-  if (std::strcmp(name, "addr2line") == 0) return MEM_SYMBOLIZER_ADDR2LINE::get_instance();
+  if (name == nullptr) return get_default_symbolizer();
+  for (const SYMBOLIZER_ROW& row : symbolizers)
+    if (row.name == name) return row.get_instance();
   return nullptr;
 }
 
 MEM_SYMBOLIZER* MEM_SYMBOLIZER_FACTORY::get_default_symbolizer() {
-  return MEM_SYMBOLIZER_ADDR2LINE::get_instance();
+  return get_symbolizer("default");
+}
+
+void MEM_SYMBOLIZER_FACTORY::end_all_tools() {
+  MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear();
+  MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.clear();
 }

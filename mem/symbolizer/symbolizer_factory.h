@@ -8,4 +8,7 @@ class MEM_SYMBOLIZER_FACTORY {
   /// "default" (also null), or the exact name of a symbolizer; null for any other name.
   static MEM_SYMBOLIZER* get_symbolizer(char const* name);
   static MEM_SYMBOLIZER* get_default_symbolizer();
+
+  /// Ends the tools of every symbolizer. A later request starts one again.
+  static void end_all_tools();
 };

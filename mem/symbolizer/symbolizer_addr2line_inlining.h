@@ -1,0 +1,95 @@
+// The default symbolizer: every frame inlined at an address, and different tools at the same time.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "mem/host/bookkeeping.h"
+#include "mem/host/static_spin_mutex.h"
+#include "mem/symbolizer/addr2line_tool.h"
+#include "mem/symbolizer/module_info.h"
+#include "mem/symbolizer/symbolizer.h"
+
+/// Nothing tells how many lines an answer has: what comes within
+/// "mem_symbolizer_addr2line_usecs" microseconds after a piece still belongs to it. The setting is
+/// read with the first address; with neither a host callback nor a variable it is 0, and the
+/// answer is then what the tool has written by the time a piece ends in a line end.
+class MEM_SYMBOLIZER_ADDR2LINE_INLINING final : public MEM_SYMBOLIZER {
+ public:
+  /// Built on first use, destroyed at process exit.
+  static MEM_SYMBOLIZER_ADDR2LINE_INLINING* get_instance();
+
+  char const* get_name() const override { return "addr2line_inlining"; }
+  bool get_module_info(void const* address, MEM_ADDRESS_INFO& info) override;
+  bool get_source_and_function_info(void const* address, MEM_ADDRESS_INFO& info) override;
+  /// `address` is a return address: the frames described are those of the call before it.
+  bool get_source_and_function_info(void const* address, MEM_ADDRESS_INFO& info,
+                                    std::vector<MEM_ADDRESS_INFO>& inlined) override;
+
+  class IMPL {
+   public:
+    /// Parses pairs of a function and a location line, innermost first: the first pair into
+    /// `info`, each further one that has both a function and a file into `inlined`, as a copy of
+    /// `info` with these. Always true; what the tool did not know stays empty.
+    static bool parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info,
+                                       std::vector<MEM_ADDRESS_INFO>& inlined);
+
+    class ADDR2LINE_HANDLE;
+    class CACHE;
+  };
+};
+
+/// A module with a tool of its own. A tool that can't be started is an internal error; one whose
+/// child ends later leaves its addresses unknown.
+class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::ADDR2LINE_HANDLE {
+ public:
+  explicit ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info);
+
+  const MEM_BOOKKEEPING_STRING& module_name() const { return m_module_name; }
+  const MEM_MODULE_FILE& file() const { return m_file; }
+  /// Hold it for an exchange with the tool.
+  tbb::spin_mutex& lock() { return m_lock; }
+
+  /// Asks for the byte before an address of the module's file and stores the whole answer, cut to
+  /// the buffer and terminated. `buffer` comes zeroed and stays so when there is no answer.
+  void get_data(unsigned long long address, char* buffer, unsigned long size);
+
+ private:
+  bool drop_stale_output();
+
+  tbb::spin_mutex m_lock;
+  MEM_BOOKKEEPING_STRING m_module_name;
+  MEM_ADDR2LINE_TOOL m_tool;
+  MEM_MODULE_FILE m_file{};
+};
+
+/// The running tools, most recently used last.
+class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE {
+ public:
+  static CACHE singleton_instance;
+  static constexpr std::size_t most_tools = 32;
+
+  /// The cache's own reference to a handle, plus one per thread that uses it. Whoever drops the
+  /// last one ends the tool, so that neither an eviction nor clear() waits for an answer, or takes
+  /// a tool from under a thread.
+  using HANDLE = std::shared_ptr<ADDR2LINE_HANDLE>;
+
+  /// Asks the module's tool and stores its answer. Locks only the tool for that.
+  void get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size);
+
+  /// get_handle under the cache's lock. The module keeps its tool while the result lives.
+  HANDLE take_handle(const MEM_ADDRESS_INFO& info);
+
+  /// The handle of the record's module, started when needed, beyond 32 at the expense of the least
+  /// recently used one that nobody uses; while all are in use, of none. Hold the cache's lock.
+  HANDLE get_handle(const MEM_ADDRESS_INFO& info);
+
+  /// Ends every tool, one in use after its answer. A later request starts one again.
+  void clear();
+
+ private:
+  using HANDLES = std::vector<HANDLE, MEM_BOOKKEEPING_ALLOCATOR<HANDLE>>;
+
+  MEM_STATIC_SPIN_MUTEX m_lock;
+  HANDLES* m_handles = nullptr;
+};
