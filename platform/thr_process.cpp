@@ -90,10 +90,20 @@ class SPAWN_SETUP {
     pid_t process = -1;
     const int error = posix_spawnp(&process, arguments[0], &m_actions, &m_attributes,
                                    arguments.data(), environment.data());
-    return error == 0 ? process : -1;
+    if (error == 0) return process;
+    return error == ENOMEM || error == EAGAIN ? -1 : start_child_that_ends();
   }
 
  private:
+  // A program that can't be run ends its child at once, as after a fork of one's own: whoever
+  // starts it has to cope with a child that ends anyway.
+  static pid_t start_child_that_ends() {
+    constexpr int not_found = 127;
+    const pid_t process = vfork();
+    if (process == 0) _exit(not_found);
+    return process;
+  }
+
   posix_spawn_file_actions_t m_actions;
   posix_spawnattr_t m_attributes;
 };

@@ -19,8 +19,9 @@ constexpr unsigned long THR_PROCESS_TERMINATE = 0x200000000UL;
 /// in PATH. Hands back the pipes from the child's output and errors and to its input, all closed
 /// on exec. The child gets no other descriptor of this process, an empty signal mask, default
 /// signal actions, a process group of its own (a terminal's interrupt is not meant for it) and
-/// the environment without what would profile it. Returns the process, or -1 when it could not be
-/// started; the pipes are -1 then.
+/// the environment without what would profile it. Returns the process, or -1 when the system has no
+/// room for one or for its pipes, which are -1 then. A program that can't be run is a process that
+/// ends at once with status 127.
 PLATFORM_API THR_PROCESS thr_process_create(char const* command, char const* directory,
                                             THR_PIPE* output, THR_PIPE* error, THR_PIPE* input,
                                             int flags);
