@@ -402,6 +402,35 @@ TUK_MEM_API bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER&
 TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_BASE& out);
 
 // ---------------------------------------------------------------------------------------------
+// Tracking: profile bins and timelines
+// ---------------------------------------------------------------------------------------------
+// A bin is a stretch of the host's work, a tag a group of bins. Open and close bins on one thread
+// at a time, the host's main thread; while one is open, the blocks of every thread are charged to
+// it.
+
+/// Opens a bin. Under MEM_TRACK_PER_BIN it measures the process's bytes until it is closed; under
+/// MEM_TRACK_PER_BIN_DETAILED it is counted as "tag::name", an empty tag standing for the enclosing
+/// one ("Root" at the outside). A non-empty tag also becomes the timeline label, under
+/// MEM_TRACK_PER_LIBRARY. Bins nest; the same one may be opened again, also while it is open.
+TUK_MEM_API void mem_open_profile_bin(const std::string& name, const std::string& tag);
+/// Closes the bin opened last. `tag` is the one it was opened with: tags must nest, or it is an
+/// internal error, as is closing more than was opened. Stores the process's bytes at the opening,
+/// at the close and at most between; zeros without MEM_TRACK_PER_BIN. No pointer may be null.
+TUK_MEM_API void mem_close_profile_bin(const std::string& tag, std::uint64_t* start_bytes,
+                                       std::uint64_t* end_bytes, std::uint64_t* peak_bytes);
+
+/// Sets the label that the rows of the module timeline get from now on.
+TUK_MEM_API void mem_set_timeline_label(const std::string& label);
+/// Keeps the tags of bins from setting labels, for good. The current label stays.
+TUK_MEM_API void mem_disable_profile_bin_tag_timeline_labels();
+
+/// Hands the peak recorded so far on to the reports and starts looking for the next one: the
+/// reports at the end show the highest peak flushed, unless a later phase rose above it.
+TUK_MEM_API void mem_tbb_tracking_flush_peak();
+/// Takes one sample of every timeline now. Internal error before initialisation.
+TUK_MEM_API void mem_user_snapshot_tracking_data();
+
+// ---------------------------------------------------------------------------------------------
 // Tracking: reports and shutdown
 // ---------------------------------------------------------------------------------------------
 
@@ -409,6 +438,16 @@ TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_
 TUK_MEM_API bool mem_dump_tbb_fileline_tracking(std::ostream& out);
 /// Writes the report per module, largest peak first; always true.
 TUK_MEM_API bool mem_dump_tbb_subsystem_tracking(std::ostream& out);
+/// Writes the counters of every bin and of every tag that was charged, in bytes; always true. A row
+/// may mix figures of two moments while blocks are being charged.
+TUK_MEM_API bool mem_dump_tbb_profile_bin_stats_tracking(std::ostream& out);
+TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_stats_tracking(std::ostream& out);
+/// Writes the timeline of modules: a summary of the 18 largest and a table of all. False, with
+/// nothing written, when either stream has failed already.
+TUK_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostream& detailed);
+/// The same for tags, each row headed by the bin that was open; always true.
+TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary,
+                                                                std::ostream& detailed);
 /// Ends tracking for good and writes every report asked for into the current directory. Does
 /// nothing before initialisation and the second time.
 TUK_MEM_API void mem_shutdown_tbb_tracking();

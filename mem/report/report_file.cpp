@@ -1,5 +1,7 @@
 #include "mem/report/report_file.h"
 
+#include <boost/iostreams/device/null.hpp>
+#include <boost/iostreams/stream.hpp>
 #include <iostream>
 #include <utility>
 
@@ -19,6 +21,15 @@ MEM_REPORT_FILE::~MEM_REPORT_FILE() {
   if (!m_stream.is_open()) return;
   m_stream.close();
   if (!m_stream) mem_tracker_debug("report %s is incomplete: writing it failed", m_name.c_str());
+}
+
+void mem_write_report_pair(char const* first_prefix, char const* second_prefix,
+                           bool (*write)(std::ostream& first, std::ostream& second)) {
+  MEM_REPORT_FILE first(mem_report_name(first_prefix));
+  MEM_REPORT_FILE second(mem_report_name(second_prefix));
+  if (!first.is_open() && !second.is_open()) return;
+  boost::iostreams::stream<boost::iostreams::null_sink> nowhere((boost::iostreams::null_sink()));
+  write(first.is_open() ? first.stream() : nowhere, second.is_open() ? second.stream() : nowhere);
 }
 
 void mem_say_on_standard_error(char const* message) { std::cerr << message << std::endl; }

@@ -30,6 +30,11 @@ class MEM_REPORT_FILE {
 template <class WRITE>
 void mem_write_report(char const* prefix, WRITE write, char const* failure_message = nullptr);
 
+/// The same for a report in two files that are filled at once. When only one can be opened, that
+/// one is still written whole.
+void mem_write_report_pair(char const* first_prefix, char const* second_prefix,
+                           bool (*write)(std::ostream& first, std::ostream& second));
+
 void mem_say_on_standard_error(char const* message);
 
 template <class WRITE>

@@ -9,6 +9,13 @@ void mem_write_base_addresses(std::ostream& out);
 /// Every address that the frame filters rejected, with what it was taken for.
 void mem_write_filtered_addresses(std::ostream& out);
 
+/// The process's own figures at every sample.
+void mem_write_auxiliary_timeline(std::ostream& out);
+
+/// The counters of bins and of tags in units of 2^20 bytes.
+void mem_write_bin_stats_in_mib(std::ostream& out);
+void mem_write_tag_stats_in_mib(std::ostream& out);
+
 /// Every site that still has live blocks, and their sum.
 void mem_write_full_leak_report();
 

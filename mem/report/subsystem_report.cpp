@@ -13,6 +13,7 @@
 #include "mem/report/dump_timing.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
+#include "mem/timeline/module_timeline.h"
 
 namespace {
 
@@ -42,10 +43,17 @@ SUBSYSTEMS sum_sites() {
   return subsystems;
 }
 
-// A module's bytes are known between peaks only where a timeline sampled them.
+// A module's bytes are known between peaks only where the timeline sampled them. Its own mutex
+// keeps captures out meanwhile.
 void take_max_bytes(SUBSYSTEMS& subsystems) {
-  const std::lock_guard timeline(mem_module_timeline_lock);
-  for (auto& [name, sum] : subsystems) sum.max_bytes = sum.peak_bytes;
+  const std::lock_guard reading(mem_module_timeline_lock);
+  const std::lock_guard timeline(mem_module_timeline->mutex());
+  for (auto& [name, sum] : subsystems) {
+    sum.max_bytes = sum.peak_bytes;
+    const auto series = mem_module_timeline->bytes().find(std::string_view(name));
+    if (series != mem_module_timeline->bytes().end())
+      sum.max_bytes = std::max(sum.max_bytes, series->second.values.largest());
+  }
 }
 
 std::vector<SUBSYSTEM_ROW> rows_by_peak(const SUBSYSTEMS& subsystems) {

@@ -1,8 +1,12 @@
 // Ending a tracked run: no further event is counted, every report is written.
+#include <algorithm>
+
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
+#include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
+#include "mem/manager/statistics.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/site_map.h"
 #include "mem/report/report_file.h"
@@ -12,7 +16,11 @@
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
+#include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/module_timeline.h"
+#include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/hooks.h"
+#include "mem/tracker/peaks.h"
 
 namespace {
 
@@ -23,12 +31,73 @@ void stop_bins(MEM_TRACKING_GRANULARITY granularity) {
     MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory_per_bin_detailed = false;
 }
 
+// The statistics forget their peak at every flush: the largest of all phases is brought back.
+void restore_global_peak(MEM_TRACKING_GRANULARITY granularity) {
+  if (granularity != MEM_TRACK_LEAKS_FAST) return;
+  std::atomic<std::int64_t>& peak = mem_pbin_stats.global_peak.bytes;
+  peak = std::max(peak.load(), mem_flushed_peak_memory());
+}
+
 void write_site_reports() {
   if (!mem_tracking_fileline_env_set) return;
   mem_write_report("mem_tbb_fileline.", mem_dump_tbb_fileline_tracking);
   mem_write_report("mem_tbb_subsystem.", mem_dump_tbb_subsystem_tracking);
   mem_write_report("mem_tbb_subsystem_base_addresses.", mem_write_base_addresses,
                    "unable to create KMP subsystem base addresses file");
+}
+
+// Which timelines are written: those being kept now, and those asked for by name.
+struct TIMELINES {
+  bool auxiliary;
+  bool modules;
+  bool bins;
+
+  explicit TIMELINES(MEM_TRACKING_GRANULARITY granularity)
+      : auxiliary(is_kept(granularity, MEM_TRACK_AUXILIARY_TIMELINE,
+                          mem_tracking_auxiliary_timeline_env_set)),
+        modules(is_kept(granularity, MEM_TRACK_PER_LIBRARY, mem_tracking_library_env_set)),
+        bins(is_kept(granularity, MEM_TRACK_PER_BIN_DETAILED,
+                     mem_tracking_per_bin_detailed_env_set)) {}
+
+ private:
+  static bool is_kept(MEM_TRACKING_GRANULARITY granularity, MEM_TRACKING_GRANULARITY bit,
+                      bool asked_for) {
+    return asked_for || (granularity & bit) != MEM_TRACK_NONE;
+  }
+};
+
+void write_auxiliary_timeline() {
+  mem_auxiliary_timeline_file->capture();
+  mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
+}
+
+void write_module_timelines() {
+  mem_module_timeline->capture();
+  mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
+                        mem_dump_tbb_module_tracking);
+  mem_module_timeline->select(mem_module_timeline->cumulative_blocks());
+  mem_write_report_pair("mem_tbb_cumulative_blocks_timeline.",
+                        "mem_tbb_cumulative_blocks_timeline_detailed.",
+                        mem_dump_tbb_module_tracking);
+}
+
+void write_bin_reports() {
+  mem_pbin_tag_snapshots->capture();
+  mem_write_report_pair("mem_tbb_pbin_tag_timeline.", "mem_tbb_pbin_tag_timeline_detailed.",
+                        mem_dump_tbb_profile_bin_tag_timeline_tracking);
+  mem_write_report("mem_tbb_pbin_tag_stats.", mem_dump_tbb_profile_bin_tag_stats_tracking);
+  mem_write_report("mem_tbb_pbin_tag_stats_mb.", mem_write_tag_stats_in_mib);
+  mem_write_report("mem_tbb_pbin_stats.", mem_dump_tbb_profile_bin_stats_tracking);
+  mem_write_report("mem_tbb_pbin_stats_mb.", mem_write_bin_stats_in_mib);
+}
+
+void write_timelines(MEM_TRACKING_GRANULARITY granularity) {
+  const TIMELINES kept(granularity);
+  if (!kept.auxiliary && !kept.modules && !kept.bins) return;
+  mem_timeline_labels->capture();
+  if (kept.auxiliary) write_auxiliary_timeline();
+  if (kept.modules) write_module_timelines();
+  if (kept.bins) write_bin_reports();
 }
 
 void write_leak_report(MEM_TRACKING_GRANULARITY granularity) {
@@ -72,7 +141,10 @@ void mem_shutdown_tbb_tracking() {
   mem_remove_tracker_hooks();
   const MEM_INSIDE_AS_CAT cat;
   mem_tbb_tracking_ended = true;
+  restore_global_peak(granularity);
+  mem_restore_flushed_peak();
   write_site_reports();
+  write_timelines(granularity);
   write_leak_report(granularity);
   write_filters_file();
   report_abandoned_events();

@@ -5,6 +5,7 @@
 #include <ios>
 
 #include "include/tuk_mem.h"
+#include "mem/bins/bin_labels.h"
 #include "mem/manager/statistics.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
@@ -44,7 +45,16 @@ struct RESET_TRACKER {
 };
 const RESET_TRACKER reset_tracker;
 
-// 5. The symbolizer caches, emptied now and before the teardown writes the reports.
+// 5. The tags of open bins, forgotten when the process ends.
+struct PROFILE_BIN_LABELS {
+  PROFILE_BIN_LABELS() = default;
+  PROFILE_BIN_LABELS(const PROFILE_BIN_LABELS&) = delete;
+  PROFILE_BIN_LABELS& operator=(const PROFILE_BIN_LABELS&) = delete;
+  ~PROFILE_BIN_LABELS() { mem_clear_bin_labels(); }
+};
+const PROFILE_BIN_LABELS profile_bin_labels;
+
+// 6. The symbolizer caches, emptied now and before the teardown writes the reports.
 struct SYMBOLIZER_TOOLS {
   SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
   SYMBOLIZER_TOOLS(const SYMBOLIZER_TOOLS&) = delete;

@@ -19,6 +19,8 @@ enum MEM_GRANULARITY_MASK : std::uint32_t {
   MEM_MASK_FIND_SITE = MEM_TRACK_PER_LIBRARY | MEM_TRACK_PER_FILELINE | MEM_TRACK_LEAKS,
   /// The site's record is updated.
   MEM_MASK_CHARGE_SITE = MEM_TRACK_PER_FILELINE | MEM_TRACK_LEAKS,
+  /// A sample records the timeline label.
+  MEM_MASK_LABELS = MEM_TRACK_PER_BIN_DETAILED | MEM_TRACK_PER_LIBRARY,
   /// The global statistics are updated.
   MEM_MASK_STATISTICS = MEM_TRACK_PER_BIN | MEM_TRACK_LEAKS_FAST,
   /// The process total and the timeline index are maintained.

@@ -1,6 +1,7 @@
 // The sequence of every timeline: most values repeat the one before. Relies on mem/host.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -59,6 +60,12 @@ class MEM_REPETITIVE_VECTOR {
   /// The number of runs, to which the memory in use is proportional.
   std::size_t runs() const { return m_runs.size(); }
   REPETITIVE_ITERATOR begin() const { return REPETITIVE_ITERATOR(m_runs.data()); }
+  /// The largest value; the zero when there is none.
+  T largest() const {
+    const auto run = std::max_element(m_runs.begin(), m_runs.end(),
+                                      [](const RUN& a, const RUN& b) { return a.value < b.value; });
+    return run == m_runs.end() ? T() : run->value;
+  }
 
  private:
   std::vector<RUN, MEM_BOOKKEEPING_ALLOCATOR<RUN>> m_runs;

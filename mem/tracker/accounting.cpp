@@ -2,8 +2,12 @@
 
 #include <mutex>
 
+#include "mem/bins/pbin_tracker_map.h"
+#include "mem/bins/tag_snapshots.h"
+#include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
+#include "mem/records/block_bins.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/counters.h"
 #include "mem/records/live_blocks.h"
@@ -15,6 +19,9 @@
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
+#include "mem/timeline/module_timeline.h"
+#include "mem/tracker/peaks.h"
+#include "mem/tracker/sampling.h"
 
 namespace {
 
@@ -50,6 +57,27 @@ void charge_module(MEM_ADDRESS_TRACKER& site, std::size_t requested, std::size_t
 void credit_module(MEM_ADDRESS_TRACKER& site, std::size_t allocated) {
   const std::lock_guard modules(mem_module_tracker_lock);
   mem_credit_block(mem_module_of(site), allocated);
+}
+
+void charge_bins(void const* ptr, std::int64_t bytes) {
+  const MEM_BLOCK_BINS bins = {MEM_USER_MEMORY_TRACKER::get_current_pbin_id(),
+                               MEM_USER_MEMORY_TRACKER::get_most_recently_opened_pb_tag()};
+  mem_remember_block_bins(ptr, bins);
+  mem_pbin_tracker->allocate(bytes, bins.bin);
+  mem_pbin_tag_tracker->allocate(bytes, bins.tag);
+}
+
+// A block that was never charged to a bin is skipped.
+void credit_bins(void const* ptr, std::int64_t bytes) {
+  const std::optional<MEM_BLOCK_BINS> bins = mem_take_block_bins(ptr);
+  if (!bins) return;
+  mem_pbin_tracker->release(bytes, bins->bin);
+  mem_pbin_tag_tracker->release(bytes, bins->tag);
+}
+
+void mark_bins_as_peak() {
+  mem_pbin_tracker->mark_as_peak();
+  mem_pbin_tag_tracker->mark_as_peak();
 }
 
 bool is_mismatched(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
@@ -101,24 +129,43 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
     if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);
     trace.unlock();
     mem_remember_block(ptr, *site, (granularity & MEM_TRACK_PER_FILELINE) != 0);
-    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) charge_module(*site, requested, allocated);
+    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
+      charge_module(*site, requested, allocated);
+      if (sample) mem_module_timeline->capture();
+    }
   }
   const auto bytes = static_cast<std::int64_t>(allocated);
+  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
+    charge_bins(ptr, bytes);
+    if (sample) mem_pbin_tag_snapshots->capture();
+  }
+  if (sample) mem_capture_companions(granularity);
   if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.add_block(bytes);
   if ((granularity & MEM_MASK_TOTAL) != 0) change_total(bytes, sample);
 }
 
 [[gnu::noinline]] void mem_track_dealloc(void const* ptr, std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;
-  const bool sample = count_event();
+  // Every timeline holds the moment of every peak.
+  const bool peak = (granularity & MEM_MASK_TOTAL) != 0 && mem_check_peak();
+  const bool sample = count_event() || peak;
   if ((granularity & MEM_MASK_FIND_SITE) != 0) {
     const MEM_INSIDE_AS_MOUSE mouse;
     if (mem_tbb_tracking_ended) return;
     const MEM_BLOCK_ORIGIN origin = mem_take_block(ptr);
     MEM_ADDRESS_TRACKER& site = credit_site(origin, granularity, allocated);
-    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) credit_module(site, allocated);
+    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
+      credit_module(site, allocated);
+      if (sample) mem_module_timeline->capture();
+    }
   }
   const auto bytes = static_cast<std::int64_t>(allocated);
   if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.remove_block(bytes);
+  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
+    if (peak) mark_bins_as_peak();
+    if (sample) mem_pbin_tag_snapshots->capture();
+    credit_bins(ptr, bytes);
+  }
+  if (sample) mem_capture_companions(granularity);
   if ((granularity & MEM_MASK_TOTAL) != 0) change_total(-bytes, sample);
 }

@@ -3,11 +3,14 @@
 
 #include <cstdlib>
 #include <mutex>
-#include <new>
 #include <string>
 
 #include "include/tuk_mem.h"
+#include "mem/bins/pbin_tracker_map.h"
+#include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
+#include "mem/host/static_storage.h"
+#include "mem/records/block_bins.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
@@ -18,6 +21,9 @@
 #include "mem/stack/user_filters.h"
 #include "mem/state/granularity.h"
 #include "mem/state/tracker_state.h"
+#include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/module_timeline.h"
+#include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/hooks.h"
 
 namespace {
@@ -32,10 +38,11 @@ void create_site_map() {
   mem_address_tracker_map->max_load_factor(1.0F);
 }
 
-// In static storage: threads may still enter it after everything else has been freed.
+// Threads may still enter it after everything else has been freed.
+constinit MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> cat_mouse_lock_storage;
+
 void create_cat_mouse_lock() {
-  alignas(CAT_MOUSE_LOCK_A) static unsigned char storage[sizeof(CAT_MOUSE_LOCK_A)];
-  mem_track_and_clear_exclusive_locker = new (storage) CAT_MOUSE_LOCK_A;
+  mem_track_and_clear_exclusive_locker = cat_mouse_lock_storage.construct();
 }
 
 void link_catch_all_site() {
@@ -66,6 +73,12 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   create_site_map();
   mem_create_live_block_map();
   mem_module_tracker_map = new MEM_MODULE_TRACKER_MAP;
+  mem_create_module_timeline();
+  mem_create_auxiliary_timeline();
+  mem_create_timeline_labels();
+  mem_create_block_bins();
+  mem_create_pbin_trackers();
+  mem_create_tag_snapshots();
 
   mem_select_unwinder(unwinder_name.c_str());
   mem_read_ignore_depth_setting();

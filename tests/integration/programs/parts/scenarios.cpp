@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "include/tuk_mem.h"
 #include "platform/thr_thread.h"
 #include "tests/integration/programs/parts/books.h"
+#include "tests/integration/programs/parts/run_scenario.h"
 
 namespace {
 
@@ -99,11 +99,6 @@ void run_threads() {
   cat.join();
 }
 
-struct SCENARIO {
-  const char* name;
-  void (*run)();
-};
-
 constexpr SCENARIO scenarios[] = {
     {"leak", leak},
     {"start_late", start_late},
@@ -115,11 +110,7 @@ constexpr SCENARIO scenarios[] = {
 }  // namespace
 
 int main(int count, char** arguments) {
-  for (const SCENARIO& scenario : scenarios) {
-    if (count < 2 || std::strcmp(scenario.name, arguments[1]) != 0) continue;
-    scenario.run();
-    if (!allocates_at_exit.armed) print_books();
-    return 0;
-  }
-  return 2;
+  const int status = run_scenario(scenarios, count, arguments);
+  if (!allocates_at_exit.armed) print_books();
+  return status;
 }

@@ -1,0 +1,45 @@
+#include "mem/records/block_bins.h"
+
+#include <oneapi/tbb/concurrent_hash_map.h>
+
+#include <array>
+
+#include "mem/host/bookkeeping.h"
+#include "mem/host/static_storage.h"
+#include "mem/records/live_blocks.h"
+
+namespace {
+
+using MEM_HASH_BANK = tbb::concurrent_hash_map<
+    void const*, MEM_BLOCK_BINS, MEM_BLOCK_HASH,
+    MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, MEM_BLOCK_BINS>>>;
+constexpr std::size_t bank_count = 4096;
+using BANKS = std::array<MEM_HASH_BANK, bank_count>;
+
+// Never destroyed or emptied: no lock keeps a thread that was in a hook when tracking ended from
+// looking in.
+constinit MEM_STATIC_STORAGE<BANKS> storage;
+constinit BANKS* mem_addr_to_bpin_pair_hash = nullptr;
+
+MEM_HASH_BANK& bank_of(void const* block) {
+  return (*mem_addr_to_bpin_pair_hash)[reinterpret_cast<std::uintptr_t>(block) & (bank_count - 1)];
+}
+
+}  // namespace
+
+void mem_create_block_bins() { mem_addr_to_bpin_pair_hash = storage.construct(); }
+
+void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) {
+  MEM_HASH_BANK::accessor entry;
+  bank_of(block).insert(entry, block);
+  entry->second = bins;
+}
+
+std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {
+  MEM_HASH_BANK::accessor entry;
+  MEM_HASH_BANK& bank = bank_of(block);
+  if (!bank.find(entry, block)) return std::nullopt;
+  const MEM_BLOCK_BINS bins = entry->second;
+  bank.erase(entry);
+  return bins;
+}

@@ -1,0 +1,20 @@
+// Every live block's profile bin and tag, under detailed bin tracking.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+/// The ids that were current when a block was allocated.
+struct MEM_BLOCK_BINS {
+  std::uint32_t bin;
+  std::uint32_t tag;
+};
+
+/// Creates the banks, for the rest of the process.
+void mem_create_block_bins();
+
+/// Remembers a block; may throw std::bad_alloc.
+void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins);
+
+/// Forgets a block and returns its bins; nothing when it was never charged to any.
+std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block);

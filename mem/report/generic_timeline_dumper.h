@@ -1,0 +1,74 @@
+// The writer of every timeline of series: a summary and a detailed table of the same samples.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <ostream>
+#include <string_view>
+#include <vector>
+
+#include "mem/report/dump_timing.h"
+#include "mem/timeline/repetitive_vector.h"
+
+/// One series of a timeline, in the order of the detailed table.
+struct MEM_TIMELINE_COLUMN {
+  using VALUES = MEM_REPETITIVE_VECTOR<std::int64_t>;
+
+  std::string_view name;
+  VALUES::REPETITIVE_ITERATOR value;  // at the sample being written
+  std::int64_t max;
+
+  MEM_TIMELINE_COLUMN(std::string_view series, const VALUES& values)
+      : name(series), value(values.begin()), max(values.largest()) {}
+};
+
+/// The columns of the summary: the 18 series with the largest maxima, smallest of them first; all
+/// others are summed up as "Misc".
+class MEM_TIMELINE_SUMMARY {
+ public:
+  static constexpr std::size_t most_shown = 18;
+
+  explicit MEM_TIMELINE_SUMMARY(std::vector<MEM_TIMELINE_COLUMN> columns);
+
+  void write_header(std::ostream& out) const;
+  /// Writes the values of the next sample.
+  void write_next(std::ostream& out);
+
+ private:
+  std::vector<MEM_TIMELINE_COLUMN> m_columns;  // by maximum
+  std::size_t m_hidden;                        // that many in front
+};
+
+/// Writes `sample_count` rows of `columns`, each headed by its label, an empty one as "Other".
+/// False, with nothing written, when either stream has failed already.
+template <class LABEL_ITERATOR>
+bool generic_timeline_dumper(std::ostream& summary_out, std::ostream& detailed_out,
+                             std::uint64_t sample_count, std::vector<MEM_TIMELINE_COLUMN> columns,
+                             LABEL_ITERATOR label) {
+  const MEM_DUMP_TIMING timing;
+  if (!summary_out || !detailed_out) return false;
+  summary_out << "MEM: TBB Module Tracking Memory Timeline." << std::endl << std::endl;
+  detailed_out << "MEM: TBB Module Tracking Detailed Memory Timeline." << std::endl << std::endl;
+
+  MEM_TIMELINE_SUMMARY summary(columns);
+  summary.write_header(summary_out);
+  for (const MEM_TIMELINE_COLUMN& column : columns) detailed_out << '\t' << column.name;
+  detailed_out << '\n';
+
+  for (std::uint64_t sample = 0; sample < sample_count; ++sample, ++label) {
+    const std::string_view text = *label;
+    for (std::ostream* out : {&summary_out, &detailed_out})
+      *out << (text.empty() ? std::string_view("Other") : text);
+    summary.write_next(summary_out);
+    for (MEM_TIMELINE_COLUMN& column : columns) {
+      detailed_out << '\t' << *column.value;
+      ++column.value;
+    }
+    detailed_out << '\n';
+  }
+  for (std::ostream* out : {&summary_out, &detailed_out}) {
+    timing.write(*out);
+    *out << std::endl;
+  }
+  return true;
+}

@@ -1,0 +1,64 @@
+#include "mem/timeline/auxiliary_timeline.h"
+
+#include "mem/host/static_storage.h"
+#include "mem/info/proc_files.h"
+#include "mem/state/totals.h"
+
+constinit mem_auxiliary_timeline_file_t* mem_auxiliary_timeline_file = nullptr;
+
+namespace {
+
+constinit MEM_STATIC_STORAGE<mem_auxiliary_timeline_file_t> storage;
+
+constexpr std::uint64_t unreadable = ~0ULL;
+
+void read_faults(MEM_AUXILIARY_SAMPLE& sample) {
+  MEM_LINUX_PROC_PID_STAT_T stat;
+  const bool known = stat.read("mem_auxiliary_timeline_file_t::capture") == 0;
+  sample.major_faults = known ? stat.major_faults : unreadable;
+  sample.minor_faults = known ? stat.minor_faults : unreadable;
+}
+
+void read_sizes(MEM_AUXILIARY_SAMPLE& sample) {
+  MEM_LINUX_PROC_PID_STATUS_T status;
+  const bool known = status.read("mem_auxiliary_timeline_file_t::capture") == 0;
+  const auto figure = [known](unsigned long long value) {
+    return static_cast<std::uint32_t>(known ? value : unreadable);
+  };
+  sample.vm_size = figure(status.vm_size);
+  sample.rss = figure(status.vm_rss);
+  sample.vm_swap = figure(status.vm_swap);
+  sample.threads = figure(status.threads);
+}
+
+void read_profiler(MEM_AUXILIARY_SAMPLE& sample) {
+  sample.profiler_num_allocs = mem_profiler_stats.num_allocs;
+  sample.profiler_num_deallocs = mem_profiler_stats.num_deallocs;
+  sample.profiler_requested_total = mem_profiler_stats.requested_total;
+  sample.profiler_requested_outstanding = mem_profiler_stats.requested_outstanding;
+  sample.profiler_allocated_total = mem_profiler_stats.allocated_total;
+  sample.profiler_allocated_outstanding = mem_profiler_stats.allocated_outstanding;
+}
+
+}  // namespace
+
+void mem_create_auxiliary_timeline() { mem_auxiliary_timeline_file = storage.construct(); }
+
+void mem_auxiliary_timeline_file_t::capture() {
+  MEM_AUXILIARY_SAMPLE sample;
+  read_sizes(sample);
+  read_faults(sample);
+  read_profiler(sample);
+  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  m_samples.push_back(sample);
+}
+
+void mem_auxiliary_timeline_file_t::clear() {
+  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  m_samples = {};
+}
+
+mem_auxiliary_timeline_file_t::SAMPLES mem_auxiliary_timeline_file_t::samples() {
+  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  return m_samples;
+}

@@ -1,0 +1,157 @@
+#include "mem/tracker/peaks.h"
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <unordered_map>
+
+#include "include/tuk_mem.h"
+#include "mem/bins/pbin_tracker_map.h"
+#include "mem/host/bookkeeping.h"
+#include "mem/host/message.h"
+#include "mem/host/static_storage.h"
+#include "mem/manager/statistics.h"
+#include "mem/records/cat_mouse_lock.h"
+#include "mem/records/site_map.h"
+#include "mem/settings/tuning.h"
+#include "mem/state/granularity.h"
+#include "mem/state/thread_flags.h"
+#include "mem/state/totals.h"
+#include "mem/state/tracker_state.h"
+
+namespace {
+
+constexpr std::int64_t first_exponential_threshold = 1024;
+
+// Relaxed: two threads may both see a new peak and both record it, one after the other.
+constinit std::atomic<std::int64_t> thresholded_peak_memory{0};
+constinit std::atomic<std::int64_t> peak_exponential_threshold{first_exponential_threshold};
+constinit std::atomic<std::int64_t> flushed_peak_memory{0};
+
+struct SITE_PEAK {
+  std::int64_t bytes;
+  std::int32_t blocks;
+};
+using FLUSHED_PEAK_DATA =
+    std::unordered_map<void const*, SITE_PEAK, std::hash<void const*>, std::equal_to<void const*>,
+                       MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, SITE_PEAK>>>;
+
+// Guarded by mem_trace_lock; empty until the first flush. Constructed then.
+constinit MEM_STATIC_STORAGE<FLUSHED_PEAK_DATA> flushed_peak_storage;
+constinit FLUSHED_PEAK_DATA* mem_flushed_peak_data = nullptr;
+
+std::int64_t step_size() { return static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold); }
+
+bool is_new_peak(std::int64_t total) {
+  const std::int64_t step = step_size();
+  return total / step > thresholded_peak_memory.load(std::memory_order_relaxed) / step ||
+         total >= peak_exponential_threshold.load(std::memory_order_relaxed);
+}
+
+// A total that is itself a multiple of the step is announced as the next peak, deliberately, though
+// that needs another step.
+std::int64_t announced_next_peak(std::int64_t total) {
+  const std::int64_t rounding = total + step_size() - 1;
+  return std::min(2 * total, rounding - rounding % step_size());
+}
+
+void keep_current_as_peak() {
+  const MEM_INSIDE_AS_CAT cat;
+  if (mem_tbb_tracking_ended) return;
+  const std::lock_guard trace(mem_trace_lock);
+  for (auto& [address, site] : *mem_address_tracker_map) {
+    site.peak_blocks = site.current_blocks;
+    site.peak_bytes = site.current_bytes;
+  }
+  mem_estimated_timeline_idx_at_peak = mem_estimated_timeline_idx.load();
+}
+
+[[gnu::cold, gnu::noinline]] void record_peak(std::int64_t total) {
+  thresholded_peak_memory = total;
+  peak_exponential_threshold = 2 * total;
+  mem_tracker_debug(
+      "Memory tracking: recording peak bytes at %lld bytes (timeline index %llu), next peak at >= "
+      "%lld bytes",
+      static_cast<long long>(total),
+      static_cast<unsigned long long>(mem_estimated_timeline_idx.load()),
+      static_cast<long long>(announced_next_peak(total)));
+  keep_current_as_peak();
+}
+
+void flush_site_peaks() {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return;
+  const std::lock_guard trace(mem_trace_lock);
+  if (mem_flushed_peak_data == nullptr) {
+    mem_flushed_peak_data = flushed_peak_storage.construct();
+    mem_flushed_peak_data->max_load_factor(1.0F);
+  }
+  mem_flushed_peak_data->clear();
+  mem_flushed_peak_data->reserve(mem_address_tracker_map->size());
+  for (const auto& [address, site] : *mem_address_tracker_map)
+    if (site.peak_bytes != 0)
+      mem_flushed_peak_data->emplace(
+          address, SITE_PEAK{site.peak_bytes, static_cast<std::int32_t>(site.peak_blocks)});
+}
+
+void flush_recorded_peak() {
+  const std::int64_t peak = thresholded_peak_memory;
+  if (peak <= flushed_peak_memory) return;
+  flushed_peak_memory = peak;
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  mem_pbin_tracker->flush_peak();
+  mem_pbin_tag_tracker->flush_peak();
+  flush_site_peaks();
+}
+
+// With fast leak checking alone no peak is recorded: the statistics know the highest total.
+void flush_global_peak() {
+  const std::int64_t peak = mem_get_global_peak().bytes;
+  mem_tracker_debug("Memory tracking: memory peak was reset from %lld",
+                    static_cast<long long>(peak));
+  flushed_peak_memory = std::max(flushed_peak_memory.load(), peak);
+  mem_pbin_stats.global_peak.store({0, 0});
+}
+
+void restore_site_peaks() {
+  const std::lock_guard trace(mem_trace_lock);
+  for (auto& [address, site] : *mem_address_tracker_map) {
+    const auto flushed = mem_flushed_peak_data->find(address);
+    const bool known = flushed != mem_flushed_peak_data->end();
+    site.peak_bytes = known ? flushed->second.bytes : 0;
+    site.peak_blocks = known ? static_cast<std::uint32_t>(flushed->second.blocks) : 0;
+  }
+}
+
+}  // namespace
+
+std::int64_t mem_flushed_peak_memory() { return flushed_peak_memory; }
+
+bool mem_check_peak() {
+  const std::int64_t total = mem_current_bytes;
+  if (!is_new_peak(total)) [[likely]]
+    return false;
+  record_peak(total);
+  return true;
+}
+
+void mem_tbb_tracking_flush_peak() {
+  if (mem_tbb_tracking_ended) return;
+  flush_recorded_peak();
+  const std::uint32_t granularity = mem_tracking_granularity;
+  if ((granularity & MEM_MASK_TOTAL) != 0)
+    mem_tracker_debug("Memory tracking: memory threshold peak was reset from %lld",
+                      static_cast<long long>(thresholded_peak_memory));
+  else if (granularity == MEM_TRACK_LEAKS_FAST)
+    flush_global_peak();
+  thresholded_peak_memory = 0;
+  peak_exponential_threshold = first_exponential_threshold;
+  mem_user_snapshot_tracking_data();
+}
+
+void mem_restore_flushed_peak() {
+  if (mem_flushed_peak_data == nullptr || flushed_peak_memory < thresholded_peak_memory) return;
+  mem_pbin_tracker->restore_peak();
+  mem_pbin_tag_tracker->restore_peak();
+  restore_site_peaks();
+}

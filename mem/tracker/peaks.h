@@ -1,0 +1,16 @@
+// The process's memory peaks: when one is recorded, and what is kept of it.
+#pragma once
+
+#include <cstdint>
+
+/// The highest peak handed on by a flush; bytes.
+std::int64_t mem_flushed_peak_memory();
+
+/// Looks at the total before a release is subtracted from it. At a new peak copies every site's
+/// current figures into its peak figures, as the cat: call while no mouse. Whether a peak was
+/// recorded.
+bool mem_check_peak();
+
+/// Brings back the peak figures of every site, bin and tag as the last flush found them, unless a
+/// higher peak has been recorded since. Inside the cat section.
+void mem_restore_flushed_peak();
