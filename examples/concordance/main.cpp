@@ -8,6 +8,7 @@
 
 #include "concordance/bookmarks.h"
 #include "concordance/host_callbacks.h"
+#include "concordance/phase.h"
 #include "line_store/line_store.h"
 #include "tuk_mem.h"
 #include "word_index/word_index.h"
@@ -59,18 +60,39 @@ void release_lines_elsewhere(LINE_STORE& store) {
   std::printf("All lines are freed by another thread.\n");
 }
 
+// The work in phases, each measured by itself and under its tag.
+bool run(const std::vector<std::string>& paths) {
+  LINE_STORE store;
+  WORD_INDEX index;
+  {
+    const PHASE phase("read", "input");
+    if (!read_files(paths, store)) return false;
+  }
+  {
+    const PHASE phase("build", "index");
+    {
+      const PHASE words("words");  // under the same tag
+      index_lines(store, index);
+    }
+    print_most_frequent(index);
+  }
+  // The reports show this phase's peak, unless the rest of the run rises above it.
+  mem_tbb_tracking_flush_peak();
+  {
+    const PHASE phase("bookmarks", "index");  // a second bin of the tag
+    set_bookmarks(store);
+  }
+  mem_set_timeline_label("closing");
+  mem_user_snapshot_tracking_data();
+  const PHASE phase("release");
+  release_lines_elsewhere(store);
+  return true;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   install_host_callbacks();
   mem_set_tbb_exe_string("concordance");
-
-  LINE_STORE store;
-  WORD_INDEX index;
-  if (!read_files(input_files(count, arguments), store)) return 1;
-  index_lines(store, index);
-  print_most_frequent(index);
-  set_bookmarks(store);
-  release_lines_elsewhere(store);
-  return 0;
+  return run(input_files(count, arguments)) ? 0 : 1;
 }

@@ -9,7 +9,6 @@
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
-#include "mem/manager/statistics.h"
 
 namespace {
 
