@@ -281,7 +281,7 @@ int main(int argc, char** argv) {
 
   for (std::thread& thread : threads) thread.join();
   disturber.join();
-  std::printf("%llu reports and cat sections, %d faults\n",
-              static_cast<unsigned long long>(rounds), faults.load());
+  std::printf("%llu reports and cat sections, %d faults\n", static_cast<unsigned long long>(rounds),
+              faults.load());
   return faults == 0 ? 0 : 1;
 }

@@ -34,16 +34,14 @@ void filter_known(benchmark::State& state) {
   const long trace_length = rejected + 1;
   std::unique_lock lock(mem_trace_lock);
   mem_address_tracker_map->clear();
-  for (long index = 0; index < known; ++index)
-    add_known(index, index % trace_length != rejected);
+  for (long index = 0; index < known; ++index) add_known(index, index % trace_length != rejected);
 
   void const* frames[mem_short_trace_depth];
   long next = 0;
   for (auto _ : state) {
     if (next + trace_length > known) next = 0;
     for (long frame = 0; frame < trace_length; ++frame) frames[frame] = nth_address(next++);
-    benchmark::DoNotOptimize(
-        mem_filter_stack_trace(frames, static_cast<int>(trace_length), lock));
+    benchmark::DoNotOptimize(mem_filter_stack_trace(frames, static_cast<int>(trace_length), lock));
   }
 }
 BENCHMARK(filter_known)

@@ -38,8 +38,8 @@ void every_kind(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"tracked", "frames"});
   for (const std::int64_t kind :
        {MEM_TRACK_NONE, MEM_TRACK_PER_BIN, MEM_TRACK_PER_BIN_DETAILED, MEM_TRACK_PER_LIBRARY,
-        MEM_TRACK_PER_FILELINE, MEM_TRACK_LEAKS, MEM_TRACK_LEAKS_FAST,
-        MEM_TRACK_AUXILIARY_TIMELINE, MEM_TRACK_ALL})
+        MEM_TRACK_PER_FILELINE, MEM_TRACK_LEAKS, MEM_TRACK_LEAKS_FAST, MEM_TRACK_AUXILIARY_TIMELINE,
+        MEM_TRACK_ALL})
     benchmark->Args({kind, 4});
 }
 BENCHMARK(pair)->Apply(every_kind)->Threads(1)->Threads(2)->UseRealTime();

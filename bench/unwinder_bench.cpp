@@ -47,8 +47,7 @@ BENCHMARK_CAPTURE(capture, eh_frame_short, "eh_frame_internal", short_trace, ign
 BENCHMARK_CAPTURE(capture, eh_frame_deep, "eh_frame_internal", deep_trace,
                   ignore_depth + short_trace)
     ->FOR_ALL_DEPTHS;
-BENCHMARK_CAPTURE(capture, backtrace_short, "backtrace", short_trace, ignore_depth)
-    ->FOR_ALL_DEPTHS;
+BENCHMARK_CAPTURE(capture, backtrace_short, "backtrace", short_trace, ignore_depth)->FOR_ALL_DEPTHS;
 BENCHMARK_CAPTURE(capture, backtrace_deep, "backtrace", deep_trace, ignore_depth + short_trace)
     ->FOR_ALL_DEPTHS;
 BENCHMARK_CAPTURE(capture, tester_short, "tester", short_trace, ignore_depth)->FOR_ALL_DEPTHS;
