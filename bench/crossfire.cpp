@@ -126,6 +126,12 @@ void query(BLOCK* block) {
   if (!mem_get_address_tracker(block, site)) fault("a live block's site is known", 1, 0);
 }
 
+// A thread's own memory goes with the thread: it may only end once the totals have been compared.
+void wait_for_comparison(std::barrier<>& phase) {
+  phase.arrive_and_wait();  // all is noted
+  phase.arrive_and_wait();  // and compared
+}
+
 void work(int keeper, std::barrier<>& phase) {
   std::minstd_rand random(static_cast<unsigned>(keeper + 1));
   phase.arrive_and_wait();
@@ -138,8 +144,7 @@ void work(int keeper, std::barrier<>& phase) {
     if (event % events_between_queries == 0) query(block);
     if (BLOCK* old = shared_blocks[random() % slots].exchange(block)) free_and_note(keeper, old);
   }
-  phase.arrive_and_wait();  // all is noted
-  phase.arrive_and_wait();  // and compared: from here on this thread's own memory may go
+  wait_for_comparison(phase);
 }
 
 class NOWHERE : public std::streambuf {
@@ -161,7 +166,8 @@ void stop_everything() {
   expect("events inside a cat section", before, events());
 }
 
-void disturb(std::uint64_t& rounds) {
+void disturb(std::barrier<>& phase, std::uint64_t& rounds) {
+  phase.arrive_and_wait();
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   NOWHERE nowhere;
   std::ostream out(&nowhere);
@@ -171,6 +177,7 @@ void disturb(std::uint64_t& rounds) {
     stop_everything();
     ++rounds;
   }
+  wait_for_comparison(phase);
 }
 
 // What the tracker says beyond the single sites, and moves with them.
@@ -261,12 +268,12 @@ int main(int argc, char** argv) {
   const std::chrono::seconds duration(argc > 1 ? std::stoi(argv[1]) : 10);
   mem_enable_tracking(MEM_TRACK_PER_BIN | MEM_TRACK_PER_LIBRARY | MEM_TRACK_PER_FILELINE);
 
-  std::barrier phase(keepers);
+  std::barrier phase(keepers + 1);  // all workers, the disturber and this thread
   std::vector<std::thread> threads;
   for (int worker = 0; worker < workers; ++worker)
     threads.emplace_back(work, worker, std::ref(phase));
   std::uint64_t rounds = 0;
-  std::thread disturber(disturb, std::ref(rounds));
+  std::thread disturber(disturb, std::ref(phase), std::ref(rounds));
 
   const std::string module_name = own_module();
   const TOTALS before(module_name);
