@@ -270,6 +270,7 @@ int main(int argc, char** argv) {
 
   std::barrier phase(keepers + 1);  // all workers, the disturber and this thread
   std::vector<std::thread> threads;
+  threads.reserve(workers);
   for (int worker = 0; worker < workers; ++worker)
     threads.emplace_back(work, worker, std::ref(phase));
   std::uint64_t rounds = 0;
