@@ -338,8 +338,38 @@ TUK_MEM_API void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits);
 TUK_MEM_API void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits);
 /// Whether every bit asked for is on (true for none).
 TUK_MEM_API bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits);
+/// Switches MEM_TRACK_PER_BIN, and nothing else.
+TUK_MEM_API void mem_set_tbb_track_alloc_dealloc(bool on);
 /// Whether MEM_TRACK_PER_BIN is on.
 TUK_MEM_API bool mem_get_tbb_track_alloc_dealloc();
+
+/// Switches MEM_TRACK_PER_BIN off for a scope, for the whole process; the former state comes back.
+/// Nests. Every other kind of tracking goes on.
+class TUK_MEM_API MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT {
+ public:
+  MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT();
+  ~MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT();
+  MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT(
+      const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT&) = delete;
+  MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT& operator=(
+      const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT&) = delete;
+
+ private:
+  bool m_was_on;
+};
+/// Forgets every live block, site, module and tag figure, and the last recorded peak: the
+/// accounting starts afresh. Figures of bins, timelines of modules, labels and flushed peaks stay.
+/// A block from before is credited to the catch-all when it is released, and not taken from the
+/// total. Internal error before initialisation.
+TUK_MEM_API void mem_reset_tracking_entries();
+
+/// Accounts a memory mapping of `size` bytes at `address`, or its removal, like a block. The first
+/// call may initialise the tracker from the environment. The host's mapping notifier calls both; a
+/// host without one may.
+extern "C" TUK_MEM_API void mem_notify_memory_mapping_added(void const* address,
+                                                            unsigned long size);
+extern "C" TUK_MEM_API void mem_notify_memory_mapping_removed(void const* address,
+                                                              unsigned long size);
 /// Sets the tag in the names of the report files ("kvi" at first). Null, or a call before
 /// initialisation, is an internal error.
 TUK_MEM_API void mem_set_tbb_exe_string(char const* exe_string);

@@ -30,6 +30,11 @@ void MEM_USER_MEMORY_TRACKER::destroy_instance() {
     instance->~MEM_USER_MEMORY_TRACKER();
 }
 
+void MEM_USER_MEMORY_TRACKER::abandon_instance() {
+  s_instance = nullptr;
+  creation_lock.unlocked = 0;
+}
+
 void MEM_PROFILE_BIN_TRACKER_DATA::open() {
   m_start_bytes = static_cast<std::uint64_t>(mem_get_global_current().bytes);
 }

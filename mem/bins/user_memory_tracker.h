@@ -34,6 +34,8 @@ class MEM_USER_MEMORY_TRACKER {
   static MEM_USER_MEMORY_TRACKER* get_instance();
   static void init_when_necessary() { get_instance(); }
   static void destroy_instance();
+  /// Drops it as it is, in a child made by fork.
+  static void abandon_instance();
 
   /// A summary bin measures the process's bytes from its opening to its close.
   void open_profile_bin(const std::string& tag);

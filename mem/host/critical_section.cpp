@@ -13,6 +13,13 @@ void MEM_CRITICAL_SECTION::initialize() {
   pthread_mutexattr_destroy(&attributes);
 }
 
+void MEM_CRITICAL_SECTION::start_anew_in_child() {
+  m_lock_count = 0;
+  if (!m_initialised) return;
+  m_initialised = false;
+  initialize();
+}
+
 void MEM_CRITICAL_SECTION::destroy() {
   if (!m_initialised) return;
   pthread_mutex_destroy(&m_mutex);

@@ -17,6 +17,9 @@ class MEM_CRITICAL_SECTION {
   /// Drops every hold, also those counted while the mutex did not exist. Only on the way to the
   /// end of the process.
   void unlock_all();
+  /// In a child made by fork: no hold, and a fresh mutex where there was one. The thread that held
+  /// it is gone.
+  void start_anew_in_child();
 
  private:
   pthread_mutex_t m_mutex{};

@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <optional>
 
-/// The ids that were current when a block was allocated.
+/// The ids that were current when a block was allocated, and how many resets there had been.
 struct MEM_BLOCK_BINS {
   std::uint32_t bin;
   std::uint32_t tag;
+  std::uint32_t reset_count;
 };
 
 /// Creates the banks, for the rest of the process.

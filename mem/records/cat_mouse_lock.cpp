@@ -1,8 +1,15 @@
 #include "mem/records/cat_mouse_lock.h"
 
 #include "mem/host/check.h"
+#include "mem/host/static_storage.h"
 
 constinit CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker = nullptr;
+
+namespace {
+constinit MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> storage;
+}
+
+void mem_create_cat_mouse_lock() { mem_track_and_clear_exclusive_locker = storage.construct(); }
 
 void CAT_MOUSE_LOCK_A::V(int kind) {
   if (kind == CAT)

@@ -35,6 +35,9 @@ class CAT_MOUSE_LOCK_A {
 /// process: a thread that was in a hook when tracking ended still enters and leaves it.
 extern CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker;
 
+/// Creates it, with nobody inside.
+void mem_create_cat_mouse_lock();
+
 /// Inside the tracker's lock for a scope.
 template <int KIND>
 class MEM_INSIDE_AS {

@@ -23,6 +23,12 @@ void mem_free_live_block_map() {
   delete std::exchange(mem_address_tracker_ptr_map_pool, nullptr);
 }
 
+void mem_abandon_live_blocks() {
+  mem_address_tracker_ptr_map = nullptr;
+  mem_address_tracker_ptr_map_allocator = nullptr;
+  mem_address_tracker_ptr_map_pool = nullptr;
+}
+
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {
     MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;

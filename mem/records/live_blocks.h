@@ -41,6 +41,8 @@ extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;
 /// Throws std::runtime_error("Can't create pool").
 void mem_create_live_block_map();
 void mem_free_live_block_map();
+/// Drops the map as it is, in a child made by fork.
+void mem_abandon_live_blocks();
 
 /// Remembers a block. One that the pool has no room for stays unknown.
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread);

@@ -23,6 +23,12 @@ namespace {
 
 }  // namespace
 
+void mem_abandon_modules() {
+  mem_module_tracker_map = nullptr;
+  module_tracker_lock_storage.unlocked = 0;
+  module_timeline_lock_storage.unlocked = 0;
+}
+
 MEMORY_TRACKER_BASE& mem_module_of(MEM_ADDRESS_TRACKER& site) {
   if (site.module == nullptr) [[unlikely]] {
     char const* name = site.address_info.module_name_buffer;

@@ -22,6 +22,9 @@ extern tbb::spin_mutex& mem_module_tracker_lock;
 /// Held while a report reads the module timeline.
 extern tbb::spin_mutex& mem_module_timeline_lock;
 
+/// Drops the map as it is and frees both locks, in a child made by fork.
+void mem_abandon_modules();
+
 /// The module that holds what belongs to no known one.
 inline constexpr char const* mem_other_module = "OTHER";
 

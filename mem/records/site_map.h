@@ -24,6 +24,9 @@ extern tbb::spin_mutex& mem_trace_lock;
 /// The catch-all record, created when it is not there. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();
 
+/// Drops the map as it is and frees its lock, in a child made by fork.
+void mem_abandon_sites();
+
 inline bool mem_is_catch_all(const MEM_ADDRESS_TRACKER& site) {
   return site.address_info.address == nullptr;
 }

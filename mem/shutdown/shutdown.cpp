@@ -122,10 +122,7 @@ void report_abandoned_events() {
 // Fast leak checking stays on, deliberately.
 void forget_what_was_tracked() {
   mem_disable_tracking(MEM_TRACK_ALL);
-  mem_tracking_fileline_env_set = false;
-  mem_tracking_library_env_set = false;
-  mem_tracking_per_bin_detailed_env_set = false;
-  mem_tracking_auxiliary_timeline_env_set = false;
+  mem_forget_requested_reports();
 }
 
 }  // namespace

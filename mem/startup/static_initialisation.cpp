@@ -12,6 +12,7 @@
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "mem/symbolizer/symbolizer_factory.h"
+#include "mem/tracker/mapping_observer.h"
 
 namespace {
 
@@ -54,7 +55,14 @@ struct PROFILE_BIN_LABELS {
 };
 const PROFILE_BIN_LABELS profile_bin_labels;
 
-// 6. The symbolizer caches, emptied now and before the teardown writes the reports.
+}  // namespace
+
+// 6. The observer of memory mappings.
+MEM_UDM_OBSERVER MEM_UDM_OBSERVER::singleton_instance;
+
+namespace {
+
+// 7. The symbolizer caches, emptied now and before the teardown writes the reports.
 struct SYMBOLIZER_TOOLS {
   SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
   SYMBOLIZER_TOOLS(const SYMBOLIZER_TOOLS&) = delete;

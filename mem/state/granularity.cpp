@@ -14,6 +14,13 @@ constinit bool mem_tracking_library_env_set = false;
 constinit bool mem_tracking_per_bin_detailed_env_set = false;
 constinit bool mem_tracking_auxiliary_timeline_env_set = false;
 
+void mem_forget_requested_reports() {
+  mem_tracking_fileline_env_set = false;
+  mem_tracking_library_env_set = false;
+  mem_tracking_per_bin_detailed_env_set = false;
+  mem_tracking_auxiliary_timeline_env_set = false;
+}
+
 bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits) {
   return (mem_tracking_granularity & bits) == bits;
 }

@@ -34,3 +34,6 @@ extern bool mem_tracking_fileline_env_set;
 extern bool mem_tracking_library_env_set;
 extern bool mem_tracking_per_bin_detailed_env_set;
 extern bool mem_tracking_auxiliary_timeline_env_set;
+
+/// Clears all four.
+void mem_forget_requested_reports();

@@ -4,6 +4,7 @@ constinit std::atomic<std::int64_t> mem_current_bytes{0};
 constinit std::atomic<std::uint64_t> mem_snapshot_count{0};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx{0};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx_at_peak{0};
+constinit std::atomic<std::uint32_t> mem_reset_count{0};
 constinit std::atomic<std::uint64_t> mem_abandoned_events{0};
 constinit MEM_PROFILER_STATS mem_profiler_stats;
 

@@ -18,6 +18,10 @@ extern std::atomic<std::uint64_t> mem_estimated_timeline_idx;
 /// mem_estimated_timeline_idx at the last recorded peak.
 extern std::atomic<std::uint64_t> mem_estimated_timeline_idx_at_peak;
 
+/// How often the records have been reset. What was allocated before the last time is in none of the
+/// figures that a reset forgets.
+extern std::atomic<std::uint32_t> mem_reset_count;
+
 /// Events that could not be accounted because the tracker itself ran out of memory.
 extern std::atomic<std::uint64_t> mem_abandoned_events;
 

@@ -76,10 +76,15 @@ void MEM_ADDR2LINE_TOOL::give_up(char const* reason) {
 }
 
 void MEM_ADDR2LINE_TOOL::end_child() {
+  const THR_PROCESS child = m_process;
+  abandon();
+  thr_process_terminate(child, THR_PROCESS_TERMINATE);
+  thr_process_wait(child, nullptr, 0);
+}
+
+void MEM_ADDR2LINE_TOOL::abandon() {
   thr_process_close_pipe(m_output);
   thr_process_close_pipe(m_input);
-  thr_process_terminate(m_process, THR_PROCESS_TERMINATE);
-  thr_process_wait(m_process, nullptr, 0);
   m_output = m_input = -1;
   m_process = -1;
 }

@@ -19,6 +19,9 @@ class MEM_ADDR2LINE_TOOL {
   /// Closes both pipes, terminates the child and waits for it.
   ~MEM_ADDR2LINE_TOOL();
 
+  /// Lets go of the child without ending it: in a process made by fork it is the parent's.
+  void abandon();
+
   bool is_broken() const { return m_process <= 0; }
 
   /// Sends an address of the module's file. False breaks the tool.

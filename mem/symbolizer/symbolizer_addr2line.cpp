@@ -62,27 +62,33 @@ void IMPL::CACHE::get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned 
 }
 
 ADDR2LINE_HANDLE* IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
-  if (m_handles == nullptr) {
-    m_handles = new HANDLES;
-    m_handles->reserve(most_tools);
-  }
-  const bool runs = mem_move_latest_to_back(*m_handles, [&](const ADDR2LINE_HANDLE& handle) {
+  HANDLES& handles = m_handles.object;
+  handles.reserve(most_tools);
+  const bool runs = mem_move_latest_to_back(handles, [&](const ADDR2LINE_HANDLE& handle) {
     return handle.module_name() == info.module_name_buffer;
   });
-  if (runs) return &m_handles->back();
+  if (runs) return &handles.back();
   ADDR2LINE_HANDLE fresh(info);
-  if (m_handles->size() < most_tools) {
-    m_handles->push_back(std::move(fresh));
+  if (handles.size() < most_tools) {
+    handles.push_back(std::move(fresh));
   } else {
-    mem_move_to_back(*m_handles, m_handles->begin());
-    m_handles->back() = std::move(fresh);
+    mem_move_to_back(handles, handles.begin());
+    handles.back() = std::move(fresh);
   }
-  return &m_handles->back();
+  return &handles.back();
 }
 
 void IMPL::CACHE::clear() {
   const std::lock_guard lock(m_lock.mutex);
-  delete std::exchange(m_handles, nullptr);
+  m_handles.object = {};
+}
+
+// A cache that was locked when the process was forked may be half changed: its pipes stay open.
+void IMPL::CACHE::abandon() {
+  if (m_lock.mutex.try_lock())
+    for (const ADDR2LINE_HANDLE& handle : m_handles.object) handle.tool().abandon();
+  new (&m_handles.object) HANDLES;
+  m_lock.unlocked = 0;
 }
 
 ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info)

@@ -7,6 +7,7 @@
 
 #include "mem/host/bookkeeping.h"
 #include "mem/host/static_spin_mutex.h"
+#include "mem/host/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
 #include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer.h"
@@ -46,6 +47,7 @@ class MEM_SYMBOLIZER_ADDR2LINE::IMPL::ADDR2LINE_HANDLE {
 
     /// Asks for an address of the module's file and stores the answer's two lines, terminated.
     void get_data(unsigned long long address, char* buffer, unsigned long size);
+    void abandon() { m_tool.abandon(); }
 
    private:
     void drop_rest_of_answer(char* cursor, int newlines);
@@ -75,10 +77,12 @@ class MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE {
 
   /// Ends every tool. A later request starts one again.
   void clear();
+  /// Lets go of every tool, in a child made by fork.
+  void abandon();
 
  private:
   using HANDLES = std::vector<ADDR2LINE_HANDLE, MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>>;
 
   MEM_STATIC_SPIN_MUTEX m_lock;
-  HANDLES* m_handles = nullptr;
+  MEM_NEVER_DESTROYED<HANDLES> m_handles;  // other modules' destructors still allocate
 };

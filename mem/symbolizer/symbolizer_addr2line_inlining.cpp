@@ -74,35 +74,40 @@ IMPL::CACHE::HANDLE IMPL::CACHE::take_handle(const MEM_ADDRESS_INFO& info) {
 }
 
 IMPL::CACHE::HANDLE IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
-  if (m_handles == nullptr) {
-    m_handles = new HANDLES;
-    m_handles->reserve(most_tools);
-  }
-  const bool runs = mem_move_latest_to_back(*m_handles, [&](const HANDLE& handle) {
+  HANDLES& handles = m_handles.object;
+  handles.reserve(most_tools);
+  const bool runs = mem_move_latest_to_back(handles, [&](const HANDLE& handle) {
     return handle->module_name() == info.module_name_buffer;
   });
-  if (runs) return m_handles->back();
+  if (runs) return handles.back();
   HANDLE fresh =
       std::allocate_shared<ADDR2LINE_HANDLE>(MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>(), info);
-  const auto idle =
-      m_handles->size() < most_tools
-          ? m_handles->end()
-          : std::find_if(m_handles->begin(), m_handles->end(),
-                         [](const HANDLE& handle) { return handle.use_count() == 1; });
-  if (idle == m_handles->end()) {
-    m_handles->push_back(std::move(fresh));
+  const auto idle = handles.size() < most_tools
+                        ? handles.end()
+                        : std::find_if(handles.begin(), handles.end(), [](const HANDLE& handle) {
+                            return handle.use_count() == 1;
+                          });
+  if (idle == handles.end()) {
+    handles.push_back(std::move(fresh));
   } else {
-    mem_move_to_back(*m_handles, idle);
-    m_handles->back() = std::move(fresh);
+    mem_move_to_back(handles, idle);
+    handles.back() = std::move(fresh);
   }
-  return m_handles->back();
+  return handles.back();
 }
 
 void IMPL::CACHE::clear() {
-  std::unique_lock lock(m_lock.mutex);
-  HANDLES* ended = std::exchange(m_handles, nullptr);
-  lock.unlock();
-  delete ended;
+  HANDLES ended;
+  const std::lock_guard lock(m_lock.mutex);
+  ended.swap(m_handles.object);
+}
+
+// A cache that was locked when the process was forked may be half changed: its pipes stay open.
+void IMPL::CACHE::abandon() {
+  if (m_lock.mutex.try_lock())
+    for (const HANDLE& handle : m_handles.object) handle->abandon();
+  new (&m_handles.object) HANDLES;
+  m_lock.unlocked = 0;
 }
 
 ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info)

@@ -6,6 +6,7 @@
 
 #include "mem/host/bookkeeping.h"
 #include "mem/host/static_spin_mutex.h"
+#include "mem/host/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
 #include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer.h"
@@ -53,6 +54,7 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::ADDR2LINE_HANDLE {
   /// Asks for the byte before an address of the module's file and stores the whole answer, cut to
   /// the buffer and terminated. `buffer` comes zeroed and stays so when there is no answer.
   void get_data(unsigned long long address, char* buffer, unsigned long size);
+  void abandon() { m_tool.abandon(); }
 
  private:
   bool drop_stale_output();
@@ -86,10 +88,12 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE {
 
   /// Ends every tool, one in use after its answer. A later request starts one again.
   void clear();
+  /// Lets go of every tool, in a child made by fork.
+  void abandon();
 
  private:
   using HANDLES = std::vector<HANDLE, MEM_BOOKKEEPING_ALLOCATOR<HANDLE>>;
 
   MEM_STATIC_SPIN_MUTEX m_lock;
-  HANDLES* m_handles = nullptr;
+  MEM_NEVER_DESTROYED<HANDLES> m_handles;  // other modules' destructors still allocate
 };

@@ -36,6 +36,11 @@ MEM_SYMBOLIZER* MEM_SYMBOLIZER_FACTORY::get_default_symbolizer() {
   return get_symbolizer("default");
 }
 
+void MEM_SYMBOLIZER_FACTORY::abandon_all_tools() {
+  MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.abandon();
+  MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.abandon();
+}
+
 void MEM_SYMBOLIZER_FACTORY::end_all_tools() {
   MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear();
   MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.clear();

@@ -11,4 +11,6 @@ class MEM_SYMBOLIZER_FACTORY {
 
   /// Ends the tools of every symbolizer. A later request starts one again.
   static void end_all_tools();
+  /// Lets go of them without ending them, in a child made by fork.
+  static void abandon_all_tools();
 };

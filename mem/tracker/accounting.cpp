@@ -61,18 +61,22 @@ void credit_module(MEM_ADDRESS_TRACKER& site, std::size_t allocated) {
 
 void charge_bins(void const* ptr, std::int64_t bytes) {
   const MEM_BLOCK_BINS bins = {MEM_USER_MEMORY_TRACKER::get_current_pbin_id(),
-                               MEM_USER_MEMORY_TRACKER::get_most_recently_opened_pb_tag()};
+                               MEM_USER_MEMORY_TRACKER::get_most_recently_opened_pb_tag(),
+                               mem_reset_count};
   mem_remember_block_bins(ptr, bins);
   mem_pbin_tracker->allocate(bytes, bins.bin);
   mem_pbin_tag_tracker->allocate(bytes, bins.tag);
 }
 
-// A block that was never charged to a bin is skipped.
-void credit_bins(void const* ptr, std::int64_t bytes) {
+// A block that was never charged to a bin is skipped. Of one from before a reset, the tag's charge
+// is forgotten, while the bin still has it. Whether the block is younger than the last reset.
+bool credit_bins(void const* ptr, std::int64_t bytes) {
   const std::optional<MEM_BLOCK_BINS> bins = mem_take_block_bins(ptr);
-  if (!bins) return;
+  if (!bins) return mem_reset_count == 0;
   mem_pbin_tracker->release(bytes, bins->bin);
-  mem_pbin_tag_tracker->release(bytes, bins->tag);
+  const bool after_reset = bins->reset_count == mem_reset_count;
+  if (after_reset) mem_pbin_tag_tracker->release(bytes, bins->tag);
+  return after_reset;
 }
 
 void mark_bins_as_peak() {
@@ -149,10 +153,13 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
   // Every timeline holds the moment of every peak.
   const bool peak = (granularity & MEM_MASK_TOTAL) != 0 && mem_check_peak();
   const bool sample = count_event() || peak;
+  // Only what was allocated since the last reset is in the total.
+  bool in_total = true;
   if ((granularity & MEM_MASK_FIND_SITE) != 0) {
     const MEM_INSIDE_AS_MOUSE mouse;
     if (mem_tbb_tracking_ended) return;
     const MEM_BLOCK_ORIGIN origin = mem_take_block(ptr);
+    in_total = origin.site != nullptr || mem_reset_count == 0;
     MEM_ADDRESS_TRACKER& site = credit_site(origin, granularity, allocated);
     if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
       credit_module(site, allocated);
@@ -164,8 +171,9 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
   if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
     if (peak) mark_bins_as_peak();
     if (sample) mem_pbin_tag_snapshots->capture();
-    credit_bins(ptr, bytes);
+    const bool after_reset = credit_bins(ptr, bytes);
+    if ((granularity & MEM_MASK_FIND_SITE) == 0) in_total = after_reset;
   }
   if (sample) mem_capture_companions(granularity);
-  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(-bytes, sample);
+  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(in_total ? -bytes : 0, sample);
 }

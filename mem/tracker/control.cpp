@@ -16,3 +16,20 @@ void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits) {
   const std::uint32_t old = mem_tracking_granularity.fetch_and(~bits);
   if (old != MEM_TRACK_NONE && (old & ~bits) == MEM_TRACK_NONE) mem_remove_tracker_hooks();
 }
+
+void mem_set_tbb_track_alloc_dealloc(bool on) {
+  if (on)
+    mem_enable_tracking(MEM_TRACK_PER_BIN);
+  else
+    mem_disable_tracking(MEM_TRACK_PER_BIN);
+}
+
+MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT::MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT()
+    : m_was_on(mem_get_tbb_track_alloc_dealloc()) {
+  mem_set_tbb_track_alloc_dealloc(false);
+}
+
+MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT::
+    ~MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT() {
+  mem_set_tbb_track_alloc_dealloc(m_was_on);
+}

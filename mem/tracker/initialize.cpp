@@ -9,7 +9,6 @@
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
-#include "mem/host/static_storage.h"
 #include "mem/records/block_bins.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/live_blocks.h"
@@ -24,6 +23,7 @@
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
+#include "mem/tracker/fork_handlers.h"
 #include "mem/tracker/hooks.h"
 
 namespace {
@@ -36,13 +36,6 @@ std::string unwinder_name_from_environment() {
 void create_site_map() {
   mem_address_tracker_map = new MEM_ADDRESS_TRACKER_MAP;
   mem_address_tracker_map->max_load_factor(1.0F);
-}
-
-// Threads may still enter it after everything else has been freed.
-constinit MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> cat_mouse_lock_storage;
-
-void create_cat_mouse_lock() {
-  mem_track_and_clear_exclusive_locker = cat_mouse_lock_storage.construct();
 }
 
 void link_catch_all_site() {
@@ -88,8 +81,9 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   if (granularity != MEM_TRACK_NONE) mem_read_user_filters();
 
   mem_tbb_exe_string = new std::string("kvi");
-  create_cat_mouse_lock();
+  mem_create_cat_mouse_lock();
   link_catch_all_site();
+  mem_register_fork_handlers();
   start_tracking(granularity);
 
   mem_read_incomplete_fileline_setting();

@@ -144,9 +144,13 @@ void mem_tbb_tracking_flush_peak() {
                       static_cast<long long>(thresholded_peak_memory));
   else if (granularity == MEM_TRACK_LEAKS_FAST)
     flush_global_peak();
+  mem_rearm_peak_detection();
+  mem_user_snapshot_tracking_data();
+}
+
+void mem_rearm_peak_detection() {
   thresholded_peak_memory = 0;
   peak_exponential_threshold = first_exponential_threshold;
-  mem_user_snapshot_tracking_data();
 }
 
 void mem_restore_flushed_peak() {

@@ -11,6 +11,9 @@ std::int64_t mem_flushed_peak_memory();
 /// recorded.
 bool mem_check_peak();
 
+/// Forgets the last recorded peak, so that the next phase records its own from the start.
+void mem_rearm_peak_detection();
+
 /// Brings back the peak figures of every site, bin and tag as the last flush found them, unless a
 /// higher peak has been recorded since. Inside the cat section.
 void mem_restore_flushed_peak();

@@ -21,13 +21,13 @@ void mem_user_snapshot_tracking_data() {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   {
-    // Keeps the shutdown, which reads and then frees what is captured here, waiting.
+    // Keeps the shutdown, which frees the module records, waiting.
     const MEM_INSIDE_AS_MOUSE mouse;
     if (mem_tbb_tracking_ended) return;
     mem_module_timeline->capture();
-    mem_pbin_tag_snapshots->capture();
-    mem_timeline_labels->capture();
-    mem_auxiliary_timeline_file->capture();
   }
+  mem_pbin_tag_snapshots->capture();
+  mem_timeline_labels->capture();
+  mem_auxiliary_timeline_file->capture();
   mem_snapshot_count.fetch_add(1);
 }

@@ -9,8 +9,8 @@
 
 #include "include/tuk_mem.h"
 #include "platform/thr_thread.h"
-#include "tests/integration/programs/parts/books.h"
-#include "tests/integration/programs/parts/run_scenario.h"
+#include "tests/integration/programs/books.h"
+#include "tests/integration/programs/run_scenario.h"
 
 namespace {
 

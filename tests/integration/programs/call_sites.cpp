@@ -4,7 +4,7 @@
 #include <new>
 #include <thread>
 
-#include "tests/integration/programs/parts/books.h"
+#include "tests/integration/programs/books.h"
 
 extern "C" void allocate_in_c();
 extern "C" void* allocate_in_shared_library(std::size_t size);

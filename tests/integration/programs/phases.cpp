@@ -9,7 +9,7 @@
 #include <string>
 
 #include "include/tuk_mem.h"
-#include "tests/integration/programs/parts/run_scenario.h"
+#include "tests/integration/programs/run_scenario.h"
 
 namespace {
 
@@ -17,7 +17,10 @@ constexpr std::size_t kib = 1024;
 constexpr std::size_t mib = 1024 * kib;
 
 // Opaque to the compiler, which would leave out a block that is only allocated and freed.
-[[gnu::noipa]] void* take(std::size_t size) { return std::malloc(size); }
+[[gnu::noipa]] void* take(std::size_t size) {
+  void* volatile block = std::malloc(size);  // no tail call
+  return block;
+}
 [[gnu::noipa]] void give(void* block) { std::free(block); }
 
 class BIN {

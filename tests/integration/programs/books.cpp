@@ -1,4 +1,4 @@
-#include "tests/integration/programs/parts/books.h"
+#include "tests/integration/programs/books.h"
 
 #include <dlfcn.h>
 #include <malloc.h>

@@ -3,7 +3,7 @@
 #include <malloc.h>
 #include <stdlib.h>
 
-#include "tests/integration/programs/parts/books.h"
+#include "tests/integration/programs/books.h"
 
 void allocate_in_c(void) {
   NOTE(malloc(100), 100);
