@@ -53,21 +53,4 @@ TEST(RepetitiveVector, TellsLabelsApartByCase) {
   EXPECT_EQ(labels.runs(), 4U);
 }
 
-// As the writers of the timelines read: all series in step, each with runs of its own.
-TEST(RepetitiveVector, IteratorsStepIndependently) {
-  SERIES flat;
-  SERIES stepped;
-  for (std::int64_t sample = 0; sample < 1000; ++sample) {
-    flat.append(1);
-    stepped.append(sample / 3);
-  }
-  auto in_flat = flat.begin();
-  auto in_stepped = stepped.begin();
-  for (std::int64_t sample = 0; sample < 1000; ++sample, ++in_flat, ++in_stepped) {
-    ASSERT_EQ(*in_flat, 1);
-    ASSERT_EQ(*in_stepped, sample / 3);
-  }
-  EXPECT_EQ(flat.runs(), 1U);
-}
-
 }  // namespace
