@@ -1,6 +1,6 @@
 // An allocator with the hook interface of the real one, for sanitizer builds, which bring a malloc
 // of their own, and for faults the real one can't produce. Its functions have the names that the
-// library searches for; blocks come from malloc, sizes are rounded up to 16 bytes.
+// library searches for; blocks come zeroed from calloc, sizes are rounded up to 16 bytes.
 #pragma once
 
 #include <cstddef>
