@@ -1,0 +1,119 @@
+// Settings lookups, messages, internal errors and the critical section.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csetjmp>
+#include <csignal>
+#include <sstream>
+
+#include "include/tuk_mem.h"
+#include "mem/host/message.h"
+
+// The host's own function, which the library looks up by name.
+extern "C" void cfg_dyn_get_int_value(const char*, int* out, int default_value) {
+  *out = default_value + 1000;
+}
+
+namespace {
+
+// Every kind of lookup: boolean by either default, integer, text, switch.
+std::string lookups_of(const char* name) {
+  std::ostringstream text;
+  text << mem_cfg_is_on(name, false) << mem_cfg_is_on(name, true) << " "
+       << mem_cfg_get_int_value(name, 7) << " \"" << mem_cfg_get_value(name) << "\" "
+       << mem_env_is_on(name);
+  return text.str();
+}
+
+constexpr const char* lookups[][2] = {{"", "01 0 \"\" 0"},
+                                      {"oN", "11 0 \"oN\" 1"},
+                                      {"1", "11 1 \"1\" 1"},
+                                      {"OFF", "00 0 \"OFF\" 1"},
+                                      {"0", "00 0 \"0\" 0"},
+                                      {"00", "01 0 \"00\" 1"},
+                                      {"yes", "01 0 \"yes\" 1"},
+                                      {"12abc", "01 12 \"12abc\" 1"},
+                                      {"4294967297", "01 1 \"4294967297\" 1"}};
+
+TEST(Lookup, AsksTheCallbackElseTheHostsFunctionFoundOnceElseTheEnvironment) {
+  EXPECT_EQ(lookups_of("nowhere"), "01 1007 \"\" 0");
+  mem_set_cfg_get_int_value_callback(nullptr);  // not searched for again
+  EXPECT_EQ(lookups_of("nowhere"), "01 0 \"\" 0");
+  EXPECT_EQ(lookups_of(nullptr), "01 0 \"\" 0");
+  for (const auto& [value, found] : lookups) {
+    setenv("somewhere", value, 1);
+    EXPECT_EQ(lookups_of("somewhere"), found);
+  }
+  mem_set_cfg_is_on_callback([](const char*, bool default_value) { return !default_value; });
+  mem_set_cfg_get_int_value_callback([](const char*, int* out, int) { *out += 3; });
+  mem_set_cfg_get_value_callback([](const char*, std::string* out) { *out += "x"; });
+  EXPECT_EQ(lookups_of("somewhere"), "10 3 \"x\" 1");
+}
+
+// By mode.
+constexpr const char* wrappings[] = {
+    "Debug: MEM: x=5\n",
+    "msg_tcl_post_message 0 { \"Debug\" \"\" \"\" \"MEM: x=5\" {  } {  } 0 0 \"\" 0 0 \"app\" 0 -1 "
+    "0 \"\"}\n",
+    "{\"args\":\"\",\"flag\":0,\"help_id\":\"\",\"hierarchy_path\":\"\",\"id\":0,\"object_type\":\""
+    "MSG_POST\",\"raw\":\"\",\"severity\":0,\"source\":\"app\",\"source_id\":-1,\"sub_messages\":[]"
+    ","
+    "\"suppress\":false,\"suppress_type\":0,\"text\":\"MEM: "
+    "x=5\",\"timestamp\":0,\"type\":\"Debug\"}\n",
+    "Debug: MEM: x=5\n"};
+
+bool inform(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const bool answer = mem_msg_local_vinfo("HOST", format, args);
+  va_end(args);
+  return answer;
+}
+
+void expect_printed(const char* expected, void (*work)()) {
+  testing::internal::CaptureStdout();
+  work();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
+}
+
+TEST(Message, IsPrintedAsTheSettingTheModeAndTheGuardsSay) {
+  expect_printed("HOST: x=5\n", [] { EXPECT_TRUE(mem_msg_vdebug("off") && inform("x=%d", 5)); });
+  expect_printed("Debug: MEM: guarded 1\nDebug: MEM: for good\n", [] {
+    {
+      const MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT outer;
+      { const MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT inner; }
+      mem_tracker_debug("guarded %d", 1);
+    }
+    mem_tracker_debug("off");
+    mem_tbb_tracking_notify_msg_shutting_down();
+    { const MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT guard; }
+    mem_tracker_debug("for good");
+  });
+  setenv("debug_msg", "on", 1);
+  for (int mode = 0; mode < 4; ++mode) {
+    mem_set_ipc_mode(static_cast<MEM_IPC_MODE>(mode));
+    expect_printed(wrappings[mode], [] { EXPECT_TRUE(mem_msg_vdebug("x=%d", 5)); });
+  }
+}
+
+std::jmp_buf reported;
+
+// Comes back from the first error's report, which aborts, and raises a second error.
+void fail_twice() {
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  std::signal(SIGABRT, [](int) { siglongjmp(reported, 1); });
+  if (sigsetjmp(reported, 1) == 0) mem_internal_error("first.cpp", 1, "first");
+  std::signal(SIGABRT, SIG_DFL);
+  mem_internal_error("second.cpp", 22, "second %s", "error");
+}
+
+TEST(InternalErrorDeathTest, IsCutAndEndsTheProcessWhenItHappensWhileReporting) {
+  EXPECT_DEATH(mem_internal_error("a.cpp", 7, "%s", std::string(600, 'x').c_str()),
+               "Fatal error: MEM: x{499} \\(a.cpp:7\\)");
+  EXPECT_EXIT(fail_twice(), testing::ExitedWithCode(255),
+              "\nInternal Error: second.cpp\\(22\\):second error\n");
+  EXPECT_EXIT((std::atexit([] { mem_internal_error("third.cpp", 3, "third"); }), fail_twice()),
+              testing::KilledBySignal(SIGABRT), "second error\n$");
+}
+
+}  // namespace

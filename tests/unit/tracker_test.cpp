@@ -1,0 +1,256 @@
+// Accounting, on an allocator with the hook interface whose sizes are multiples of 16.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+
+#include "mem/manager/statistics.h"
+#include "mem/records/cat_mouse_lock.h"
+#include "mem/records/module_map.h"
+#include "mem/records/site_map.h"
+#include "mem/settings/tuning.h"
+#include "mem/state/totals.h"
+#include "tests/support/debug_lines.h"
+#include "tests/support/scripted_symbolizer.h"
+#include "tests/support/stand_in_allocator.h"
+
+namespace {
+
+using FRAMES = SCRIPTED_SYMBOLIZER::FRAMES;
+
+// An allocation site of its own for every number.
+template <int SITE>
+[[gnu::noipa]] void* allocate_at(std::size_t size) {
+  void* block = STAND_IN::allocate(size);
+  asm volatile("" : : "i"(SITE));  // no tail call: the frame has to stay
+  return block;
+}
+
+MEM_TRACKING_GRANULARITY bits(int value) { return static_cast<MEM_TRACKING_GRANULARITY>(value); }
+
+// Blocks and bytes (current, max, cumulative), requested bytes, mismatched bytes.
+std::string text_of(const MEMORY_TRACKER_BASE& record) {
+  std::ostringstream text;
+  text << static_cast<std::int32_t>(record.current_blocks) << "/" << record.max_blocks << "/"
+       << record.cumulative_blocks << " " << record.current_bytes << "/" << record.max_bytes << "/"
+       << record.cumulative_bytes << " " << record.cumulative_requested_bytes << " "
+       << record.cumulative_mismatched_bytes;
+  return text.str();
+}
+
+MEM_ADDRESS_TRACKER site_of(void const* block) {
+  MEM_ADDRESS_TRACKER site{};
+  EXPECT_TRUE(mem_get_address_tracker(block, site));
+  return site;
+}
+
+MEMORY_TRACKER_BASE module_of(char const* name) {
+  MEMORY_TRACKER_BASE module{};
+  EXPECT_TRUE(mem_get_module_tracker(name, module)) << name;
+  return module;
+}
+
+class TRACKER : public testing::Test {
+ protected:
+  TRACKER() {
+    m_symbolizer.frames_at = [](void const*) { return FRAMES{frame(site_module, "f", "/f.cpp")}; };
+  }
+  ~TRACKER() override { mem_disable_tracking(bits(127)); }
+
+  // The module in which this thread's next new site lies.
+  static inline thread_local char const* site_module = "alpha";
+  SCRIPTED_SYMBOLIZER m_symbolizer;
+};
+
+TEST_F(TRACKER, SiteAndModuleFiguresAreExact) {
+  void* from_before = allocate_at<0>(20);
+  mem_enable_tracking(bits(4 | 8));
+  void* first = allocate_at<0>(20);
+  void* second = allocate_at<0>(100);
+  allocate_at<1>(16);
+  site_module = "beta";
+  void* other_module = allocate_at<2>(1);
+  STAND_IN::release(first);
+  EXPECT_EQ(text_of(site_of(second)), "1/2/2 112/144/144 120 0");
+  EXPECT_EQ(text_of(module_of("alpha")), "2/3/3 128/160/160 136 0");
+  EXPECT_EQ(text_of(module_of("beta")), "1/1/1 16/16/16 1 0");
+  EXPECT_EQ(text_of(site_of(other_module)), "1/1/1 16/16/16 1 0");
+  STAND_IN::release(from_before);
+  EXPECT_EQ(text_of(site_of(nullptr)), "-1/0/0 -32/0/0 0 0");
+  EXPECT_EQ(text_of(module_of("OTHER")), "-1/0/0 -32/0/0 0 0");
+  EXPECT_EQ(mem_current_bytes, 112 + 16 + 16 - 32);
+
+  const auto* function = reinterpret_cast<char const*>(&allocate_at<0>);
+  const auto* site = static_cast<char const*>(site_of(second).address_info.address);
+  EXPECT_TRUE(site > function && site < function + 256) << "the allocator's caller is the site";
+}
+
+TEST_F(TRACKER, BlockedThreadIsCountedAsTheProfilersOwnTraffic) {
+  mem_enable_tracking(bits(1 | 8));
+  EXPECT_FALSE(mem_block_thread_tracking());
+  EXPECT_TRUE(mem_block_thread_tracking());
+  allocate_at<0>(20);
+  STAND_IN::release(allocate_at<0>(100));
+  EXPECT_EQ(mem_profiler_stats.requested_total, 120U);
+  EXPECT_EQ(mem_profiler_stats.allocated_freed, 112U);
+  EXPECT_EQ(mem_profiler_stats.allocated_outstanding, 32U);
+  EXPECT_EQ(mem_snapshot_count, 0U);
+  EXPECT_TRUE(mem_unblock_thread_tracking());
+  EXPECT_FALSE(mem_am_blocked());
+}
+
+// Current and cumulative bytes.
+template <class MAP>
+std::pair<std::int64_t, std::uint64_t> sums_of(const MAP& map) {
+  std::pair<std::int64_t, std::uint64_t> sums;
+  for (const auto& [key, record] : map) {
+    sums.first += record.current_bytes;
+    sums.second += record.cumulative_bytes;
+  }
+  return sums;
+}
+
+// Where a live block of 32 bytes is known.
+std::string levels_charged_under(int granularity) {
+  mem_enable_tracking(bits(granularity));
+  void* block = allocate_at<0>(20);
+  MEM_ADDRESS_TRACKER site;
+  std::string levels;
+  if (mem_get_address_tracker(block, site)) levels += "live ";
+  if (sums_of(*mem_address_tracker_map).first == 32) levels += "site ";
+  if (sums_of(*mem_module_tracker_map).first == 32) levels += "module ";
+  if (mem_get_current_bytes() == 32) levels += "statistics ";
+  if (mem_current_bytes == 32) levels += "total ";
+  STAND_IN::release(block);
+  mem_disable_tracking(bits(granularity));
+  return levels;
+}
+
+TEST_F(TRACKER, EveryGranularityChargesAndCreditsItsOwnLevels) {
+  EXPECT_EQ(levels_charged_under(1), "statistics ");
+  EXPECT_EQ(levels_charged_under(2), "total ");
+  EXPECT_EQ(levels_charged_under(4), "live module total ");
+  EXPECT_EQ(levels_charged_under(8), "live site total ");
+  EXPECT_EQ(levels_charged_under(16), "live site ");
+  EXPECT_EQ(levels_charged_under(32), "statistics ");
+  EXPECT_EQ(levels_charged_under(64), "");
+  EXPECT_EQ(levels_charged_under(127), "live site module statistics total ");
+  EXPECT_EQ(levels_charged_under(0), "") << "the hooks are gone";
+}
+
+TEST_F(TRACKER, EveryEighthSampleIsReported) {
+  mem_module_snapshot_delay = 1;
+  mem_enable_tracking(bits(8));
+  EXPECT_THAT(debug_lines_of([] {
+                for (int block = 0; block < 8; ++block) STAND_IN::release(allocate_at<0>(16));
+                allocate_at<0>(20);
+              }),
+              testing::ElementsAre("Memory tracking: at timeline index 0 with total memory 16",
+                                   "Memory tracking: at timeline index 8 with total memory 16",
+                                   "Memory tracking: at timeline index 16 with total memory 32"));
+}
+
+[[gnu::noipa]] void* allocate_below(int depth) {
+  void* block = depth == 0 ? STAND_IN::allocate(20) : allocate_below(depth - 1);
+  asm volatile("");
+  return block;
+}
+
+TEST_F(TRACKER, LooksDeeperOnlyWhenAFullShortTraceIsAllFiltered) {
+  mem_enable_tracking(bits(8));
+  // The first two addresses are those of the calls in allocate_below; each is asked about twice.
+  m_symbolizer.frames_at = [asked = 0](void const*) mutable {
+    return FRAMES{frame("alpha", ++asked <= 2 * 2 ? "std::f" : "requester", "/f.cpp")};
+  };
+  EXPECT_STREQ(site_of(allocate_below(20)).address_info.function_name_buffer, "requester");
+  EXPECT_EQ(site_of(allocate_below(11 + 50)).address_info.address, nullptr);
+  EXPECT_EQ(text_of(site_of(nullptr)), "1/1/1 32/32/32 20 0");
+}
+
+// What a block of the thread test knows about itself.
+struct LABEL {
+  std::size_t site, size;
+  std::thread::id owner;
+};
+
+// What the threads did at each site.
+struct BOOK {
+  std::atomic<std::uint64_t> blocks, bytes, requested, mismatched;
+};
+BOOK books[4];
+std::atomic<void*> slots[64];
+
+void* allocate_and_book(std::size_t site, std::size_t size) {
+  constexpr void* (*sites[])(std::size_t) = {allocate_at<0>, allocate_at<1>, allocate_at<2>,
+                                             allocate_at<3>};
+  books[site].blocks += 1;
+  books[site].bytes += STAND_IN::rounded(size);
+  books[site].requested += size;
+  return new (sites[site](size)) LABEL{site, size, std::this_thread::get_id()};
+}
+
+void release_and_book(void* block) {
+  if (block == nullptr) return;
+  const LABEL label = *static_cast<LABEL*>(block);
+  if (label.owner != std::this_thread::get_id() && label.size <= 8128)
+    books[label.site].mismatched += STAND_IN::rounded(label.size);
+  STAND_IN::release(block);
+}
+
+void exchange_blocks(unsigned seed) {
+  constexpr std::size_t sizes[] = {sizeof(LABEL), 100, 8128, 8129};
+  std::minstd_rand random(seed);
+  for (int round = 0; round < 10000; ++round)
+    release_and_book(
+        slots[random() % 64].exchange(allocate_and_book(random() % 4, sizes[random() % 4])));
+}
+
+TEST_F(TRACKER, BooksBalanceWhileThreadsExchangeBlocksAndACatComesIn) {
+  mem_enable_tracking(bits(4 | 8));
+  void* witnesses[4];
+  for (std::size_t site = 0; site < 4; ++site) {
+    site_module = site % 2 == 0 ? "even" : "odd";
+    witnesses[site] = allocate_and_book(site, sizeof(LABEL));
+  }
+  std::atomic<int> working = 8;
+  std::vector<std::thread> workers;
+  for (unsigned seed = 1; seed <= 8; ++seed)
+    workers.emplace_back([&, seed] { exchange_blocks(seed), --working; });
+  while (working > 0) {
+    std::ostringstream reports;
+    mem_dump_tbb_fileline_tracking(reports);
+    mem_dump_tbb_subsystem_tracking(reports);
+    const MEM_INSIDE_AS_CAT nothing_moves;
+    EXPECT_EQ(sums_of(*mem_module_tracker_map), sums_of(*mem_address_tracker_map));
+  }
+  for (std::thread& worker : workers) worker.join();
+  for (auto& slot : slots) release_and_book(slot.exchange(nullptr));
+  for (std::size_t site = 0; site < 4; ++site) {
+    const MEM_ADDRESS_TRACKER record = site_of(witnesses[site]);
+    EXPECT_EQ(record.current_blocks, 1U);
+    EXPECT_EQ(record.cumulative_blocks, books[site].blocks);
+    EXPECT_EQ(record.cumulative_bytes, books[site].bytes);
+    EXPECT_EQ(record.cumulative_requested_bytes, books[site].requested);
+    EXPECT_EQ(record.cumulative_mismatched_bytes, books[site].mismatched);
+  }
+  EXPECT_EQ(sums_of(*mem_module_tracker_map), sums_of(*mem_address_tracker_map));
+}
+
+TEST(LocalRegion, MeasuresItsOwnPeakAndGivesTheOuterOneBack) {
+  const auto use = [](int bytes) {
+    mem_pbin_stats.add_block(bytes), mem_pbin_stats.remove_block(bytes);
+  };
+  use(1000);
+  const MEM_BASE_STATS outer = mem_enter_local_region();
+  mem_pbin_stats.add_block(100);
+  const MEM_BASE_STATS inner = mem_enter_local_region();
+  use(10);
+  EXPECT_EQ(mem_exit_local_region(inner).bytes, 110);
+  EXPECT_EQ(mem_exit_local_region(mem_enter_local_region()).bytes, 100);
+  EXPECT_EQ(mem_exit_local_region(outer).bytes, 110);
+  EXPECT_EQ(mem_get_local_peak().bytes, 1000);
+  EXPECT_EQ(mem_get_local_peak().count, 2) << "each field on its own";
+}
+
+}  // namespace
