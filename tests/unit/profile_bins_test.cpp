@@ -111,6 +111,7 @@ constexpr MISTAKE_ROW mistakes[] = {
 };
 
 TEST(ProfileBins, OpenedAndClosedWrongEndTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child would not be tracked
   for (const MISTAKE_ROW& row : mistakes) EXPECT_DEATH(row.make(), row.condition);
 }
 
