@@ -5,13 +5,14 @@
 #include <random>
 #include <thread>
 
+#include "mem/bins/pbin_tracker_map.h"
 #include "mem/manager/statistics.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
-#include "mem/settings/tuning.h"
+#include "mem/state/granularity.h"
 #include "mem/state/totals.h"
-#include "tests/support/debug_lines.h"
+#include "platform/udm_notifier.h"
 #include "tests/support/scripted_symbolizer.h"
 #include "tests/support/stand_in_allocator.h"
 
@@ -43,6 +44,13 @@ MEM_ADDRESS_TRACKER site_of(void const* block) {
   MEM_ADDRESS_TRACKER site{};
   EXPECT_TRUE(mem_get_address_tracker(block, site));
   return site;
+}
+
+template <class FUNCTION>
+bool lies_in(FUNCTION* function, const MEM_ADDRESS_TRACKER& site) {
+  const auto* code = reinterpret_cast<char const*>(function);
+  const auto* address = static_cast<char const*>(site.address_info.address);
+  return address > code && address < code + 256;
 }
 
 MEMORY_TRACKER_BASE module_of(char const* name) {
@@ -80,10 +88,7 @@ TEST_F(TRACKER, SiteAndModuleFiguresAreExact) {
   EXPECT_EQ(text_of(site_of(nullptr)), "-1/0/0 -32/0/0 0 0");
   EXPECT_EQ(text_of(module_of("OTHER")), "-1/0/0 -32/0/0 0 0");
   EXPECT_EQ(mem_current_bytes, 112 + 16 + 16 - 32);
-
-  const auto* function = reinterpret_cast<char const*>(&allocate_at<0>);
-  const auto* site = static_cast<char const*>(site_of(second).address_info.address);
-  EXPECT_TRUE(site > function && site < function + 256) << "the allocator's caller is the site";
+  EXPECT_TRUE(lies_in(allocate_at<0>, site_of(second))) << "the allocator's caller is the site";
 }
 
 TEST_F(TRACKER, BlockedThreadIsCountedAsTheProfilersOwnTraffic) {
@@ -139,16 +144,56 @@ TEST_F(TRACKER, EveryGranularityChargesAndCreditsItsOwnLevels) {
   EXPECT_EQ(levels_charged_under(0), "") << "the hooks are gone";
 }
 
-TEST_F(TRACKER, EveryEighthSampleIsReported) {
-  mem_module_snapshot_delay = 1;
+TEST_F(TRACKER, ForgetsAtAResetAllButBins) {
+  mem_enable_tracking(bits(2 | 4 | 8));
+  void* before = allocate_at<0>(100);
+  mem_reset_tracking_entries();
+  EXPECT_EQ(mem_current_bytes, 0);
+  allocate_at<0>(20);
+  STAND_IN::release(before);
+  EXPECT_EQ(mem_current_bytes, 32);
+  EXPECT_EQ(text_of(module_of("alpha")), "1/1/1 32/32/32 20 0");
+  EXPECT_EQ(text_of(module_of("OTHER")), "-1/0/0 -112/0/0 0 0");
+  EXPECT_EQ((*mem_pbin_tag_tracker)[0].current, 32);
+  EXPECT_EQ((*mem_pbin_tracker)[0].cumulative, 112 + 32);
+  EXPECT_EQ((*mem_pbin_tracker)[0].current, 32);
+}
+
+[[gnu::noipa]] void map_a_page(void const* address) {
+  mem_notify_memory_mapping_added(address, 4096);
+  asm volatile("");  // no tail call
+}
+
+TEST_F(TRACKER, AccountsMappingsLikeBlocksOfTheNotifiersCaller) {
+  static char mapping[2];
+  mem_notify_memory_mapping_added(&mapping[0], 4096);
+  EXPECT_EQ(mem_profiler_stats.num_allocs, 0U);
   mem_enable_tracking(bits(8));
-  EXPECT_THAT(debug_lines_of([] {
-                for (int block = 0; block < 8; ++block) STAND_IN::release(allocate_at<0>(16));
-                allocate_at<0>(20);
-              }),
-              testing::ElementsAre("Memory tracking: at timeline index 0 with total memory 16",
-                                   "Memory tracking: at timeline index 8 with total memory 16",
-                                   "Memory tracking: at timeline index 16 with total memory 32"));
+  map_a_page(&mapping[0]);
+  EXPECT_TRUE(lies_in(map_a_page, site_of(&mapping[0]))) << "the caller is the site";
+  UDM_BAREBONES_NOTIFIER::notify_added(&mapping[1], 1000);
+  EXPECT_EQ(mem_current_bytes, 5096) << "not rounded";
+  UDM_BAREBONES_NOTIFIER::notify_removed(&mapping[0], 4096);
+  EXPECT_EQ(mem_current_bytes, 1000);
+  mem_block_thread_tracking();
+  UDM_BAREBONES_NOTIFIER::notify_removed(&mapping[1], 1000);
+  EXPECT_EQ(mem_profiler_stats.requested_freed, 1000U);
+  mem_unblock_thread_tracking();
+}
+
+TEST_F(TRACKER, SuspendsOnlyTheChargingOfBinsForAScope) {
+  for (const int granularity : {1, 1 | 4 | 8, 4 | 8}) {
+    mem_enable_tracking(bits(granularity));
+    {
+      const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT outer;
+      const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT inner;
+      EXPECT_EQ(mem_tracking_granularity, static_cast<unsigned>(granularity & ~1));
+      allocate_at<0>(20);
+      EXPECT_EQ(mem_get_current_bytes(), 0);
+    }
+    EXPECT_EQ(mem_tracking_granularity, static_cast<unsigned>(granularity));
+    mem_disable_tracking(bits(127));
+  }
 }
 
 [[gnu::noipa]] void* allocate_below(int depth) {
