@@ -484,4 +484,72 @@ TUK_MEM_API void mem_shutdown_tbb_tracking();
 /// Runs the shutdown and frees the tracker. Does nothing before initialisation.
 TUK_MEM_API void mem_cleanup_tbb_tracking();
 
+// ---------------------------------------------------------------------------------------------
+// Text formatting
+// ---------------------------------------------------------------------------------------------
+// No state is shared: every function may run on several threads at once, each on texts of its own.
+
+/// Appends formatted text to `out` and returns the number of characters produced; 0 for an empty
+/// format, negative once the number has left the range of int (the text ends there). Neither
+/// pointer may be null, and no argument may point into `out`. Uses no heap but for the growth of
+/// `out`; what that throws passes on, with part of the text appended.
+///
+/// A conversion is `%[flags][width][.precision][size]conversion`, as for printf, independent of
+/// the C library's locale but for wide characters:
+/// - flags: blank, `#`, `+`, `-`, `0` (it pads every conversion, `%s` and `%c` as well); width and
+///   precision: digits or `*`; a negative `*` is a left-aligned width, or no precision;
+/// - sizes: `h` (also when doubled) short, `l`, `ll` and `I64` 64 bits, `w` wide characters; `F`,
+///   `L` and `N` are ignored;
+/// - `d i u o x X`: integers. `#` gives hexadecimal its prefix for every value, also 0;
+/// - `p`: sixteen upper-case hexadecimal digits, after "0X" with `#`;
+/// - `c s`: narrow, or wide with `l` or `w`; `C S`: wide unless `h`, `l` or `w` is given, and with
+///   those as `c s`. A null text is "(null)". Wide characters are converted as wctomb does; one
+///   that has no multi-byte form ends its text;
+/// - `Z`: a pointer to { unsigned short bytes; unsigned short capacity; char* text; }, the text
+///   wide with `w`; "(null)" when either pointer is null;
+/// - `e E f g G`: a double, all of them in fixed-point form and deliberately never with an
+///   exponent: "%e" of 1234.5 is "1234.500000". There are at most 17 decimals, trailing zeros
+///   stay, precision 0 keeps the point ("4."; with `g` and `G` it counts as 1), `#` changes
+///   nothing, and no number comes out as "0.inf" or "0.nan";
+/// - `n`: stores the count so far (64 bits with `l`, `ll` or `I64`, 16 with `h`, else 32);
+/// - `B`: takes no argument, gives no text.
+/// Any other character ends the conversion and stands for itself ("%%" is "%"), and so does an
+/// `I` without 64: "%I32d" is "I32d". An unfinished conversion at the end gives nothing.
+TUK_MEM_API int stl_output(std::string* out, const char* format, va_list args);
+
+/// Replaces the content of `out` with what the C library's vsnprintf makes of the format, which is
+/// not stl_output's syntax. Nothing happens when a pointer is null, the C library reports an error
+/// or memory for a text beyond 8191 characters is missing. `args` stays usable.
+TUK_MEM_API void stl_vsprintf(std::string* out, const char* format, va_list args)
+    TUK_MEM_PRINTF(2, 0);
+
+namespace MEM_DETAIL {
+/// stl_vsprintf of its own arguments.
+TUK_MEM_API void stl_raw_sprintf(std::string* out, const char* format, ...) TUK_MEM_PRINTF(2, 3);
+}  // namespace MEM_DETAIL
+
+/// Copies as much of `src` as fits into the `size` bytes of `dst` and terminates it. Returns the
+/// length of `src`: `size` or more says that the copy was cut. The terminator is deliberately
+/// written for size 0 too: `dst` always has room for one character.
+TUK_MEM_API std::size_t stl_strlcpy(char* dst, const char* src, std::size_t size);
+/// Appends as much of `src` as fits into the `size` bytes of `dst` in all and terminates it.
+/// Returns the length found in `dst` plus the length of `src`: `size` or more says that the text
+/// was cut. A `dst` without a terminator among its first `size` - 1 characters deliberately loses
+/// the last of its `size` to the terminator.
+TUK_MEM_API std::size_t stl_strlcat(char* dst, const char* src, std::size_t size);
+/// The same, but appends `count` characters at most. The result still counts all of `src`, which
+/// has to be terminated.
+TUK_MEM_API std::size_t stl_strlncat(char* dst, const char* src, std::size_t count,
+                                     std::size_t size);
+/// Makes upper case of the 26 ASCII letters, in place, and leaves all other bytes alone, in
+/// whatever locale. Returns `text`.
+TUK_MEM_API std::string& stl_toupper(std::string& text);
+/// The same for one character, returned.
+TUK_MEM_API char stl_toupper(char c);
+/// Makes lower case of the 26 ASCII letters, in place, and leaves all other bytes alone, in
+/// whatever locale. Returns `text`.
+TUK_MEM_API std::string& stl_tolower(std::string& text);
+/// The same for one character, returned.
+TUK_MEM_API char stl_tolower(char c);
+
 #endif  // TUK_MEM_H
