@@ -552,4 +552,58 @@ TUK_MEM_API std::string& stl_tolower(std::string& text);
 /// The same for one character, returned.
 TUK_MEM_API char stl_tolower(char c);
 
+// ---------------------------------------------------------------------------------------------
+// Chunk allocator
+// ---------------------------------------------------------------------------------------------
+
+/// An arena: hands out zero-filled pieces of 32768-byte chunks and frees all of them at once.
+/// Not thread-safe; use one from one thread at a time. Running out of memory is
+/// mem_out_of_memory's business, no operation fails.
+///
+/// The setting "mem_utils_no_chunk_allocation", read once per process, turns every arena into a
+/// front of malloc, so that memory checkers see each piece. The owner then frees piece by piece
+/// with chunk_delete_when_chunking_disabled; a program that always calls it is right in both modes.
+class TUK_MEM_API MEM_UTILS_CHUNK_ALLOC {
+ public:
+  /// An empty arena with the fragment threshold 100.
+  MEM_UTILS_CHUNK_ALLOC();
+  MEM_UTILS_CHUNK_ALLOC(const MEM_UTILS_CHUNK_ALLOC&) = delete;
+  MEM_UTILS_CHUNK_ALLOC& operator=(const MEM_UTILS_CHUNK_ALLOC&) = delete;
+  /// Deliberately frees no piece, which may live on: call chunk_free_memory first to free them.
+  ~MEM_UTILS_CHUNK_ALLOC();
+
+  /// `size` zeroed bytes at a multiple of `alignment`, which must not be 0. Never null, also for
+  /// size 0. A piece that opens a chunk is aligned as malloc aligns (16 bytes), whatever was asked
+  /// for; so is every piece while chunking is off. Sizes above 32768 get a block of their own, and
+  /// from the 501st of those each one is reported on the debug channel.
+  void* chunk_malloc(std::size_t size, std::size_t alignment);
+  /// Frees every piece and starts afresh; the threshold stays. Does not free pieces handed out
+  /// while chunking is off.
+  void chunk_free_memory();
+  /// Frees one piece while chunking is off, else nothing.
+  void chunk_delete_when_chunking_disabled(void* piece);
+  /// A piece that does not fit into a chunk with at least this many bytes left gets a block of its
+  /// own, and the chunk stays in use. 0: every piece that does not fit does, and no chunk is ever
+  /// started.
+  void set_fragment_threshold(unsigned int bytes);
+  /// Whether pieces come out of chunks.
+  bool chunk_allocation_is_enabled();
+
+ private:
+  struct BLOCK;
+
+  void* chunk_malloc_slowly(std::size_t size, std::size_t alignment);
+  void* start_chunk(std::size_t size);
+  void* separate_block(std::size_t size, std::size_t alignment);
+  void count_large_allocation();
+  void record(void* block);
+
+  BLOCK* m_blocks = nullptr;  // what was obtained from the C allocator
+  std::uint64_t m_remaining = 0;
+  char* m_current = nullptr;
+  std::uint32_t m_fragment_threshold = 100;
+  std::int32_t m_large_allocations = 0;
+  bool m_chunking_enabled;
+};
+
 #endif  // TUK_MEM_H
