@@ -606,4 +606,36 @@ class TUK_MEM_API MEM_UTILS_CHUNK_ALLOC {
   bool m_chunking_enabled;
 };
 
+// ---------------------------------------------------------------------------------------------
+// Controls of the process's allocator
+// ---------------------------------------------------------------------------------------------
+
+/// Forwards to the extension interface of the process's allocator. Each operation searches the
+/// process for its function (named in brackets) when it is first called and never again, whatever
+/// is loaded later. Arguments and results pass unchanged; threads as the allocator's functions.
+namespace MEM::MALLOC_EXTENSION {
+
+/// A figure of the allocator, for instance "generic.current_allocated_bytes". Not 0 when the
+/// allocator knows the name; -1, and `value` untouched, without the function
+/// [MallocExtension_GetNumericProperty].
+TUK_MEM_API int get_numeric_property(const char* name, std::size_t* value);
+/// Gives free memory back to the system; nothing without the function
+/// [MallocExtension_ReleaseFreeMemory].
+TUK_MEM_API void release_free_memory();
+/// How eagerly the allocator gives memory back by itself: 0 never, 10 very; -1.0 without the
+/// function [MallocExtension_GetMemoryReleaseRate].
+TUK_MEM_API double get_memory_release_rate();
+/// Sets that rate; nothing without the function [MallocExtension_SetMemoryReleaseRate].
+TUK_MEM_API void set_memory_release_rate(double rate);
+/// Sends a text to the debug channel. The text is deliberately the format itself: it must not hold
+/// a per-cent sign.
+TUK_MEM_API void print_message(const std::string& text);
+
+namespace DETAIL {
+/// Address of the exported function `name` anywhere in the process; null when there is none.
+TUK_MEM_API void* find_tcmalloc_function(const char* name);
+}  // namespace DETAIL
+
+}  // namespace MEM::MALLOC_EXTENSION
+
 #endif  // TUK_MEM_H

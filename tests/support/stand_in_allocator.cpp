@@ -40,6 +40,7 @@ struct HOOKS {
 
 constinit HOOKS<NEW_HOOK> new_hooks;
 constinit HOOKS<DELETE_HOOK> delete_hooks;
+constinit double release_rate = 1.0;
 
 HEADER* header_of(const void* block) {
   return reinterpret_cast<HEADER*>(const_cast<char*>(static_cast<const char*>(block)) -
@@ -82,4 +83,6 @@ int MallocHook_RemoveDeleteHook(DELETE_HOOK hook) {
 int tc_set_new_mode(int) { return 0; }
 std::size_t tc_malloc_size(void* block) { return header_of(block)->size; }
 int MallocExtension_GetOwnership(const void*) { return 1; }
+double MallocExtension_GetMemoryReleaseRate() { return release_rate; }
+void MallocExtension_SetMemoryReleaseRate(double rate) { release_rate = rate; }
 }
