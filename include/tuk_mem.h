@@ -638,4 +638,13 @@ TUK_MEM_API void* find_tcmalloc_function(const char* name);
 
 }  // namespace MEM::MALLOC_EXTENSION
 
+// ---------------------------------------------------------------------------------------------
+// Modules built with profile-guided optimisation
+// ---------------------------------------------------------------------------------------------
+
+/// Notes that `module` was optimised for the workload `profile` describes. Both texts are copied;
+/// neither may be null. The process lists the pairs on standard output when it ends, each once and
+/// in byte order, if the setting "debug_msg" was on at start-up.
+TUK_MEM_API void mem_register_dll_for_pgo(char const* module, char const* profile);
+
 #endif  // TUK_MEM_H

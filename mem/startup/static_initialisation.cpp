@@ -7,6 +7,7 @@
 #include "include/tuk_mem.h"
 #include "mem/bins/bin_labels.h"
 #include "mem/manager/statistics.h"
+#include "mem/pgo/pgo_list.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
 #include "mem/state/granularity.h"
@@ -31,7 +32,10 @@ const boost::exception_ptr prepared_exceptions[] = {
         boost::exception_detail::bad_exception_>::e,
 };
 
-// 4. The tracker's locks and counters. They are ready since load, and start-up may have installed
+// 4. Listing the modules built with profile-guided optimisation, when this is destroyed.
+const MEM_PGO_STATIC_DESTRUCTOR s_pgo_destruct_call;
+
+// 5. The tracker's locks and counters. They are ready since load, and start-up may have installed
 //    the hooks by now: a lock is brought to its unlocked state by waiting for whoever holds it.
 struct RESET_TRACKER {
   RESET_TRACKER() {
@@ -46,7 +50,7 @@ struct RESET_TRACKER {
 };
 const RESET_TRACKER reset_tracker;
 
-// 5. The tags of open bins, forgotten when the process ends.
+// 6. The tags of open bins, forgotten when the process ends.
 struct PROFILE_BIN_LABELS {
   PROFILE_BIN_LABELS() = default;
   PROFILE_BIN_LABELS(const PROFILE_BIN_LABELS&) = delete;
@@ -57,12 +61,12 @@ const PROFILE_BIN_LABELS profile_bin_labels;
 
 }  // namespace
 
-// 6. The observer of memory mappings.
+// 7. The observer of memory mappings.
 MEM_UDM_OBSERVER MEM_UDM_OBSERVER::singleton_instance;
 
 namespace {
 
-// 7. The symbolizer caches, emptied now and before the teardown writes the reports.
+// 8. The symbolizer caches, emptied now and before the teardown writes the reports.
 struct SYMBOLIZER_TOOLS {
   SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
   SYMBOLIZER_TOOLS(const SYMBOLIZER_TOOLS&) = delete;
