@@ -12,8 +12,8 @@ class ARGUMENT {
  public:
   template <class VALUE>
   ARGUMENT(VALUE value) {  // NOLINT(google-explicit-constructor): rows read like calls
-    static_assert(sizeof value <= sizeof m_slot && alignof(VALUE) <= alignof(std::uint64_t));
-    std::memcpy(&m_slot, &value, sizeof value);
+    static_assert(sizeof(VALUE) <= sizeof(m_slot) && alignof(VALUE) <= alignof(std::uint64_t));
+    std::memcpy(&m_slot, &value, sizeof(VALUE));
   }
   std::uint64_t slot() const { return m_slot; }
 

@@ -49,7 +49,6 @@ void expect_rows(std::initializer_list<ROW> rows) {
   }
 }
 
-constexpr char null_text[] = "";
 const void* const null = nullptr;
 
 TEST(FormatTable, HoldsClassesBelowAndStatesAbove) {
@@ -133,7 +132,7 @@ TEST(Format, TextsAndCharacters) {
       {"%ls|%ws|%S|%6.2S|%-6lS|", {wide, wide, wide, wide, wide}, "wide|wide|wide|    wi|wide  |"},
       {"%hS|%hs|%lls", {text, text, text}, "narrow|narrow|narrow"},
       {"%c|%3c|%-3c|%lc|%wc|%C|%hC", {'a', 'b', 'c', L'd', L'e', L'f', 'g'}, "a|  b|c  |d|e|f|g"},
-      {"%c", {'\0'}, {null_text, 1}},
+      {"%c", {'\0'}, {"\0", 1}},
       {"%Z|%5Z|%wZ|%Z|%8wZ",
        {&counted, &counted, &counted_wide, null, &counted_nothing},
        "nar|  nar|wi|(null)|  (null)"},

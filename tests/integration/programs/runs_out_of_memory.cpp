@@ -1,0 +1,68 @@
+// Allocates until there is nothing left. The words on the command line say how: "handler" installs
+// a handler of the host's, "library" the library's report, "malloc" allocates with malloc instead
+// of new, and "threads" does so on two threads of the host's thread library at once, where the
+// library's wrapper has to have installed the report.
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+
+#include "include/tuk_mem.h"
+#include "platform/thr_thread.h"
+
+namespace {
+
+constexpr std::size_t megabyte = 1'000'000;
+
+bool with_malloc = false;
+pthread_barrier_t both_there;
+
+void* volatile last_block;
+
+void* allocate() { return with_malloc ? std::malloc(megabyte) : ::operator new(megabyte); }
+
+void allocate_for_ever() {
+  do {
+    last_block = allocate();
+  } while (last_block != nullptr);
+}
+
+void say(std::string_view text) {
+  if (write(STDOUT_FILENO, text.data(), text.size()) < 0) std::_Exit(2);
+}
+
+void handle() { say("the host's handler\n"); }
+
+void* thread(void*) {
+  pthread_barrier_wait(&both_there);
+  allocate_for_ever();
+  return nullptr;
+}
+
+void on_two_threads() {
+  pthread_barrier_init(&both_there, nullptr, 2);
+  pthread_t threads[2];
+  for (pthread_t& started : threads)
+    if (thr_thread_create(&started, thread, nullptr) != 0) std::_Exit(3);
+  for (const pthread_t started : threads) thr_thread_join(started, nullptr);
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  bool with_threads = false;
+  for (int i = 1; i < count; ++i) {
+    const std::string_view word(words[i]);
+    if (word == "handler") mem_set_out_of_memory_handler(handle);
+    if (word == "library") mem_set_out_of_memory_handler(nullptr);
+    if (word == "malloc") with_malloc = true;
+    if (word == "threads") with_threads = true;
+  }
+  if (with_threads)
+    on_two_threads();
+  else
+    allocate_for_ever();
+  say("still here\n");
+  return 0;
+}
