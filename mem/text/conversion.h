@@ -1,4 +1,4 @@
-// One conversion of stl_output: what its specification asked for, and the text it came to.
+// One conversion of stl_output: what the format asked for, and the text it came to.
 #pragma once
 
 #include <cstdint>
