@@ -36,7 +36,7 @@ void filter_known(benchmark::State& state) {
   mem_address_tracker_map->clear();
   for (long index = 0; index < known; ++index) add_known(index, index % trace_length != rejected);
 
-  void const* frames[mem_short_trace_depth];
+  void const* frames[mem_deep_trace_depth];
   long next = 0;
   for (auto _ : state) {
     if (next + trace_length > known) next = 0;

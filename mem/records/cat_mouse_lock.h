@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "mem/host/check.h"
+
 /// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak
 /// snapshot, a reset, the final reports) is alone inside. A cat that waits keeps new mice out, so
 /// a steady stream of allocations cannot starve it. Nobody sleeps: waiting is spinning with
@@ -30,6 +32,43 @@ class CAT_MOUSE_LOCK_A {
   tbb::spin_mutex m_state_mutex;     // guards cats and mice
   tbb::spin_mutex m_approach_mutex;  // guards catsApproaching
 };
+
+// Mice pass here at every event: inline.
+inline void CAT_MOUSE_LOCK_A::V(int kind) {
+  if (kind == CAT)
+    enter_as_cat();
+  else
+    enter_as_mouse();
+}
+
+inline std::int32_t CAT_MOUSE_LOCK_A::cats_approaching() {
+  const tbb::spin_mutex::scoped_lock approach(m_approach_mutex);
+  return catsApproaching;
+}
+
+// A cat that announces itself between the two reads does not stop this mouse: it waits for it.
+inline void CAT_MOUSE_LOCK_A::enter_as_mouse() {
+  for (;;) {
+    const std::int32_t approaching = cats_approaching();
+    const tbb::spin_mutex::scoped_lock state(m_state_mutex);
+    if (approaching != 0 || cats != 0) continue;
+    ++mice;
+    return;
+  }
+}
+
+inline void CAT_MOUSE_LOCK_A::P(int kind) {
+  const tbb::spin_mutex::scoped_lock state(m_state_mutex);
+  if (kind == CAT) {
+    --cats;
+    mem_check(mice == 0, "mice == 0");
+    mem_check(cats == 0, "cats == 0");
+  } else {
+    --mice;
+    mem_check(cats == 0, "cats == 0");
+    mem_check(mice >= 0, "mice >= 0");
+  }
+}
 
 /// The tracker's one lock, null before initialisation. The object itself lives to the end of the
 /// process: a thread that was in a hook when tracking ended still enters and leaves it.

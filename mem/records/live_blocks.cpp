@@ -9,12 +9,19 @@ constinit MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool = n
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator = nullptr;
 constinit MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map = nullptr;
 
+namespace {
+
+// So many that threads with few live blocks rarely meet on a line of buckets.
+constexpr std::size_t first_buckets = 1U << 14;
+
+}  // namespace
+
 void mem_create_live_block_map() {
   mem_address_tracker_ptr_map_pool = new MEM_ADDRESS_TRACKER_PTR_MAP_POOL;
   mem_address_tracker_ptr_map_allocator =
       new MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR(*mem_address_tracker_ptr_map_pool);
   mem_address_tracker_ptr_map =
-      new MEM_ADDRESS_TRACKER_PTR_MAP(*mem_address_tracker_ptr_map_allocator);
+      new MEM_ADDRESS_TRACKER_PTR_MAP(first_buckets, *mem_address_tracker_ptr_map_allocator);
 }
 
 void mem_free_live_block_map() {
@@ -31,9 +38,14 @@ void mem_abandon_live_blocks() {
 
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {
+    const MEM_BLOCK_ORIGIN origin = {&site,
+                                     with_thread ? std::this_thread::get_id() : std::thread::id()};
+    if (mem_address_tracker_ptr_map->insert({block, origin})) [[likely]]
+      return;
+    // Its release was not seen, on a blocked thread for instance.
     MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;
     mem_address_tracker_ptr_map->insert(entry, block);
-    entry->second = {&site, with_thread ? std::this_thread::get_id() : std::thread::id()};
+    entry->second = origin;
   } catch (const std::bad_alloc&) {  // its release will be charged to the catch-all
   }
 }

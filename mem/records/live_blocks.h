@@ -9,6 +9,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/host/bookkeeping.h"
+#include "mem/records/block_mutex.h"
 
 /// Where a live block comes from. The thread is only noted under fileline tracking.
 struct MEM_BLOCK_ORIGIN {
@@ -31,7 +32,7 @@ using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
     tbb::memory_pool_allocator<std::pair<void const* const, MEM_BLOCK_ORIGIN>>;
 using MEM_ADDRESS_TRACKER_PTR_MAP =
     tbb::concurrent_hash_map<void const*, MEM_BLOCK_ORIGIN, MEM_BLOCK_HASH,
-                             MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR>;
+                             MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR, MEM_BLOCK_MUTEX>;
 
 /// All three from initialisation to cleanup. The map locks by itself, bucket by bucket.
 extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;

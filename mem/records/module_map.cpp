@@ -7,8 +7,9 @@
 constinit MEM_MODULE_TRACKER_MAP* mem_module_tracker_map = nullptr;
 
 namespace {
-constinit MEM_STATIC_SPIN_MUTEX module_tracker_lock_storage;
-constinit MEM_STATIC_SPIN_MUTEX module_timeline_lock_storage;
+// Apart from the data beside it, which every event reads.
+alignas(64) constinit MEM_STATIC_SPIN_MUTEX module_tracker_lock_storage;
+alignas(64) constinit MEM_STATIC_SPIN_MUTEX module_timeline_lock_storage;
 }  // namespace
 constinit tbb::spin_mutex& mem_module_tracker_lock = module_tracker_lock_storage.mutex;
 constinit tbb::spin_mutex& mem_module_timeline_lock = module_timeline_lock_storage.mutex;

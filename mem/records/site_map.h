@@ -8,6 +8,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/host/bookkeeping.h"
+#include "mem/records/hot_line.h"
 
 using MEM_ADDRESS_TRACKER_MAP = std::unordered_map<
     void const*, MEM_ADDRESS_TRACKER, std::hash<void const*>, std::equal_to<void const*>,
@@ -19,7 +20,7 @@ using MEM_ADDRESS_TRACKER_MAP = std::unordered_map<
 extern MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map;
 
 /// Guards the site map and the records in it.
-extern tbb::spin_mutex& mem_trace_lock;
+inline constexpr tbb::spin_mutex& mem_trace_lock = mem_hot_line.trace_lock.mutex;
 
 /// The catch-all record, created when it is not there. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();

@@ -45,6 +45,7 @@ struct RESET_TRACKER {
       lock->unlock();
     }
     mem_pbin_stats.reset();
+    mem_current_bytes = 0;
     mem_reset_totals();
   }
 };

@@ -1,7 +1,5 @@
 #include "mem/state/totals.h"
 
-constinit std::atomic<std::int64_t> mem_current_bytes{0};
-constinit std::atomic<std::uint64_t> mem_snapshot_count{0};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx{0};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx_at_peak{0};
 constinit std::atomic<std::uint32_t> mem_reset_count{0};
@@ -25,7 +23,6 @@ void MEM_PROFILER_STATS::count_dealloc(std::size_t requested, std::size_t alloca
 }
 
 void mem_reset_totals() {
-  mem_current_bytes = 0;
   mem_estimated_timeline_idx = 0;
   for (auto* counter :
        {&mem_profiler_stats.num_allocs, &mem_profiler_stats.num_deallocs,

@@ -6,12 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Allocated bytes of tracked live blocks (granularity 2, 4 or 8).
-extern std::atomic<std::int64_t> mem_current_bytes;
-
-/// Accounted events, allocations and releases.
-extern std::atomic<std::uint64_t> mem_snapshot_count;
-
 /// Index of the next sample of the timelines.
 extern std::atomic<std::uint64_t> mem_estimated_timeline_idx;
 
@@ -43,5 +37,5 @@ struct MEM_PROFILER_STATS {
 
 extern MEM_PROFILER_STATS mem_profiler_stats;
 
-/// Zeroes mem_current_bytes, mem_estimated_timeline_idx and mem_profiler_stats.
+/// Zeroes mem_estimated_timeline_idx and mem_profiler_stats.
 void mem_reset_totals();

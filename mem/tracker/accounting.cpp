@@ -10,6 +10,7 @@
 #include "mem/records/block_bins.h"
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/counters.h"
+#include "mem/records/hot_line.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
@@ -106,28 +107,29 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
 
 }  // namespace
 
-// Both captures stand in this function itself, and nothing here may become a tail call or be
+// The captures stand in this function itself, and nothing here may become a tail call or be
 // inlined into the hook: see the ignore depth.
 [[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
                                        std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;
   const bool sample = count_event();
   if ((granularity & MEM_MASK_FIND_SITE) != 0) {
-    void const* frames[mem_short_trace_depth] = {};
-    const int count =
-        mem_tbb_unwinder->capture(frames, mem_short_trace_depth, MEM_STACK_TRACE_IGNORE_DEPTH, 0);
+    void const* frames[mem_deep_trace_depth];
+    int skip = MEM_STACK_TRACE_IGNORE_DEPTH;
+    int count = mem_tbb_unwinder->capture(frames, mem_trace_stages[0], skip, 0);
     const MEM_INSIDE_AS_MOUSE mouse;
     if (mem_tbb_tracking_ended) return;
     TRACE_LOCK trace(mem_trace_lock);
     MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
-    if (count == mem_short_trace_depth && site != nullptr && mem_is_catch_all(*site)) {
+    for (int stage = 1; stage < mem_trace_stage_count; ++stage) {
+      const bool full = count == mem_trace_stages[stage - 1];
+      if (!full || site == nullptr || !mem_is_catch_all(*site)) [[likely]]
+        break;
       trace.unlock();
-      void const* deep_frames[mem_deep_trace_depth] = {};
-      const int deep_count =
-          mem_tbb_unwinder->capture(deep_frames, mem_deep_trace_depth,
-                                    MEM_STACK_TRACE_IGNORE_DEPTH + mem_short_trace_depth, 0);
+      skip += count;
+      count = mem_tbb_unwinder->capture(frames, mem_trace_stages[stage], skip, 0);
       trace.lock();
-      site = mem_filter_stack_trace(deep_frames, deep_count, trace);
+      site = mem_filter_stack_trace(frames, count, trace);
     }
     if (site == nullptr) return;
     if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);

@@ -12,6 +12,7 @@
 #include "mem/host/static_storage.h"
 #include "mem/manager/statistics.h"
 #include "mem/records/cat_mouse_lock.h"
+#include "mem/records/hot_line.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"

@@ -5,6 +5,7 @@
 #include "mem/bins/tag_snapshots.h"
 #include "mem/host/check.h"
 #include "mem/records/cat_mouse_lock.h"
+#include "mem/records/hot_line.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"

@@ -4,6 +4,7 @@
 #include "mem/bins/tag_snapshots.h"
 #include "mem/host/check.h"
 #include "mem/records/cat_mouse_lock.h"
+#include "mem/records/hot_line.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
