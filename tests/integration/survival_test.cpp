@@ -47,6 +47,13 @@ TEST(TheHost, EndsAsItChose) {
   }
 }
 
+TEST(TheHost, FindsItsBooksConfirmedWhateverGoesOn) {
+  PROGRAM program = tracked("soak", {{"KORVANE_MEM_PROFILE_ALL", "1"}});
+  program.arguments = {"3"};
+  const RUN run(program);
+  EXPECT_EQ(run.status(), 0) << run.out() << run.err();
+}
+
 // The children track nothing and report nothing; the parent's figures are its own.
 TEST(Fork, LeavesTheParentTrackingAndTheChildNot) {
   const RUN run(survival("fork_under_load"));
