@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "mem/host/check.h"
+#include "mem/host/static_storage.h"
 
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool = nullptr;
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator = nullptr;
@@ -31,9 +32,9 @@ void mem_free_live_block_map() {
 }
 
 void mem_abandon_live_blocks() {
-  mem_address_tracker_ptr_map = nullptr;
-  mem_address_tracker_ptr_map_allocator = nullptr;
-  mem_address_tracker_ptr_map_pool = nullptr;
+  mem_abandon(mem_address_tracker_ptr_map);
+  mem_abandon(mem_address_tracker_ptr_map_allocator);
+  mem_abandon(mem_address_tracker_ptr_map_pool);
 }
 
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "mem/host/static_spin_mutex.h"
+#include "mem/host/static_storage.h"
 
 constinit MEM_MODULE_TRACKER_MAP* mem_module_tracker_map = nullptr;
 
@@ -25,7 +26,7 @@ namespace {
 }  // namespace
 
 void mem_abandon_modules() {
-  mem_module_tracker_map = nullptr;
+  mem_abandon(mem_module_tracker_map);
   module_tracker_lock_storage.unlocked = 0;
   module_timeline_lock_storage.unlocked = 0;
 }

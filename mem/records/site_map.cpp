@@ -3,7 +3,7 @@
 constinit MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map = nullptr;
 
 void mem_abandon_sites() {
-  mem_address_tracker_map = nullptr;
+  mem_abandon(mem_address_tracker_map);
   mem_hot_line.trace_lock.unlocked = 0;
 }
 

@@ -87,7 +87,7 @@ void IMPL::CACHE::clear() {
 void IMPL::CACHE::abandon() {
   if (m_lock.mutex.try_lock())
     for (const ADDR2LINE_HANDLE& handle : m_handles.object) handle.tool().abandon();
-  new (&m_handles.object) HANDLES;
+  m_abandoned.object.swap(m_handles.object);
   m_lock.unlocked = 0;
 }
 

@@ -84,5 +84,7 @@ class MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE {
   using HANDLES = std::vector<ADDR2LINE_HANDLE, MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>>;
 
   MEM_STATIC_SPIN_MUTEX m_lock;
-  MEM_NEVER_DESTROYED<HANDLES> m_handles;  // other modules' destructors still allocate
+  // Never destroyed: other modules' destructors still allocate.
+  MEM_NEVER_DESTROYED<HANDLES> m_handles;
+  MEM_NEVER_DESTROYED<HANDLES> m_abandoned;
 };

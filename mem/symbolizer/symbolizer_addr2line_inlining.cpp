@@ -106,7 +106,7 @@ void IMPL::CACHE::clear() {
 void IMPL::CACHE::abandon() {
   if (m_lock.mutex.try_lock())
     for (const HANDLE& handle : m_handles.object) handle->abandon();
-  new (&m_handles.object) HANDLES;
+  m_abandoned.object.swap(m_handles.object);
   m_lock.unlocked = 0;
 }
 

@@ -95,5 +95,7 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE {
   using HANDLES = std::vector<HANDLE, MEM_BOOKKEEPING_ALLOCATOR<HANDLE>>;
 
   MEM_STATIC_SPIN_MUTEX m_lock;
-  MEM_NEVER_DESTROYED<HANDLES> m_handles;  // other modules' destructors still allocate
+  // Never destroyed: other modules' destructors still allocate.
+  MEM_NEVER_DESTROYED<HANDLES> m_handles;
+  MEM_NEVER_DESTROYED<HANDLES> m_abandoned;
 };
