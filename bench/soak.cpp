@@ -218,7 +218,10 @@ void do_a_counted_amount() {
   join(workers);
 }
 
-void compare(const char* column, std::int64_t reported, std::int64_t booked, std::size_t site) {
+void compare(const REPORT& report, const char* column, std::int64_t booked, std::size_t site) {
+  const std::string function =
+      "void* (anonymous namespace)::take_at<" + std::to_string(site) + "ul>(void*, unsigned long)";
+  const std::int64_t reported = report.sum(column, "Function", function);
   if (reported == booked) return;
   ++failures;
   std::cout << "site " << site << ": " << column << " is " << reported << ", the books say "
@@ -230,17 +233,12 @@ void compare_with_report() {
   mem_dump_tbb_fileline_tracking(text);
   const REPORT report(text.str());
   for (std::size_t site = 0; site < sites; ++site) {
-    const std::string name = "take_at<" + std::to_string(site) + "ul>";
-    const auto at_site = [&](const REPORT::ROW& row) {
-      return row.text("Function").find(name) != std::string::npos;
-    };
     const BOOK& book = books[site];
-    compare("Current bytes", report.sum("Current bytes", at_site), book.current_bytes, site);
-    compare("Current blocks", report.sum("Current blocks", at_site), book.current_blocks, site);
-    compare("Cumulative bytes", report.sum("Cumulative bytes", at_site), book.bytes, site);
-    compare("Cumulative blocks", report.sum("Cumulative blocks", at_site), book.blocks, site);
-    compare("Cumulative requested bytes", report.sum("Cumulative requested bytes", at_site),
-            book.requested, site);
+    compare(report, "Current bytes", book.current_bytes, site);
+    compare(report, "Current blocks", book.current_blocks, site);
+    compare(report, "Cumulative bytes", book.bytes, site);
+    compare(report, "Cumulative blocks", book.blocks, site);
+    compare(report, "Cumulative requested bytes", book.requested, site);
   }
 }
 

@@ -11,9 +11,11 @@
 
 using ENVIRONMENT = std::map<std::string, std::string>;
 
-/// A program below programs/, with the allocator preloaded and `environment` set.
-inline PROGRAM tracked(const std::string& name, ENVIRONMENT environment = {}) {
+/// A program below programs/, with the allocator preloaded; `words` are its arguments.
+inline PROGRAM tracked(const std::string& name, std::vector<std::string> words,
+                       ENVIRONMENT environment = {}) {
   return {.path = std::string(PROGRAMS_DIRECTORY) + "/" + name,
+          .arguments = std::move(words),
           .environment = std::move(environment),
           .preload = {TCMALLOC_LIBRARY}};
 }

@@ -16,7 +16,7 @@ class ARGUMENT {
   ARGUMENT(NUMBER value) : m_slot(static_cast<std::uint64_t>(value)) {}
   ARGUMENT(double value) : m_slot(std::bit_cast<std::uint64_t>(value)) {}
   ARGUMENT(const void* value) : m_slot(reinterpret_cast<std::uintptr_t>(value)) {}
-  std::uint64_t slot() const { return m_slot; }
+  operator std::uint64_t() const { return m_slot; }
 
  private:
   std::uint64_t m_slot;
@@ -26,10 +26,9 @@ class ARGUMENT {
 class ARGUMENT_LIST {
  public:
   ARGUMENT_LIST() = default;
-  ARGUMENT_LIST(std::initializer_list<ARGUMENT> arguments) {
-    for (const ARGUMENT& argument : arguments) add(argument);
-  }
-  void add(const ARGUMENT& argument) { m_slots.push_back(argument.slot()); }
+  ARGUMENT_LIST(std::initializer_list<ARGUMENT> arguments)
+      : m_slots(arguments.begin(), arguments.end()) {}
+  void add(const ARGUMENT& argument) { m_slots.push_back(argument); }
 
   /// Returns call(args).
   template <class CALL>

@@ -4,11 +4,12 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
-/// How to run a program. The environment is the test's own without every variable that starts with
-/// "KORVANE_MEM_", "MEM_" or "mem_", plus `environment`.
+/// How to run a program. No text may contain a quote. Of the test's own environment, it gets the
+/// PATH.
 struct PROGRAM {
   std::string path;
   std::vector<std::string> arguments{};
@@ -28,9 +29,8 @@ class RUN {
   int status() const { return m_status; }  ///< exit status, or 128 + the signal it died of
   const std::string& out() const { return m_out; }
   const std::string& err() const { return m_err; }
-  bool has_file(const std::string& name) const;
   std::string file(const std::string& name) const;  ///< "" when there is none
-  std::vector<std::string> file_names() const;
+  std::set<std::string> file_names() const;
 
  private:
   std::filesystem::path m_directory;

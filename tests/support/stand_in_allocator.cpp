@@ -2,7 +2,6 @@
 
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -11,13 +10,6 @@ using NEW_HOOK = void (*)(const void*, std::size_t);
 using DELETE_HOOK = void (*)(const void*);
 
 constexpr std::size_t header_size = 16;
-constexpr std::uint64_t owned_mark = 0x5741'4e44'494e'2121;
-
-struct HEADER {
-  std::uint64_t mark;
-  std::uint64_t size;
-};
-static_assert(sizeof(HEADER) == header_size);
 
 template <class HOOK>
 struct HOOKS {
@@ -40,18 +32,15 @@ struct HOOKS {
 
 constinit HOOKS<NEW_HOOK> new_hooks;
 constinit HOOKS<DELETE_HOOK> delete_hooks;
-constinit double release_rate = 1.0;
 
-HEADER* header_of(const void* block) {
-  return reinterpret_cast<HEADER*>(const_cast<char*>(static_cast<const char*>(block)) -
-                                   header_size);
+// The size as the allocator tells it.
+std::size_t* header_of(const void* block) {
+  return static_cast<std::size_t*>(const_cast<void*>(block)) - header_size / sizeof(std::size_t);
 }
 
 // The second of the allocator's two frames.
-[[gnu::noinline]] void* finish(HEADER* header, std::size_t size) {
-  header->mark = owned_mark;
-  header->size = STAND_IN::rounded(size);
-  void* block = header + 1;
+[[gnu::noinline]] void* finish(void* block, std::size_t size) {
+  *header_of(block) = STAND_IN::rounded(size);
   new_hooks.call(static_cast<const void*>(block), size);
   asm volatile("" ::: "memory");  // no tail call: the frame has to stay
   return block;
@@ -60,29 +49,23 @@ HEADER* header_of(const void* block) {
 }  // namespace
 
 [[gnu::noinline]] void* STAND_IN::allocate(std::size_t size) {
-  void* block = finish(static_cast<HEADER*>(std::calloc(1, header_size + rounded(size))), size);
+  auto* memory = static_cast<char*>(std::calloc(1, header_size + rounded(size)));
+  void* block = finish(memory + header_size, size);
   asm volatile("" ::: "memory");
   return block;
 }
 
 void STAND_IN::release(void* block) {
   delete_hooks.call(static_cast<const void*>(block));
-  header_of(block)->mark = 0;
   std::free(header_of(block));
 }
 
 extern "C" {
-int MallocHook_AddNewHook(NEW_HOOK hook) { return new_hooks.replace(nullptr, hook) ? 1 : 0; }
-int MallocHook_RemoveNewHook(NEW_HOOK hook) { return new_hooks.replace(hook, nullptr) ? 1 : 0; }
-int MallocHook_AddDeleteHook(DELETE_HOOK hook) {
-  return delete_hooks.replace(nullptr, hook) ? 1 : 0;
-}
-int MallocHook_RemoveDeleteHook(DELETE_HOOK hook) {
-  return delete_hooks.replace(hook, nullptr) ? 1 : 0;
-}
+int MallocHook_AddNewHook(NEW_HOOK hook) { return new_hooks.replace(nullptr, hook); }
+int MallocHook_RemoveNewHook(NEW_HOOK hook) { return new_hooks.replace(hook, nullptr); }
+int MallocHook_AddDeleteHook(DELETE_HOOK hook) { return delete_hooks.replace(nullptr, hook); }
+int MallocHook_RemoveDeleteHook(DELETE_HOOK hook) { return delete_hooks.replace(hook, nullptr); }
 int tc_set_new_mode(int) { return 0; }
-std::size_t tc_malloc_size(void* block) { return header_of(block)->size; }
+std::size_t tc_malloc_size(void* block) { return *header_of(block); }
 int MallocExtension_GetOwnership(const void*) { return 1; }
-double MallocExtension_GetMemoryReleaseRate() { return release_rate; }
-void MallocExtension_SetMemoryReleaseRate(double rate) { release_rate = rate; }
 }

@@ -1,5 +1,5 @@
 /* A program's own books: what it asked for, on which line, what it got and what it gave back.
- * For C and C++. Keeps them in static memory and prints them at the end, so that the test can
+ * For C and C++. Prints them at the end, so that the test can
  * compare every figure of a report. One thread at a time. */
 #pragma once
 

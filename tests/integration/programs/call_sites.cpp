@@ -27,15 +27,12 @@ void allocate_by_operator_new() {
 // Three blocks live at once at most, one at the end.
 void grow_and_shrink() {
   void* live[3] = {};
-  for (std::size_t round = 0; round < 9; ++round) {
+  for (std::size_t round = 0; round < 11; ++round) {
     void*& block = live[round % 3];
     if (block != nullptr) note_release(block, 0);
     std::free(block);
-    block = NOTE(std::malloc(10 * (round + 1)), 10 * (round + 1));
-  }
-  for (void* block : {live[0], live[1]}) {
-    note_release(block, 0);
-    std::free(block);
+    block = nullptr;
+    if (round < 9) block = NOTE(std::malloc(10 * (round + 1)), 10 * (round + 1));
   }
 }
 

@@ -7,5 +7,4 @@ int main() {
   mem_register_dll_for_pgo("libroute.so", "");
   mem_register_dll_for_pgo("libroute.so", "router, large");
   mem_register_dll_for_pgo("lib\xC3\xA9.so", "accents");
-  return 0;
 }

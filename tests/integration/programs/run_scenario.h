@@ -1,7 +1,10 @@
 // A program of several scenarios; its first argument picks one.
 #pragma once
 
-#include <cstddef>
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <filesystem>
 #include <string_view>
 
 struct SCENARIO {
@@ -18,4 +21,22 @@ int run_scenario(const SCENARIO (&scenarios)[ROWS], int count, char** arguments)
     return 0;
   }
   return 2;
+}
+
+/// malloc and free, opaque to the compiler, which would leave out a block that is only allocated
+/// and freed. The line in take is the allocation site.
+[[gnu::noipa]] inline void* take(std::size_t size) {
+  void* volatile block = std::malloc(size);  // no tail call
+  return block;
+}
+[[gnu::noipa]] inline void give(void* block) { std::free(block); }
+
+/// A copy of the shared library of the call sites, as a module of its own.
+inline void* load_copy(const std::string& name) {
+  std::filesystem::copy_file(PROGRAMS_DIRECTORY "/libcall_sites_shared.so", name);
+  return dlopen(name.c_str(), RTLD_NOW);
+}
+inline void* allocate_in(void* module, std::size_t size) {
+  using ALLOCATE = void* (*)(std::size_t);
+  return reinterpret_cast<ALLOCATE>(dlsym(module, "allocate_in_shared_library"))(size);
 }

@@ -16,15 +16,12 @@ namespace {
 constexpr std::size_t megabyte = 1'000'000;
 
 bool with_malloc = false;
-pthread_barrier_t both_there;
 
 void* volatile last_block;
 
-void* allocate() { return with_malloc ? std::malloc(megabyte) : ::operator new(megabyte); }
-
 void allocate_for_ever() {
   do {
-    last_block = allocate();
+    last_block = with_malloc ? std::malloc(megabyte) : ::operator new(megabyte);
   } while (last_block != nullptr);
 }
 
@@ -32,19 +29,14 @@ void say(std::string_view text) {
   if (write(STDOUT_FILENO, text.data(), text.size()) < 0) std::_Exit(2);
 }
 
-void handle() { say("the host's handler\n"); }
-
 void* thread(void*) {
-  pthread_barrier_wait(&both_there);
   allocate_for_ever();
   return nullptr;
 }
 
 void on_two_threads() {
-  pthread_barrier_init(&both_there, nullptr, 2);
   pthread_t threads[2];
-  for (pthread_t& started : threads)
-    if (thr_thread_create(&started, thread, nullptr) != 0) std::_Exit(3);
+  for (pthread_t& started : threads) thr_thread_create(&started, thread, nullptr);
   for (const pthread_t started : threads) thr_thread_join(started, nullptr);
 }
 
@@ -54,7 +46,7 @@ int main(int count, char** words) {
   bool with_threads = false;
   for (int i = 1; i < count; ++i) {
     const std::string_view word(words[i]);
-    if (word == "handler") mem_set_out_of_memory_handler(handle);
+    if (word == "handler") mem_set_out_of_memory_handler([] { say("the host's handler\n"); });
     if (word == "library") mem_set_out_of_memory_handler(nullptr);
     if (word == "malloc") with_malloc = true;
     if (word == "threads") with_threads = true;
@@ -64,5 +56,4 @@ int main(int count, char** words) {
   else
     allocate_for_ever();
   say("still here\n");
-  return 0;
 }

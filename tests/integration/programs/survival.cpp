@@ -1,18 +1,13 @@
 // A host that makes the profiler's life hard. Every scenario ends with a block of 4096 bytes that
 // take_last() allocated, so that a report shows tracking to have survived.
-#include <dlfcn.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -23,12 +18,7 @@
 
 namespace {
 
-[[gnu::noipa]] void* take(std::size_t size) {
-  void* volatile block = std::malloc(size);  // no tail call: the line is the site
-  return block;
-}
-[[gnu::noipa]] void give(void* block) { std::free(block); }
-[[gnu::noipa]] void* take_last() { return take(4096); }
+void take_last() { take(4096); }
 
 void churn(int rounds) {
   for (int i = 0; i < rounds; ++i) give(take(static_cast<std::size_t>(16 + i % 500)));
@@ -70,9 +60,6 @@ void fork_under_load() {
 }
 
 struct ALLOCATES_AT_THREAD_END {
-  ALLOCATES_AT_THREAD_END() = default;
-  ALLOCATES_AT_THREAD_END(const ALLOCATES_AT_THREAD_END&) = delete;
-  ALLOCATES_AT_THREAD_END& operator=(const ALLOCATES_AT_THREAD_END&) = delete;
   ~ALLOCATES_AT_THREAD_END() { give(take(333)); }
   void* block = take(222);
 };
@@ -81,82 +68,45 @@ thread_local ALLOCATES_AT_THREAD_END at_thread_end;
 void end_threads_late() {
   std::thread([] { give(at_thread_end.block); }).join();
   std::thread([] {
-    give(at_thread_end.block);
     for (;;) churn(1000);
   }).detach();
   take_last();
 }
 
 void load_and_unload() {
-  std::array<void*, 3> modules{};
-  for (std::size_t i = 0; i < modules.size(); ++i) {
-    const std::string name = "./libcopy" + std::to_string(i) + ".so";
-    std::filesystem::copy_file(PROGRAMS_DIRECTORY "/libcall_sites_shared.so", name);
-    modules[i] = dlopen(name.c_str(), RTLD_NOW);
-    if (i == 1) std::filesystem::remove(name);
-    using ALLOCATE = void* (*)(std::size_t);
-    const auto allocate =
-        reinterpret_cast<ALLOCATE>(dlsym(modules[i], "allocate_in_shared_library"));
-    for (const std::size_t size : {100U, 200U}) give(allocate(size));
+  std::vector<void*> modules;
+  for (const std::string name : {"./libcopy0.so", "./libcopy1.so", "./libcopy2.so"}) {
+    modules.push_back(load_copy(name));
+    if (name == "./libcopy1.so") std::filesystem::remove(name);
+    for (const std::size_t size : {100U, 200U}) give(allocate_in(modules.back(), size));
   }
   for (void* module : modules) dlclose(module);
   take_last();
 }
 
-void reap_every_child(int) {
-  const int kept = errno;
-  while (waitpid(-1, nullptr, WNOHANG) > 0) {
-  }
-  errno = kept;
-}
-void count_signal(int) {
-  static volatile sig_atomic_t signals = 0;
-  signals = signals + 1;
-}
-
 // Signals interrupt every system call of the tracker, and the host reaps its tools.
 void interrupt() {
-  struct sigaction action {};
-  action.sa_handler = reap_every_child;
-  sigaction(SIGCHLD, &action, nullptr);
-  action.sa_handler = count_signal;
-  sigaction(SIGALRM, &action, nullptr);
+  std::signal(SIGALRM, [](int) {
+    const int kept = errno;
+    waitpid(-1, nullptr, WNOHANG);
+    errno = kept;
+  });
   const itimerval every{{0, 500}, {0, 500}};
   setitimer(ITIMER_REAL, &every, nullptr);
   load_and_unload();
   churn(200000);
 }
 
-void quick_exit() {
-  take_last();
-  std::quick_exit(5);
-}
-void exit_at_once() {
-  take_last();
-  _exit(6);
-}
-void exit_in_a_thread() {
-  std::thread([] {
-    take_last();
-    std::exit(7);
-  }).join();
-}
-void throw_out() {
-  take_last();
-  throw std::runtime_error("nobody catches this");
-}
-void just_end() { take_last(); }
-
 constexpr SCENARIO scenarios[] = {
     {"fork_under_load", fork_under_load},
     {"end_threads_late", end_threads_late},
     {"load_and_unload", load_and_unload},
     {"interrupt", interrupt},
-    {"quick_exit", quick_exit},
-    {"exit_at_once", exit_at_once},
-    {"exit_in_a_thread", exit_in_a_thread},
-    {"throw_out", throw_out},
-    {"just_end", just_end},
+    {"just_end", take_last},
+    {"quick_exit", [] { take_last(), std::quick_exit(5); }},
+    {"exit_at_once", [] { take_last(), _exit(6); }},
+    {"exit_in_a_thread", [] { std::thread([] { take_last(), std::exit(7); }).join(); }},
+    {"throw_out", [] { take_last(), throw std::runtime_error("nobody catches this"); }},
 };
 
 }  // namespace

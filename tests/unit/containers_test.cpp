@@ -1,0 +1,59 @@
+// The run-length vector of the timelines, and the bounded string helpers.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "include/tuk_mem.h"
+#include "mem/timeline/repetitive_vector.h"
+
+namespace {
+
+TEST(RepetitiveVector, KeepsRunsAndIteratesOverValues) {
+  MEM_REPETITIVE_VECTOR<std::int64_t> vector(2);
+  std::vector<std::int64_t> expected = {0, 0};
+  for (const std::int64_t value : {0, 5, 5, 7, 5, 5}) {
+    vector.append(value);
+    expected.push_back(value);
+  }
+  ASSERT_EQ(vector.size(), expected.size());
+  EXPECT_EQ(vector.runs(), 4U);
+  EXPECT_EQ(vector.largest(), 7);
+  auto value = vector.begin();
+  for (const std::int64_t one : expected) {
+    EXPECT_EQ(*value, one);
+    ++value;
+  }
+  EXPECT_EQ(MEM_REPETITIVE_VECTOR<std::int64_t>(0).runs(), 0U);
+}
+
+struct COPY_ROW {
+  const char* before;
+  std::size_t (*operation)(char* dst);
+  std::size_t result;
+  const char* after;
+};
+
+TEST(BoundedStrings, CutTerminateAndTellTheLengthWanted) {
+  constexpr COPY_ROW rows[] = {
+      {"", [](char* dst) { return stl_strlcpy(dst, "abcdef", 4); }, 6, "abc"},
+      {"xyz", [](char* dst) { return stl_strlcpy(dst, "abc", 1); }, 3, ""},
+      {"xyz", [](char* dst) { return stl_strlcpy(dst, "abc", 0); }, 3, ""},
+      {"ab", [](char* dst) { return stl_strlcat(dst, "cdef", 8); }, 6, "abcdef"},
+      {"ab", [](char* dst) { return stl_strlcat(dst, "cdef", 5); }, 6, "abcd"},
+      {"abcd", [](char* dst) { return stl_strlcat(dst, "ef", 3); }, 4, "ab"},
+      {"ab", [](char* dst) { return stl_strlncat(dst, "cdef", 2, 8); }, 6, "abcd"},
+      {"ab", [](char* dst) { return stl_strlncat(dst, "cdef", 0, 8); }, 6, "ab"},
+  };
+  for (const COPY_ROW& row : rows) {
+    char dst[16] = {};
+    std::string(row.before).copy(dst, sizeof dst);
+    EXPECT_EQ(row.operation(dst), row.result) << row.after;
+    EXPECT_STREQ(dst, row.after);
+  }
+  std::string text = "aZ\xe4";
+  EXPECT_EQ(stl_toupper(text), "AZ\xe4");
+  EXPECT_EQ(stl_tolower(text), "az\xe4");
+}
+
+}  // namespace
