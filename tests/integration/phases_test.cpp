@@ -47,7 +47,6 @@ TEST(ProfileBins, AreChargedWithWhatIsAllocatedWhileTheyAreOpen) {
 
 TEST(SummaryBins, MeasureGrowthAndPeak) {
   EXPECT_EQ(RUN(tracked("phases", {"open_bins"}, {{"KORVANE_MEM_PROFILE_PER_BIN", "1"}})).out(),
-            "start\n"
             "bin inner grew by 1048576 and reached 2097152\n"
             "bin outer grew by 2097152 and reached 3145728\n"
             "bin outer grew by 1048576 and reached 1048576\n"

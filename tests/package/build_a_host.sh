@@ -33,7 +33,7 @@ expect_profiled() {
 
 library=$(dirname "$(find "$prefix" -name libtuk_mem.so)")
 flags='-g -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror'
-cmake -S "$host" -B "$host/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+cmake -G Ninja -S "$host" -B "$host/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
 cmake --build "$host/build" >/dev/null
 expect_profiled "$host/build/host"
 

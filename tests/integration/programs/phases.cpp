@@ -24,7 +24,6 @@ void in_bin(const char* name, const char* tag, WORK work) {
 // Bins nested, reopened, with and without a tag. What each holds, in blocks of 1 MiB, stands
 // beside.
 void open_bins() {
-  std::printf("start\n");  // the first line comes out of an allocated buffer
   void* kept = nullptr;
   in_bin("outer", "T", [&] {
     void* released = take(mib);  // T::outer 1

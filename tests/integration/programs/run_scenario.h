@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
@@ -12,9 +13,12 @@ struct SCENARIO {
   void (*run)();
 };
 
-/// Exit status 2 when there is no such scenario.
+/// Exit status 2 when there is no such scenario. Standard output gets a buffer that is no block:
+/// without the C library's debug information it would be charged to the program's line.
 template <std::size_t ROWS>
 int run_scenario(const SCENARIO (&scenarios)[ROWS], int count, char** arguments) {
+  static char buffer[BUFSIZ];
+  std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
   for (const SCENARIO& scenario : scenarios) {
     if (count < 2 || scenario.name != arguments[1]) continue;
     scenario.run();
