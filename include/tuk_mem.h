@@ -479,7 +479,8 @@ TUK_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostrea
 TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary,
                                                                 std::ostream& detailed);
 /// Ends tracking for good and writes every report asked for into the current directory. Does
-/// nothing before initialisation and the second time.
+/// nothing before initialisation and the second time, nor when an error ends the process from
+/// inside the tracker's own accounting: that thread would wait for itself.
 TUK_MEM_API void mem_shutdown_tbb_tracking();
 /// Runs the shutdown and frees the tracker. Does nothing before initialisation.
 TUK_MEM_API void mem_cleanup_tbb_tracking();

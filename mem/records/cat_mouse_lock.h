@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "mem/host/check.h"
+#include "mem/state/thread_flags.h"
 
 /// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak
 /// snapshot, a reset, the final reports) is alone inside. A cat that waits keeps new mice out, so
@@ -94,8 +95,14 @@ using MEM_INSIDE_AS_CAT = MEM_INSIDE_AS<CAT_MOUSE_LOCK_A::CAT>;
 /// look at mem_tbb_tracking_ended before touching a record.
 class MEM_MOUSE_STEPPED_OUT {
  public:
-  MEM_MOUSE_STEPPED_OUT() { mem_track_and_clear_exclusive_locker->P(CAT_MOUSE_LOCK_A::MOUSE); }
+  MEM_MOUSE_STEPPED_OUT() {
+    mem_track_and_clear_exclusive_locker->P(CAT_MOUSE_LOCK_A::MOUSE);
+    mem_has_stepped_out = true;
+  }
   MEM_MOUSE_STEPPED_OUT(const MEM_MOUSE_STEPPED_OUT&) = delete;
   MEM_MOUSE_STEPPED_OUT& operator=(const MEM_MOUSE_STEPPED_OUT&) = delete;
-  ~MEM_MOUSE_STEPPED_OUT() { mem_track_and_clear_exclusive_locker->V(CAT_MOUSE_LOCK_A::MOUSE); }
+  ~MEM_MOUSE_STEPPED_OUT() {
+    mem_has_stepped_out = false;
+    mem_track_and_clear_exclusive_locker->V(CAT_MOUSE_LOCK_A::MOUSE);
+  }
 };

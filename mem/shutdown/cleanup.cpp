@@ -20,6 +20,7 @@
 void mem_cleanup_tbb_tracking() {
   if (!mem_tbb_tracker_inited) return;
   mem_shutdown_tbb_tracking();
+  if (!mem_tbb_tracking_ended) return;
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   MEM_USER_MEMORY_TRACKER::destroy_instance();
   mem_pbin_tag_snapshots->clear_with_tags();

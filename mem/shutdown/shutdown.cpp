@@ -130,6 +130,10 @@ void forget_what_was_tracked() {
 void mem_shutdown_tbb_tracking() {
   // Once: fast leak checking stays on, and a second summary of the same process would mislead.
   if (!mem_tbb_tracker_inited || mem_tbb_tracking_ended) return;
+  if (mem_thread_holds_tracker()) {
+    mem_tracker_debug("Memory tracking: the process ends inside the tracker, no report is written");
+    return;
+  }
   // A notification on this thread would wait for the cat section it stands in.
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());

@@ -11,6 +11,15 @@
 /// Set while this thread has excluded its own work.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool mem_block_me_bool;
 
+/// Set while this thread, inside the tracker, has stepped out of the cat-and-mouse lock.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool mem_has_stepped_out;
+
+/// Whether this thread may hold the tracker's locks: one that ends the process now, as a host's
+/// error reporter may, must not wait for itself.
+inline bool mem_thread_holds_tracker() {
+  return mem_tbb_tracker_thread_local_block_recurse && !mem_has_stepped_out;
+}
+
 inline bool mem_thread_is_untracked() {
   return mem_tbb_tracker_thread_local_block_recurse || mem_block_me_bool;
 }

@@ -1,6 +1,7 @@
 // Accounting, on an allocator with the hook interface whose sizes are multiples of 16.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <random>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/stack/unwinder.h"
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "platform/udm_notifier.h"
@@ -127,6 +129,32 @@ TEST_F(TRACKER, SuspendsOnlyTheChargingOfBinsForAScope) {
   EXPECT_EQ(mem_get_current_bytes(), 0);
   EXPECT_EQ(mem_current_bytes, 32);
   EXPECT_EQ(mem_tracking_granularity, 1U | 4U | 8U);
+}
+
+// As a host's error reporter may, in the second stage of a capture, inside the tracker's lock.
+class EXITING_UNWINDER final : public ERR_UNWINDER {
+ public:
+  char const* name() const override { return "exiting"; }
+  int capture(void const** buffer, int max_frames, int skip, int) override {
+    if (skip > ignored_frames) std::exit(3);
+    std::fill_n(buffer, max_frames, this);
+    return max_frames;
+  }
+  static constexpr int ignored_frames = 5;
+};
+
+TEST_F(TRACKER, LetsAThreadEndTheProcessFromInsideIt) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child would not be tracked
+  m_symbolizer.frames_at = [](void const*) { return FRAMES{frame("alpha", "std::f", "/f.cpp")}; };
+  EXPECT_EXIT(
+      {
+        EXITING_UNWINDER unwinder;
+        mem_tbb_unwinder = &unwinder;
+        mem_enable_tracking(bits(8));
+        alarm(20);  // a hang is a failure
+        allocate_at<0>(20);
+      },
+      testing::ExitedWithCode(3), "");
 }
 
 [[gnu::noipa]] void* allocate_below(int depth) {
