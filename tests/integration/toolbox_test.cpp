@@ -45,6 +45,13 @@ TEST(OutOfMemory, EndsWithThePeakReportedOnceOrAsTheHostsHandlerSays) {
   }
 }
 
+TEST(MallocExtension, ReachesTheAllocatorOrAnswersNeutrally) {
+  PROGRAM program = tracked("scenarios", {"ask_the_allocator"});
+  EXPECT_THAT(RUN(program).out(), testing::ContainsRegex("^known 1, grown 50[0-9]{6}, rate -1\n"));
+  program.preload = {};
+  EXPECT_EQ(RUN(program).out(), "known -1, grown 0, rate -1\n");
+}
+
 TEST(PgoModules, AreListedAtExitInByteOrderEachPairOnce) {
   const RUN run(tracked("registers_pgo_modules", {}, {{"debug_msg", "on"}}));
   std::string expected;

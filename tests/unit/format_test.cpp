@@ -9,6 +9,7 @@
 #include <random>
 
 #include "include/tuk_mem.h"
+#include "mem/text/format_table.h"
 #include "tests/support/argument_list.h"
 
 namespace {
@@ -79,6 +80,13 @@ const ROW rows[] = {
     {"end%-5.3", {}, "end"},
     {"%s|%.1300d", {long_text.c_str(), 2}, long_text + "|" + zeros + "2"},
 };
+
+// Low four bits: the character's class; high four: the next state of class index / 8 in state
+// index % 8.
+static_assert(__lookuptable.size() == 89 && __lookuptable[' ' - ' '] == 0x06 &&
+              __lookuptable['%' - ' '] == 0x01 && __lookuptable['(' - ' '] == 0x10 &&
+              __lookuptable['1' - ' '] == 0x45 && __lookuptable['d' - ' '] == 0x78 &&
+              __lookuptable['x' - ' '] == 0x08);
 
 TEST(Format, GivesWhatTheTableSays) {
   ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);

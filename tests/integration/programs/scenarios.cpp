@@ -36,6 +36,21 @@ void start_late() {
               static_cast<int>(catch_all.current_blocks));
 }
 
+// Debian's allocator has the properties, but no function for the release rate.
+void ask_the_allocator() {
+  namespace EXTENSION = MEM::MALLOC_EXTENSION;
+  constexpr char property[] = "generic.current_allocated_bytes";
+  std::size_t before = 7;
+  const int known = EXTENSION::get_numeric_property(property, &before);
+  take(50000000);
+  std::size_t after = 7;
+  EXTENSION::get_numeric_property(property, &after);
+  EXTENSION::release_free_memory();
+  EXTENSION::set_memory_release_rate(5.0);
+  std::printf("known %d, grown %zu, rate %g\n", known, after - before,
+              EXTENSION::get_memory_release_rate());
+}
+
 void shut_down_twice() {
   take(1000);
   mem_shutdown_tbb_tracking();
@@ -67,6 +82,7 @@ void run_threads() {
 }
 
 constexpr SCENARIO scenarios[] = {
+    {"ask_the_allocator", ask_the_allocator},
     {"leak", leak},
     {"start_late", start_late},
     {"shut_down_twice", shut_down_twice},
