@@ -88,5 +88,7 @@ const MEM_BOOKKEEPING_STRING& MEM_USER_MEMORY_TRACKER::pbin_id_to_string(std::ui
 }
 
 MEM_BOOKKEEPING_STRING get_decorated_pbin_name(const std::string& name) {
-  return MEM_USER_MEMORY_TRACKER::get_instance()->current_tag_name() + "::" + name.c_str();
+  MEM_BOOKKEEPING_STRING decorated = MEM_USER_MEMORY_TRACKER::get_instance()->current_tag_name();
+  decorated.append("::").append(std::string_view(name));
+  return decorated;
 }

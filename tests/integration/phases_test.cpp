@@ -8,7 +8,7 @@
 
 namespace {
 
-using testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
+using testing::ElementsAre, testing::MatchesRegex;
 
 constexpr std::int64_t kib = 1024;
 constexpr std::int64_t mib = 1024 * kib;
@@ -89,7 +89,7 @@ TEST(ModuleTimeline, ShowsTheEighteenLargestAndSumsUpTheOthers) {
     const REPORT::ROW& row = labelled(detailed, label);
     for (int module = 1; module <= 20; ++module) {
       const std::string name = "mod" + std::to_string(100 + module);
-      const int held = module <= sample ? module : 0;
+      const std::int64_t held = module <= sample ? module : 0;
       EXPECT_EQ(row.number(name), held * 64 * kib) << name << " at " << label;
       EXPECT_EQ(labelled(blocks, label).number(name), held) << name << " at " << label;
     }

@@ -84,10 +84,10 @@ TEST(Tracking, CreditsABlockFromBeforeItToTheCatchAll) {
 }
 
 TEST(Tracking, IsExactUnderThreads) {
-  constexpr int threads = 8;
-  constexpr int blocks = 20000;
+  constexpr std::int64_t threads = 8;
+  constexpr std::int64_t blocks = 20000;
   std::int64_t requested = 0;
-  for (int i = 0; i < blocks; ++i) requested += threads * (16 + i % 7 * 100);
+  for (std::int64_t i = 0; i < blocks; ++i) requested += threads * (16 + i % 7 * 100);
   for (const char* variable : {"KORVANE_MEM_PROFILE_PER_FILELINE", "KORVANE_MEM_PROFILE_ALL"}) {
     const RUN run(tracked("scenarios", {"run_threads"}, {{variable, "1"}}));
     const REPORT report(run.file("mem_tbb_fileline.kvi.log"));

@@ -34,13 +34,14 @@ TEST(PbinTrackerMap, IsExactUnderThreads) {
   }
   for (std::thread& counter : counters) counter.join();
   ASSERT_EQ(map.size(), ids);
-  constexpr std::int64_t blocks = threads * rounds;
+  constexpr std::int64_t blocks = std::int64_t{threads} * rounds;
   map.mark_as_peak();
   for (std::uint32_t id = 0; id < ids; ++id) {
+    const std::int64_t round_bytes = 107 + std::int64_t{id};
     EXPECT_EQ(map[id].current, 7 * blocks);
     EXPECT_EQ(map[id].peak, 7 * blocks);
-    EXPECT_EQ(map[id].cumulative, (107 + id) * blocks);
-    EXPECT_LE(map[id].max, 7 * blocks + (107 + id) * threads);
+    EXPECT_EQ(map[id].cumulative, round_bytes * blocks);
+    EXPECT_LE(map[id].max, 7 * blocks + round_bytes * threads);
   }
 }
 

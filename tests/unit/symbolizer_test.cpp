@@ -172,9 +172,9 @@ TEST_F(SCRIPTED_TOOL, GivesEveryThreadItsOwnAnswers) {
   const std::uintptr_t offset = offset_at(code);
   std::atomic<int> wrong = 0;
   std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread)
+  for (std::ptrdiff_t thread = 0; thread < 4; ++thread)
     threads.emplace_back([&, thread] {
-      for (int i = 0; i < 50; ++i) wrong += offset_at(code + 4 * i + thread) != offset;
+      for (std::ptrdiff_t i = 0; i < 50; ++i) wrong += offset_at(code + 4 * i + thread) != offset;
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(wrong, 0);
