@@ -121,6 +121,23 @@ TEST(Timelines, AreLabelled) {
   EXPECT_EQ(sample, 4U);
 }
 
+TEST(Timelines, AllHoldTheMomentOfAPeak) {
+  const RUN run(tracked("phases", {"peak_at_a_release"}, everything));
+  const REPORT modules(run.file("mem_tbb_timeline.kvi.log"));
+  EXPECT_LT(modules.row("", "peak").number("phases"), 16 * mib)
+      << "its release is credited by then";
+  const REPORT tags(run.file("mem_tbb_pbin_tag_timeline.kvi.log"));
+  EXPECT_EQ(tags.row("", "R::rising").number("R"), 16 * mib);
+  const REPORT auxiliary(run.file("mem_tbb_auxiliary_timeline.kvi.log"));
+  EXPECT_EQ(auxiliary.rows.size(), modules.rows.size());
+  EXPECT_THAT(auxiliary.header,
+              ElementsAre("nthreads", "VmSize", "RSS", "rss_percentage", "VmSwap", "major_faults",
+                          "minor_faults", "profiler_num_allocs", "profiler_num_deallocs",
+                          "profiler_num_outstanding", "profiler_requested_total",
+                          "profiler_requested_outstanding", "profiler_allocated_total",
+                          "profiler_allocated_outstanding"));
+}
+
 TEST(Sampling, OfEveryEventReportsEveryEighthIndex) {
   const RUN run(tracked("phases", {"open_bins"},
                         {{"KORVANE_MEM_PROFILE_PER_LIBRARY", "1"},

@@ -87,12 +87,24 @@ void label_samples() {
   sample("a");
 }
 
+// A peak that a release finds, between two samples.
+void peak_at_a_release() {
+  mem_tbb_tracking_flush_peak();
+  in_bin("rising", "R", [] {
+    void* large = take(16 * mib);
+    mem_set_timeline_label("peak");
+    give(large);
+    mem_set_timeline_label("after");
+  });
+}
+
 constexpr SCENARIO scenarios[] = {
     {"open_bins", open_bins},
     {"flush_before_a_smaller_phase", [] { run_two_phases(1 * mib); }},
     {"flush_before_a_larger_phase", [] { run_two_phases(8 * mib); }},
     {"load_modules", load_modules},
     {"label_samples", label_samples},
+    {"peak_at_a_release", peak_at_a_release},
 };
 
 }  // namespace
