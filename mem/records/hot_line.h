@@ -10,8 +10,8 @@
 
 /// Two threads that account events hand this line to each other. With a line for each of its parts
 /// they would hand over five, and with chance neighbours still more: a pair of the churn benchmark
-/// on two threads took 480 ns with one line, 540 ns with separate ones, 670 ns as the linker placed
-/// them.
+/// on two threads took about 480 ns with one line, 540 ns with separate ones, 650 ns as the linker
+/// placed them.
 struct alignas(64) MEM_HOT_LINE {
   std::atomic<std::uint64_t> snapshot_count{0};
   MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> cat_mouse_lock;
