@@ -76,7 +76,8 @@ TEST(FastLeakReport, CollectsOneSummaryAProcess) {
               MatchesRegex("For more detail, use INI mem_check_leaks=on\n\n("
                            " memory leak summary\n===============================\n"
                            "Leaked bytes:      [ 0-9]{8}[0-9]{4}\n"
-                           "Peak bytes on heap:[ 0-9]{8}[0-9]{4}\n[^0-9]*){2}"));
+                           "Peak bytes on heap:[ 0-9]{8}[0-9]{4}\n"
+                           "===============================\n\n){2}"));
 }
 
 TEST(Tracking, CreditsABlockFromBeforeItToTheCatchAll) {
