@@ -23,8 +23,10 @@ void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested) {
 }
 
 void mem_tcmalloc_tracker_delete_hook(void const* ptr) {
-  if (!mem_allocator_owns(ptr)) return;
-  const std::size_t allocated = mem_allocated_size(ptr);
+  if (mem_allocator_owns(ptr)) mem_account_release(ptr, mem_allocated_size(ptr));
+}
+
+void mem_account_release(void const* ptr, std::size_t allocated) {
   if (mem_thread_is_untracked()) {
     mem_profiler_stats.count_dealloc(allocated, allocated);
     return;

@@ -8,5 +8,8 @@
 void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested);
 void mem_tcmalloc_tracker_delete_hook(void const* ptr);
 
+/// What the delete hook does with a block of its allocator, and what the removal of a mapping does.
+void mem_account_release(void const* ptr, std::size_t allocated);
+
 void mem_install_tracker_hooks();
 void mem_remove_tracker_hooks();

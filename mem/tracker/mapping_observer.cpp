@@ -6,6 +6,7 @@
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/accounting.h"
+#include "mem/tracker/hooks.h"
 
 namespace {
 
@@ -31,15 +32,6 @@ bool is_tracking() {
   asm volatile("");  // no tail call
 }
 
-void account_removed(void const* address, unsigned long size) {
-  const MEM_INSIDE_TRACKER inside;
-  try {
-    mem_track_dealloc(address, size);
-  } catch (...) {
-    ++mem_abandoned_events;
-  }
-}
-
 }  // namespace
 
 [[gnu::noinline]] void mem_notify_memory_mapping_added(void const* address, unsigned long size) {
@@ -48,15 +40,11 @@ void account_removed(void const* address, unsigned long size) {
     mem_profiler_stats.count_alloc(size, size);
   else
     add_mapping(address, size);
-  asm volatile("");
+  asm volatile("");  // no tail call
 }
 
 void mem_notify_memory_mapping_removed(void const* address, unsigned long size) {
-  if (!is_tracking()) return;
-  if (mem_thread_is_untracked())
-    mem_profiler_stats.count_dealloc(size, size);
-  else
-    account_removed(address, size);
+  if (is_tracking()) mem_account_release(address, size);
 }
 
 MEM_UDM_OBSERVER::MEM_UDM_OBSERVER() {
