@@ -1,7 +1,6 @@
 // The numeric settings of the tracker. Relies on mem/host and mem/state.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 /// Events between two samples of the timelines; at least 1.
