@@ -7,7 +7,7 @@
 
 #include "include/tuk_mem.h"
 
-constinit std::uint64_t mem_module_snapshot_delay = 131072;
+constinit MEM_PERIOD mem_module_snapshot_delay(131072);
 constinit std::uint64_t mem_fileline_peak_snapshot_threshold = 134217728;
 constinit int MEM_STACK_TRACE_IGNORE_DEPTH = 5;
 constinit bool mem_allow_no_fileline_info = false;
@@ -16,15 +16,19 @@ namespace {
 
 // A number that the environment may give and the settings file may override.
 struct NUMBER_ROW {
-  std::uint64_t* value;
+  std::uint64_t (*get)();
+  void (*set)(std::uint64_t number);
   const char* variable;
   const char* setting;
 };
 
 constexpr NUMBER_ROW numbers[] = {
-    {&mem_module_snapshot_delay, "KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD",
-     "mem_profile_library_snapshot_period"},
-    {&mem_fileline_peak_snapshot_threshold, "KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
+    {[] { return mem_module_snapshot_delay.events(); },
+     [](std::uint64_t number) { mem_module_snapshot_delay = MEM_PERIOD(number); },
+     "KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", "mem_profile_library_snapshot_period"},
+    {[] { return mem_fileline_peak_snapshot_threshold; },
+     [](std::uint64_t number) { mem_fileline_peak_snapshot_threshold = number; },
+     "KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
      "mem_profile_fileline_peak_snapshot_threshold"},
 };
 
@@ -36,7 +40,7 @@ void take_from_environment(const NUMBER_ROW& row) {
   if (text == nullptr) return;
   std::uint64_t number = 0;
   const auto parsed = std::from_chars(text, text + std::strlen(text), number);
-  if (parsed.ec == std::errc() && is_usable(number)) *row.value = number;
+  if (parsed.ec == std::errc() && is_usable(number)) row.set(number);
 }
 
 void take_from_settings(const NUMBER_ROW& row) {
@@ -44,10 +48,10 @@ void take_from_settings(const NUMBER_ROW& row) {
   if (text.empty()) return;
   const std::uint64_t number = std::stoull(text);
   if (is_usable(number))
-    *row.value = number;
+    row.set(number);
   else
     mem_msg_vdebug("setting \"%s\" refused: \"%s\" is out of range, %llu stays in force",
-                   row.setting, text.c_str(), static_cast<unsigned long long>(*row.value));
+                   row.setting, text.c_str(), static_cast<unsigned long long>(row.get()));
 }
 
 struct PATTERN_ROW {

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 
-/// Events between two samples of the timelines; at least 1.
-extern std::uint64_t mem_module_snapshot_delay;
+#include "mem/settings/period.h"
+
+/// Events between two samples of the timelines.
+extern MEM_PERIOD mem_module_snapshot_delay;
 
 /// Bytes of growth after which a new peak is recorded at the latest; 1 to INT64_MAX.
 extern std::uint64_t mem_fileline_peak_snapshot_threshold;

@@ -26,8 +26,6 @@
 
 namespace {
 
-using TRACE_LOCK = std::unique_lock<tbb::spin_mutex>;
-
 // A larger block never counts as freed by the wrong thread: the allocator's thread caches, which
 // the figure is about, don't hold it.
 constexpr std::size_t largest_mismatched_block = 8128;
@@ -36,7 +34,7 @@ constexpr std::size_t largest_mismatched_block = 8128;
 constexpr std::uint64_t reported_indexes = 8;
 
 // Counts an event; whether it is one that takes a sample.
-bool count_event() { return mem_snapshot_count.fetch_add(1) % mem_module_snapshot_delay == 0; }
+bool count_event() { return mem_module_snapshot_delay.divides(mem_snapshot_count.fetch_add(1)); }
 
 [[gnu::cold, gnu::noinline]] void advance_timeline_index(std::int64_t total) {
   const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
@@ -119,7 +117,7 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
     int count = mem_tbb_unwinder->capture(frames, mem_trace_stages[0], skip, 0);
     const MEM_INSIDE_AS_MOUSE mouse;
     if (mem_tbb_tracking_ended) return;
-    TRACE_LOCK trace(mem_trace_lock);
+    std::unique_lock trace(mem_trace_lock);
     MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
     for (int stage = 1; stage < mem_trace_stage_count; ++stage) {
       const bool full = count == mem_trace_stages[stage - 1];

@@ -25,6 +25,7 @@
 #include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/fork_handlers.h"
 #include "mem/tracker/hooks.h"
+#include "mem/tracker/peaks.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   if (mem_tbb_tracker_inited) return;
   static_cast<void>(omp_get_num_procs());
   mem_read_snapshot_settings();
+  mem_rearm_peak_detection();
   const std::string unwinder_name = unwinder_name_from_environment();
 
   create_site_map();

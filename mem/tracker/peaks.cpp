@@ -22,11 +22,11 @@
 
 namespace {
 
-constexpr std::int64_t first_exponential_threshold = 1024;
+constexpr std::int64_t first_doubling = 1024;
 
 // Relaxed: two threads may both see a new peak and both record it, one after the other.
 constinit std::atomic<std::int64_t> thresholded_peak_memory{0};
-constinit std::atomic<std::int64_t> peak_exponential_threshold{first_exponential_threshold};
+constinit std::atomic<std::int64_t> next_peak_memory{first_doubling};
 constinit std::atomic<std::int64_t> flushed_peak_memory{0};
 
 struct SITE_PEAK {
@@ -43,10 +43,12 @@ constinit FLUSHED_PEAK_DATA* mem_flushed_peak_data = nullptr;
 
 std::int64_t step_size() { return static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold); }
 
-bool is_new_peak(std::int64_t total) {
+// The next peak is recorded where the total has crossed another step or has doubled, whichever
+// comes first. Kept as one figure, so that the check at every release divides nothing.
+void await_next_peak(std::int64_t peak, std::int64_t doubled) {
   const std::int64_t step = step_size();
-  return total / step > thresholded_peak_memory.load(std::memory_order_relaxed) / step ||
-         total >= peak_exponential_threshold.load(std::memory_order_relaxed);
+  thresholded_peak_memory = peak;
+  next_peak_memory = std::min(doubled, (peak / step + 1) * step);
 }
 
 // A total that is itself a multiple of the step is announced as the next peak, deliberately, though
@@ -68,8 +70,7 @@ void keep_current_as_peak() {
 }
 
 [[gnu::cold, gnu::noinline]] void record_peak(std::int64_t total) {
-  thresholded_peak_memory = total;
-  peak_exponential_threshold = 2 * total;
+  await_next_peak(total, 2 * total);
   mem_tracker_debug(
       "Memory tracking: recording peak bytes at %lld bytes (timeline index %llu), next peak at >= "
       "%lld bytes",
@@ -130,7 +131,7 @@ std::int64_t mem_flushed_peak_memory() { return flushed_peak_memory; }
 
 bool mem_check_peak() {
   const std::int64_t total = mem_current_bytes;
-  if (!is_new_peak(total)) [[likely]]
+  if (total < next_peak_memory.load(std::memory_order_relaxed)) [[likely]]
     return false;
   record_peak(total);
   return true;
@@ -149,10 +150,7 @@ void mem_tbb_tracking_flush_peak() {
   mem_user_snapshot_tracking_data();
 }
 
-void mem_rearm_peak_detection() {
-  thresholded_peak_memory = 0;
-  peak_exponential_threshold = first_exponential_threshold;
-}
+void mem_rearm_peak_detection() { await_next_peak(0, first_doubling); }
 
 void mem_restore_flushed_peak() {
   if (mem_flushed_peak_data == nullptr || flushed_peak_memory < thresholded_peak_memory) return;

@@ -39,9 +39,9 @@ TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsNeverZero) {
   const auto period = [](const char* environment, const char* setting) {
     setenv("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", environment, 1);
     setenv("mem_profile_library_snapshot_period", setting, 1);
-    mem_module_snapshot_delay = 131072;
+    mem_module_snapshot_delay = MEM_PERIOD(131072);
     mem_read_snapshot_settings();
-    return mem_module_snapshot_delay;
+    return mem_module_snapshot_delay.events();
   };
   constexpr std::tuple<const char*, const char*, std::uint64_t> rows[] = {
       {"12abc", "", 12}, {"0", "", 131072}, {"abc", "", 131072}, {"64", "7", 7}};
