@@ -22,8 +22,16 @@ extern MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map;
 /// Guards the site map and the records in it.
 inline constexpr tbb::spin_mutex& mem_trace_lock = mem_hot_line.trace_lock.mutex;
 
+/// The record of an address, null when the address is unknown. Hold mem_trace_lock.
+MEM_ADDRESS_TRACKER* mem_find_site(void const* address);
+
 /// The catch-all record, created when it is not there. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();
+
+/// Forgets every record. Hold mem_trace_lock.
+void mem_clear_sites();
+/// Frees the map.
+void mem_free_site_map();
 
 /// Drops the map as it is and frees its lock, in a child made by fork.
 void mem_abandon_sites();

@@ -29,7 +29,7 @@ void mem_cleanup_tbb_tracking() {
   mem_auxiliary_timeline_file->clear();
   mem_module_timeline->clear();
   mem_free_live_block_map();
-  delete std::exchange(mem_address_tracker_map, nullptr);
+  mem_free_site_map();
   delete std::exchange(mem_module_tracker_map, nullptr);
   // Allocations of other modules' destructors may have started tools since the exit began.
   MEM_SYMBOLIZER_FACTORY::end_all_tools();

@@ -90,11 +90,12 @@ MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
                                             std::unique_lock<tbb::spin_mutex>& lock) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
   for (int frame = 0; frame < count; ++frame) {
-    const auto known = mem_address_tracker_map->find(frames[frame]);
-    MEM_ADDRESS_TRACKER* record = known != mem_address_tracker_map->end()
-                                      ? &known->second
-                                      : classify_and_insert(frames[frame], lock);
-    if (record == nullptr || !record->filtered) return record;
+    MEM_ADDRESS_TRACKER* record = mem_find_site(frames[frame]);
+    if (record == nullptr) [[unlikely]] {
+      record = classify_and_insert(frames[frame], lock);
+      if (record == nullptr) return nullptr;
+    }
+    if (!record->filtered) return record;
   }
   return &mem_catch_all_site();
 }

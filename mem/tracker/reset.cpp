@@ -24,7 +24,7 @@ void forget_records() {
     mem_module_tracker_map->clear();
   }
   const std::lock_guard trace(mem_trace_lock);
-  mem_address_tracker_map->clear();
+  mem_clear_sites();
 }
 
 }  // namespace
