@@ -1,12 +1,21 @@
 // Which frame of a stack is the allocation site.
+#include <alloca.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
 
 #include "mem/records/cat_mouse_lock.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
 #include "mem/stack/user_filters.h"
+#include "platform/eh_frame_walk.h"
+#include "platform/err_unwinder.h"
 #include "tests/support/debug_lines.h"
 #include "tests/support/scripted_symbolizer.h"
 #include "tests/support/temporary_directory.h"
@@ -89,6 +98,91 @@ TEST(UserFilters, AreReadLineByLine) {
           "line 6: unexpected filter command: \"Filter_module\"",
           "accepting function filter: \"get_\"", "accepting file basename filter: \"glue.\"",
           "accepting module filter: \"last\"", "accepted 4 user defined filters (3 errors)"));
+}
+
+// Innermost frame first; null beyond the outermost. Nothing here allocates: a signal handler does
+// the same.
+using STACK = std::array<void const*, 60>;
+
+// The same stack by the remembered rules (empty where they don't suffice), by the library's own
+// unwinder, which then asks another, and by the C library's.
+struct STACKS {
+  STACK by_rules{}, ours{}, expected{};
+};
+
+[[gnu::noinline]] STACKS innermost() {
+  auto const* const own_frame = static_cast<std::uintptr_t const*>(__builtin_frame_address(0));
+  const EH_FRAME caller{own_frame[1], reinterpret_cast<std::uintptr_t>(own_frame + 2),
+                        own_frame[0]};
+  STACK frames{};
+  const auto captured = [&](char const* unwinder) {
+    const int count = ERR_UNWINDER::get_unwinder(unwinder)->capture(frames.data(), 60, 1, 0);
+    auto* const end = frames.begin() + count;
+    STACK stack{};
+    std::copy(std::find(frames.begin(), end, reinterpret_cast<void const*>(caller.return_address)),
+              end, stack.begin());
+    return stack;
+  };
+  STACKS stacks{{}, captured("eh_frame_internal"), captured("backtrace")};
+  if (eh_frame_walk(caller, 0, stacks.by_rules.data(), 60) < 0) stacks.by_rules = {};
+  return stacks;
+}
+
+STACKS found;
+
+// Each calls the one before, from a frame of another kind.
+[[gnu::noinline, gnu::optimize("omit-frame-pointer")]] STACKS from_behind_a_return(int last) {
+  static volatile int kept = 0;
+  found = {};
+  if (kept == last) [[likely]]
+    return {};
+  return innermost();
+}
+
+STACKS from_frame_of_variable_size() {
+  static volatile std::size_t size = 1000;
+  auto* room = static_cast<volatile char*>(alloca(size));
+  room[0] = 1;
+  STACKS stacks = from_behind_a_return(1);
+  room[1] = room[0];
+  return stacks;
+}
+
+STACKS from_library_callback() {
+  int values[] = {2, 1};
+  std::qsort(values, 2, sizeof values[0], [](void const*, void const*) {
+    found = from_frame_of_variable_size();
+    return 0;
+  });
+  return found;
+}
+
+[[gnu::optimize("omit-frame-pointer")]] STACKS from_large_frame() {
+  volatile char room[700'000];
+  room[0] = 1;
+  STACKS stacks = from_library_callback();
+  room[1] = room[0];
+  return stacks;
+}
+
+STACKS from_signal_handler() {
+  std::signal(SIGUSR1, [](int) { from_library_callback(); });
+  std::raise(SIGUSR1);
+  return found;
+}
+
+void expect_agreement(STACKS (*walk)(), bool rules_suffice) {
+  const STACKS stacks = walk();
+  ASSERT_NE(stacks.expected[6], nullptr);
+  EXPECT_EQ(stacks.ours, stacks.expected);
+  EXPECT_EQ(stacks.by_rules, rules_suffice ? stacks.expected : STACK());
+}
+
+TEST(Unwinders, AgreeOnFramesOfEveryKind) {
+  expect_agreement(from_library_callback, true);
+  expect_agreement(from_large_frame, false);
+  expect_agreement(from_signal_handler, false);
+  std::thread(expect_agreement, from_library_callback, true).join();  // another outermost frame
 }
 
 }  // namespace
