@@ -2,6 +2,7 @@
 // profiler needs must not show up in, or call back into, what it measures.
 #pragma once
 
+#include <oneapi/tbb/cache_aligned_allocator.h>
 #include <oneapi/tbb/tbb_allocator.h>
 
 #include <memory>
@@ -12,9 +13,13 @@
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 template <class T>
 using MEM_BOOKKEEPING_ALLOCATOR = std::allocator<T>;
+template <class T>
+using MEM_CACHE_ALIGNED_ALLOCATOR = std::allocator<T>;
 #else
 template <class T>
 using MEM_BOOKKEEPING_ALLOCATOR = tbb::tbb_allocator<T>;
+template <class T>
+using MEM_CACHE_ALIGNED_ALLOCATOR = tbb::cache_aligned_allocator<T>;
 #endif
 
 using MEM_BOOKKEEPING_STRING =
