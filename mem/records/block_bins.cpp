@@ -27,7 +27,9 @@ MEM_HASH_BANK& bank_of(void const* block) {
 
 }  // namespace
 
-void mem_create_block_bins() { mem_addr_to_bpin_pair_hash = storage.construct(); }
+void mem_create_block_bins() {
+  if (mem_addr_to_bpin_pair_hash == nullptr) mem_addr_to_bpin_pair_hash = storage.construct();
+}
 
 void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) {
   MEM_HASH_BANK::accessor entry;

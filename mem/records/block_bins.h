@@ -11,7 +11,8 @@ struct MEM_BLOCK_BINS {
   std::uint32_t reset_count;
 };
 
-/// Creates the banks, for the rest of the process.
+/// Creates the banks, once for the rest of the process, and before the granularity asks for them:
+/// they take 2.4 MB, and half a millisecond.
 void mem_create_block_bins();
 
 /// Remembers a block; may throw std::bad_alloc.

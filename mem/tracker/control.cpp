@@ -1,5 +1,6 @@
 // Switching kinds of tracking on and off while the process runs.
 #include "include/tuk_mem.h"
+#include "mem/records/block_bins.h"
 #include "mem/state/granularity.h"
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/hooks.h"
@@ -7,6 +8,7 @@
 void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
   const tbb::spin_mutex::scoped_lock lock(mem_granularity_lock);
   if (mem_tbb_tracking_ended) return;
+  if ((bits & MEM_TRACK_PER_BIN_DETAILED) != MEM_TRACK_NONE) mem_create_block_bins();
   const std::uint32_t old = mem_tracking_granularity.fetch_or(bits);
   if (old == MEM_TRACK_NONE && bits != MEM_TRACK_NONE) mem_install_tracker_hooks();
 }

@@ -47,6 +47,7 @@ void link_catch_all_site() {
 // The flag comes first: from the moment the hooks are in, any thread's allocation looks at it, and
 // so does the nested initialisation of the bins.
 void start_tracking(MEM_TRACKING_GRANULARITY granularity) {
+  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != MEM_TRACK_NONE) mem_create_block_bins();
   mem_tracking_granularity = granularity;
   mem_tbb_tracker_inited = true;
   if (granularity != MEM_TRACK_NONE) mem_install_tracker_hooks();
@@ -71,7 +72,6 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   mem_create_module_timeline();
   mem_create_auxiliary_timeline();
   mem_create_timeline_labels();
-  mem_create_block_bins();
   mem_create_pbin_trackers();
   mem_create_tag_snapshots();
 
