@@ -41,7 +41,9 @@ class MEM_SITE_ALLOCATOR {
   using LINES = MEM_CACHE_ALIGNED_ALLOCATOR<LINE>;
 
   static std::size_t lines(std::size_t count) {
-    return (node_offset + count * sizeof(NODE) + sizeof(LINE) - 1) / sizeof(LINE);
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the map's buckets are pointers.
+    const std::size_t bytes = node_offset + count * sizeof(NODE);
+    return (bytes + sizeof(LINE) - 1) / sizeof(LINE);
   }
 };
 
