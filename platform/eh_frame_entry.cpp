@@ -13,10 +13,13 @@ namespace {
 // How a pointer is written: a format in the low four bits, what it is relative to above.
 constexpr unsigned char format_mask = 0x0F;
 constexpr unsigned char is_relative_to_itself = 0x10;
+constexpr unsigned char aligned_pointer = 0x50;
 constexpr unsigned char table_of_offsets = 0x3B;  // relative to the header, signed 32 bits
 
-// Bytes that a pointer of this format takes; 0 for one that is not written with a fixed size.
+// Bytes that a pointer of this format takes; 0 for one that is not written with a fixed size, or
+// only at an aligned place.
 std::size_t size_of(unsigned char encoding) {
+  if (encoding == aligned_pointer) return 0;
   switch (encoding & format_mask) {
     case 0x00:  // native
     case 0x04:  // unsigned 64 bits
