@@ -70,6 +70,7 @@ bool read_common(unsigned char const* entry, EH_FRAME_COMMON& common) {
   const auto version = reader.take<unsigned char>();
   auto const* augmentation = reinterpret_cast<char const*>(reader.at());
   reader.skip(std::strlen(augmentation) + 1);
+  if (version != 1 && version != 3) return false;
   common.code_alignment = reader.take_uleb128();
   common.data_alignment = reader.take_sleb128();
   const std::uint64_t column = version == 1 ? reader.take<unsigned char>() : reader.take_uleb128();

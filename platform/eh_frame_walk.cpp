@@ -11,16 +11,16 @@ namespace {
 
 // A return address and its rule in one word, so that threads share the table without a lock:
 //
-//   63    31 30  29 28  27       15 14              0
-//   [ tag   ][kind ][ fp slot     ][ CFA offset      ]
+//   63       31 30   29 28                   16 15          0
+//   [   tag    ][ kind ][ frame pointer offset ][ CFA offset ]
 //
 // The tag is the address without its low 14 bits, of which the place in the table tells the rest.
 // Offsets are in units of 8 bytes. A word of zeros is an empty place: its rule leads nowhere.
 using WORD = std::uint64_t;
 constexpr int set_bits = 14;
 constexpr int cfa_bits = 16;
-constexpr int slot_bits = 13;
-constexpr int kind_shift = cfa_bits + slot_bits;
+constexpr int frame_pointer_bits = 13;
+constexpr int kind_shift = cfa_bits + frame_pointer_bits;
 constexpr int tag_shift = kind_shift + 2;
 constexpr std::uintptr_t end_of_addresses = 1UL << (64 - tag_shift + set_bits);
 
@@ -36,7 +36,7 @@ EH_FRAME_RULE::KIND kind_of(WORD word) {
 }
 std::uintptr_t cfa_offset_of(WORD word) { return (word & ((1U << cfa_bits) - 1)) * 8; }
 std::uintptr_t frame_pointer_offset_of(WORD word) {
-  return ((word >> cfa_bits) & ((1U << slot_bits) - 1)) * 8;
+  return ((word >> cfa_bits) & ((1U << frame_pointer_bits) - 1)) * 8;
 }
 
 WORD tag_of(std::uintptr_t address) { return address >> set_bits; }
@@ -48,7 +48,8 @@ SET& set_of(std::uintptr_t address) {
 bool fits(std::uint64_t offset, int bits) { return offset % 8 == 0 && offset / 8 < (1U << bits); }
 
 WORD word_of(std::uintptr_t address, EH_FRAME_RULE rule) {
-  if (!fits(rule.cfa_offset, cfa_bits) || !fits(rule.frame_pointer_offset, slot_bits)) rule = {};
+  if (!fits(rule.cfa_offset, cfa_bits) || !fits(rule.frame_pointer_offset, frame_pointer_bits))
+    rule = {};
   return (tag_of(address) << tag_shift) | (WORD{rule.kind} << kind_shift) |
          ((rule.frame_pointer_offset / 8) << cfa_bits) | (rule.cfa_offset / 8);
 }

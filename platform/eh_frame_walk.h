@@ -13,4 +13,7 @@ struct EH_FRAME {
 /// Stores the return addresses of `frame` and its callers, but for the first `skip` of them, up to
 /// `max_frames`; returns how many. -1 when a frame on the way can't be left by the rules that are
 /// remembered here: then somebody else has to walk. Any thread, at any time; takes no lock.
+///
+/// Rules are remembered for life. After a module was unloaded and another loaded in its place, a
+/// return address that both have is left by the rule of the first.
 int eh_frame_walk(EH_FRAME frame, int skip, void const** buffer, int max_frames);
