@@ -45,8 +45,11 @@ TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsNeverZero) {
   };
   constexpr std::tuple<const char*, const char*, std::uint64_t> rows[] = {
       {"12abc", "", 12}, {"0", "", 131072}, {"abc", "", 131072}, {"64", "7", 7}};
-  for (const auto& [environment, setting, read] : rows)
+  for (const auto& [environment, setting, read] : rows) {
     EXPECT_EQ(period(environment, setting), read) << environment;
+    for (const std::uint64_t number : {0UL, 1UL, 6UL, 7UL, 24UL, 131072UL * 84, 131072UL * 84 - 1})
+      EXPECT_EQ(mem_module_snapshot_delay.divides(number), number % read == 0) << number;
+  }
   EXPECT_THAT(debug_lines_of([&] { EXPECT_EQ(period("64", "0"), 64U); }),
               testing::ElementsAre("setting \"mem_profile_library_snapshot_period\" refused: \"0\" "
                                    "is out of range, 64 stays in force"));
