@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/eh_frame_walk.h"
+#include "mem/unwind/stack_walk.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ std::atomic<bool> fde_cache_enabled{false};
 
 // The caller of a function that has asked for its own frame by __builtin_frame_address(0), and has
 // a frame pointer therefore.
-EH_FRAME caller_of(void const* own_frame) {
+MEM_UNWIND_FRAME caller_of(void const* own_frame) {
   auto const* const words = static_cast<std::uintptr_t const*>(own_frame);
   return {.return_address = words[1],
           .stack_pointer = reinterpret_cast<std::uintptr_t>(words + 2),
@@ -68,8 +68,8 @@ class EH_FRAME_UNWINDER final : public ERR_UNWINDER {
 
   [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
     if (skip > 0) [[likely]] {
-      const EH_FRAME caller = caller_of(__builtin_frame_address(0));
-      const int count = eh_frame_walk(caller, skip - 1, buffer, max_frames);
+      const MEM_UNWIND_FRAME caller = caller_of(__builtin_frame_address(0));
+      const int count = mem_walk_stack(caller, skip - 1, buffer, max_frames);
       if (count >= 0) [[likely]]
         return count;
     }
@@ -98,9 +98,9 @@ class TESTER_UNWINDER final : public ERR_UNWINDER {
     WALK first;
     first.frames[0] = nullptr;
     WALK second;
-    const EH_FRAME caller = caller_of(__builtin_frame_address(0));
+    const MEM_UNWIND_FRAME caller = caller_of(__builtin_frame_address(0));
     auto** const beyond_capture = const_cast<void const**>(first.frames + 1);
-    first.count = 1 + eh_frame_walk(caller, 0, beyond_capture, most_frames - 1);
+    first.count = 1 + mem_walk_stack(caller, 0, beyond_capture, most_frames - 1);
     if (first.count == 0) first.count = unw_backtrace(first.frames, most_frames);
     second.count = c_library_backtrace(second.frames, most_frames);
     report_difference(first, second);

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "include/tuk_mem.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/static_storage.h"
 #include "mem/state/thread_flags.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Numbers for the names of bins and tags. Relies on mem/host.
+// Numbers for the names of bins and tags. Relies on mem/base.
 #pragma once
 
 #include <atomic>
@@ -8,8 +8,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "mem/host/bookkeeping.h"
-#include "mem/host/check.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/base/check.h"
 
 /// A registry of names and the stack of those that are open. Names get ids from 0 on in the order
 /// of their first opening and keep them. Id 0 is "Root", open from the start and never closed.

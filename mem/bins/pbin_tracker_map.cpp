@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "mem/host/static_storage.h"
+#include "mem/base/static_storage.h"
 
 constinit MEM_PBIN_TRACKER_MAP* mem_pbin_tracker = nullptr;
 constinit MEM_PBIN_TRACKER_MAP* mem_pbin_tag_tracker = nullptr;

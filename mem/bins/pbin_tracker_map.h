@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 
 /// The counters of one id; bytes.
 struct MEM_PBIN_TRACKER_ENTRY {

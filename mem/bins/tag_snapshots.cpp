@@ -3,9 +3,9 @@
 #include <iostream>
 #include <limits>
 
+#include "mem/base/check.h"
+#include "mem/base/static_storage.h"
 #include "mem/bins/user_memory_tracker.h"
-#include "mem/host/check.h"
-#include "mem/host/static_storage.h"
 
 constinit MEM_PB_TAG_SNAPSHOT* mem_pbin_tag_snapshots = nullptr;
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "mem/base/bookkeeping.h"
 #include "mem/bins/pbin_tracker_map.h"
-#include "mem/host/bookkeeping.h"
 #include "mem/timeline/repetitive_vector.h"
 
 class MEM_PB_TAG_SNAPSHOT {

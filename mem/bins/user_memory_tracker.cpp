@@ -1,9 +1,9 @@
 #include "mem/bins/user_memory_tracker.h"
 
+#include "mem/base/check.h"
+#include "mem/base/static_spin_mutex.h"
+#include "mem/base/static_storage.h"
 #include "mem/bins/bin_labels.h"
-#include "mem/host/check.h"
-#include "mem/host/static_spin_mutex.h"
-#include "mem/host/static_storage.h"
 
 constinit std::atomic<MEM_USER_MEMORY_TRACKER*> MEM_USER_MEMORY_TRACKER::s_instance{nullptr};
 constinit bool MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory = false;

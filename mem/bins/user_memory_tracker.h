@@ -8,8 +8,8 @@
 #include <string>
 
 #include "include/tuk_mem.h"
+#include "mem/base/bookkeeping.h"
 #include "mem/bins/bin_names.h"
-#include "mem/host/bookkeeping.h"
 
 /// One open summary bin.
 class MEM_PROFILE_BIN_TRACKER_DATA {

@@ -4,14 +4,9 @@
 #include <iostream>
 
 #include "include/tuk_mem.h"
-#include "mem/host/check.h"
-#include "mem/host/critical_section.h"
+#include "mem/base/critical_section.h"
 #include "platform/err_report.h"
 #include "platform/thr_runtime.h"
-
-void mem_check_failed(const char* condition, const char* source, int line) {
-  err_report_internal_error(condition, "MEM", source, line);
-}
 
 namespace {
 

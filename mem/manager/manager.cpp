@@ -1,8 +1,8 @@
 #include <malloc.h>
 
 #include "include/tuk_mem.h"
-#include "mem/host/critical_section.h"
-#include "mem/host/lifecycle.h"
+#include "mem/base/critical_section.h"
+#include "mem/base/lifecycle.h"
 #include "mem/manager/statistics.h"
 
 namespace {

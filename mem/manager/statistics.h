@@ -1,4 +1,4 @@
-// The global allocation statistics. Relies on mem/host.
+// The global allocation statistics. Relies on mem/base and mem/host.
 #pragma once
 
 #include <atomic>

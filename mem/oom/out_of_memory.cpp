@@ -6,7 +6,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
-#include "mem/host/critical_section.h"
+#include "mem/base/critical_section.h"
 #include "mem/oom/spare_memory.h"
 #include "platform/thr_runtime.h"
 

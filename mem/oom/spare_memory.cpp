@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "include/tuk_mem.h"
-#include "mem/host/critical_section.h"
+#include "mem/base/critical_section.h"
 
 constinit bool mem_out_of_memory_already_reported = false;
 

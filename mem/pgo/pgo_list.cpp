@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "include/tuk_mem.h"
-#include "mem/host/bookkeeping.h"
-#include "mem/host/lifecycle.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/base/lifecycle.h"
 
 constinit bool mem_pgo_list_initialized = false;
 

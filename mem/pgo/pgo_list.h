@@ -1,4 +1,4 @@
-// The modules that were built with profile-guided optimisation. Relies on mem/host.
+// The modules that were built with profile-guided optimisation. Relies on mem/base and mem/host.
 #pragma once
 
 /// Whether a module has registered.

@@ -4,8 +4,8 @@
 
 #include <array>
 
-#include "mem/host/bookkeeping.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/base/static_storage.h"
 #include "mem/records/live_blocks.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <new>
 #include <utility>
 
-#include "mem/host/check.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/check.h"
+#include "mem/base/static_storage.h"
 
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool = nullptr;
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator = nullptr;

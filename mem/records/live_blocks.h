@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "include/tuk_mem.h"
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 #include "mem/records/block_mutex.h"
 
 /// Where a live block comes from. The thread is only noted under fileline tracking.

@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "mem/host/static_spin_mutex.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/static_spin_mutex.h"
+#include "mem/base/static_storage.h"
 
 constinit MEM_MODULE_TRACKER_MAP* mem_module_tracker_map = nullptr;
 

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "include/tuk_mem.h"
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 
 /// Ordered by plain byte comparison; looked up by any text without copying it.
 using MEM_MODULE_TRACKER_MAP = std::map<

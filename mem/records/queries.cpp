@@ -2,11 +2,11 @@
 #include <mutex>
 
 #include "include/tuk_mem.h"
-#include "mem/host/check.h"
-#include "mem/records/cat_mouse_lock.h"
+#include "mem/base/check.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/tracker_state.h"
 
 bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out) {

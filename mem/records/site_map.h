@@ -8,8 +8,8 @@
 #include <unordered_map>
 
 #include "include/tuk_mem.h"
-#include "mem/host/bookkeeping.h"
-#include "mem/records/hot_line.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/state/hot_line.h"
 
 /// Memory for the nodes of the site map. A node holds a link and the key, 16 bytes, then the
 /// record: begun 48 bytes into a cache line, it has all counters that an event writes on one line,

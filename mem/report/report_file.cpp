@@ -5,7 +5,7 @@
 #include <iostream>
 #include <utility>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/host/message.h"
 #include "mem/state/tracker_state.h"
 

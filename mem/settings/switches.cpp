@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "include/tuk_mem.h"
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/state/granularity.h"
 
 namespace {

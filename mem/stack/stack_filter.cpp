@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/host/message.h"
-#include "mem/records/cat_mouse_lock.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/tracker_state.h"
 #include "mem/symbolizer/symbolizer_factory.h"
 #include "mem/symbolizer/text_field.h"

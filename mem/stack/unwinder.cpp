@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/host/message.h"
 
 constinit ERR_UNWINDER* mem_tbb_unwinder = nullptr;

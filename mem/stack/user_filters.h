@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 
 using MEM_USER_FILTERS =
     std::vector<MEM_BOOKKEEPING_STRING, MEM_BOOKKEEPING_ALLOCATOR<MEM_BOOKKEEPING_STRING>>;

@@ -5,8 +5,8 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
-#include "mem/host/critical_section.h"
-#include "mem/host/lifecycle.h"
+#include "mem/base/critical_section.h"
+#include "mem/base/lifecycle.h"
 #include "mem/host/message.h"
 #include "mem/oom/thread_wrapper.h"
 

@@ -1,7 +1,7 @@
 // The settings that start-up itself needs.
 #include "include/tuk_mem.h"
-#include "mem/host/critical_section.h"
-#include "mem/host/lifecycle.h"
+#include "mem/base/critical_section.h"
+#include "mem/base/lifecycle.h"
 #include "mem/host/message.h"
 
 namespace {

@@ -45,7 +45,6 @@ struct RESET_TRACKER {
       lock->unlock();
     }
     mem_pbin_stats.reset();
-    mem_current_bytes = 0;
     mem_reset_totals();
   }
 };

@@ -1,6 +1,6 @@
 #include "mem/state/granularity.h"
 
-#include "mem/host/static_spin_mutex.h"
+#include "mem/base/static_spin_mutex.h"
 
 constinit std::atomic<std::uint32_t> mem_tracking_granularity{MEM_TRACK_NONE};
 

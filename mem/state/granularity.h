@@ -1,4 +1,4 @@
-// What is being tracked now. Relies on mem/host.
+// What is being tracked now. Relies on mem/base.
 #pragma once
 
 #include <oneapi/tbb/spin_mutex.h>

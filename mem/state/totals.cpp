@@ -23,6 +23,7 @@ void MEM_PROFILER_STATS::count_dealloc(std::size_t requested, std::size_t alloca
 }
 
 void mem_reset_totals() {
+  mem_current_bytes = 0;
   mem_estimated_timeline_idx = 0;
   for (auto* counter :
        {&mem_profiler_stats.num_allocs, &mem_profiler_stats.num_deallocs,

@@ -6,6 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mem/state/hot_line.h"
+
+/// Accounted events, allocations and releases.
+inline constexpr std::atomic<std::uint64_t>& mem_snapshot_count = mem_hot_line.snapshot_count;
+
+/// Allocated bytes of tracked live blocks (granularity 2, 4 or 8).
+inline constexpr std::atomic<std::int64_t>& mem_current_bytes = mem_hot_line.current_bytes;
+
 /// Index of the next sample of the timelines.
 extern std::atomic<std::uint64_t> mem_estimated_timeline_idx;
 
@@ -37,5 +45,5 @@ struct MEM_PROFILER_STATS {
 
 extern MEM_PROFILER_STATS mem_profiler_stats;
 
-/// Zeroes mem_estimated_timeline_idx and mem_profiler_stats.
+/// Zeroes mem_current_bytes, mem_estimated_timeline_idx and mem_profiler_stats.
 void mem_reset_totals();

@@ -1,7 +1,7 @@
 #include "mem/state/tracker_state.h"
 
 #include "include/tuk_mem.h"
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/state/thread_flags.h"
 
 constinit bool mem_tbb_tracker_inited = false;

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/host/message.h"
 
 namespace {

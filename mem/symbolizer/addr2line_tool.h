@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 #include "platform/thr_process.h"
 
 /// Not thread-safe: its owner lets one request in at a time. A tool that could not be started, or

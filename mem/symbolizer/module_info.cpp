@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/symbolizer/text_field.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Turning code addresses into module, file, line and function. Relies on mem/host.
+// Turning code addresses into module, file, line and function. Relies on mem/base and mem/host.
 #pragma once
 
 #include <vector>

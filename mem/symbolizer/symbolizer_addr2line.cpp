@@ -5,7 +5,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/symbolizer/recently_used.h"
 #include "mem/symbolizer/text_field.h"
 

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/symbolizer/recently_used.h"
 
 using IMPL = MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL;

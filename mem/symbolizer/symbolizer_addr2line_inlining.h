@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "mem/host/bookkeeping.h"
-#include "mem/host/static_spin_mutex.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/base/static_spin_mutex.h"
+#include "mem/base/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
 #include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer.h"

@@ -1,6 +1,6 @@
 #include "mem/timeline/auxiliary_timeline.h"
 
-#include "mem/host/static_storage.h"
+#include "mem/base/static_storage.h"
 #include "mem/info/proc_files.h"
 #include "mem/state/totals.h"
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 
 /// A field whose file could not be read has all bits set.
 struct MEM_AUXILIARY_SAMPLE {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "mem/host/static_storage.h"
+#include "mem/base/static_storage.h"
 #include "mem/records/module_map.h"
 
 constinit MEM_MODULE_TIMELINE* mem_module_timeline = nullptr;

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string_view>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 #include "mem/timeline/repetitive_vector.h"
 
 /// Orders names without regard to the case of ASCII letters.

@@ -1,4 +1,4 @@
-// The sequence of every timeline: most values repeat the one before. Relies on mem/host.
+// The sequence of every timeline: most values repeat the one before. Relies on mem/base.
 #pragma once
 
 #include <algorithm>
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 
 /// An append-only sequence that keeps a run of equal values as one value and a count. It is read
 /// from the front, one value after the other. T needs == and a copy; its value-initialised value

@@ -1,7 +1,7 @@
 #include "mem/timeline/timeline_labels.h"
 
 #include "include/tuk_mem.h"
-#include "mem/host/static_storage.h"
+#include "mem/base/static_storage.h"
 #include "mem/state/thread_flags.h"
 
 constinit MEM_TIMELINE_LABELS* mem_timeline_labels = nullptr;

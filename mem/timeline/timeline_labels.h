@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-#include "mem/host/bookkeeping.h"
+#include "mem/base/bookkeeping.h"
 #include "mem/timeline/repetitive_vector.h"
 
 class MEM_TIMELINE_LABELS {

@@ -3,14 +3,14 @@
 #include <pthread.h>
 
 #include "include/tuk_mem.h"
+#include "mem/base/critical_section.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
-#include "mem/host/critical_section.h"
-#include "mem/records/cat_mouse_lock.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
 #include "mem/state/tracker_state.h"
 #include "mem/symbolizer/symbolizer_factory.h"

@@ -6,15 +6,14 @@
 #include <unordered_map>
 
 #include "include/tuk_mem.h"
+#include "mem/base/bookkeeping.h"
+#include "mem/base/static_storage.h"
 #include "mem/bins/pbin_tracker_map.h"
-#include "mem/host/bookkeeping.h"
 #include "mem/host/message.h"
-#include "mem/host/static_storage.h"
 #include "mem/manager/statistics.h"
-#include "mem/records/cat_mouse_lock.h"
-#include "mem/records/hot_line.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"

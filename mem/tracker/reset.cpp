@@ -2,13 +2,12 @@
 #include <mutex>
 
 #include "include/tuk_mem.h"
+#include "mem/base/check.h"
 #include "mem/bins/tag_snapshots.h"
-#include "mem/host/check.h"
-#include "mem/records/cat_mouse_lock.h"
-#include "mem/records/hot_line.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"

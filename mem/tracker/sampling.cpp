@@ -1,10 +1,9 @@
 #include "mem/tracker/sampling.h"
 
 #include "include/tuk_mem.h"
+#include "mem/base/check.h"
 #include "mem/bins/tag_snapshots.h"
-#include "mem/host/check.h"
-#include "mem/records/cat_mouse_lock.h"
-#include "mem/records/hot_line.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"

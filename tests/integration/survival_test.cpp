@@ -33,7 +33,9 @@ TEST(TheHost, EndsAsItChose) {
 }
 
 TEST(TheHost, FindsItsBooksConfirmedWhateverGoesOn) {
-  const RUN run(tracked("soak", {"3"}, {{"KORVANE_MEM_PROFILE_ALL", "1"}}));
+  PROGRAM soak = tracked("", {"3"}, everything);
+  soak.path = SOAK;
+  const RUN run(soak);
   EXPECT_EQ(run.status(), 0) << run.out() << run.err();
 }
 

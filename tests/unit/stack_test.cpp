@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <thread>
 
-#include "mem/records/cat_mouse_lock.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
 #include "mem/stack/user_filters.h"
-#include "platform/eh_frame_walk.h"
+#include "mem/state/cat_mouse_lock.h"
+#include "mem/unwind/stack_walk.h"
 #include "platform/err_unwinder.h"
 #include "tests/support/debug_lines.h"
 #include "tests/support/scripted_symbolizer.h"
@@ -111,8 +111,8 @@ struct STACKS {
 
 [[gnu::noinline]] STACKS innermost() {
   auto const* const own_frame = static_cast<std::uintptr_t const*>(__builtin_frame_address(0));
-  const EH_FRAME caller{own_frame[1], reinterpret_cast<std::uintptr_t>(own_frame + 2),
-                        own_frame[0]};
+  const MEM_UNWIND_FRAME caller{own_frame[1], reinterpret_cast<std::uintptr_t>(own_frame + 2),
+                                own_frame[0]};
   STACK frames{};
   const auto captured = [&](char const* unwinder) {
     const int count = ERR_UNWINDER::get_unwinder(unwinder)->capture(frames.data(), 60, 1, 0);
@@ -123,7 +123,7 @@ struct STACKS {
     return stack;
   };
   STACKS stacks{{}, captured("eh_frame_internal"), captured("backtrace")};
-  if (eh_frame_walk(caller, 0, stacks.by_rules.data(), 60) < 0) stacks.by_rules = {};
+  if (mem_walk_stack(caller, 0, stacks.by_rules.data(), 60) < 0) stacks.by_rules = {};
   return stacks;
 }
 

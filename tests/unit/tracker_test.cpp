@@ -8,10 +8,10 @@
 
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/manager/statistics.h"
-#include "mem/records/cat_mouse_lock.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
 #include "mem/stack/unwinder.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "platform/udm_notifier.h"

@@ -4,14 +4,15 @@
 #include <atomic>
 #include <cstdint>
 
-#include "mem/host/static_spin_mutex.h"
-#include "mem/host/static_storage.h"
-#include "mem/records/cat_mouse_lock.h"
+#include "mem/base/static_spin_mutex.h"
+#include "mem/base/static_storage.h"
+#include "mem/state/cat_mouse_lock.h"
 
 /// Two threads that account events hand this line to each other. With a line for each of its parts
 /// they would hand over five, and with chance neighbours still more: a pair of the churn benchmark
 /// on two threads took about 480 ns with one line, 540 ns with separate ones, 650 ns as the linker
-/// placed them.
+/// placed them. Its parts are named where they belong: the counters in totals.h, the trace lock in
+/// records/site_map.h.
 struct alignas(64) MEM_HOT_LINE {
   std::atomic<std::uint64_t> snapshot_count{0};
   MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> cat_mouse_lock;
@@ -21,10 +22,3 @@ struct alignas(64) MEM_HOT_LINE {
 static_assert(sizeof(MEM_HOT_LINE) == 64);
 
 extern MEM_HOT_LINE mem_hot_line;
-
-/// Accounted events, allocations and releases. Atomic.
-inline constexpr std::atomic<std::uint64_t>& mem_snapshot_count = mem_hot_line.snapshot_count;
-
-/// Allocated bytes of tracked live blocks (granularity 2, 4 or 8). Atomic; zeroed again during
-/// static initialisation.
-inline constexpr std::atomic<std::int64_t>& mem_current_bytes = mem_hot_line.current_bytes;

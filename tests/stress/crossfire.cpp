@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "include/tuk_mem.h"
-#include "mem/records/cat_mouse_lock.h"
 #include "mem/records/site_map.h"
+#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 

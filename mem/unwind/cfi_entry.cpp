@@ -1,11 +1,11 @@
-#include "platform/eh_frame_entry.h"
+#include "mem/unwind/cfi_entry.h"
 
 #include <dlfcn.h>
 
 #include <cstddef>
 #include <cstring>
 
-#include "platform/eh_frame_reader.h"
+#include "mem/unwind/cfi_reader.h"
 
 // The tables are those of the Linux Standard Base (.eh_frame_hdr and .eh_frame).
 namespace {
@@ -33,14 +33,14 @@ std::size_t size_of(unsigned char encoding) {
   }
 }
 
-std::uint64_t take_number(EH_FRAME_READER& reader, unsigned char encoding) {
+std::uint64_t take_number(MEM_CFI_READER& reader, unsigned char encoding) {
   if (size_of(encoding) == 8) return reader.take<std::uint64_t>();
   const bool is_signed = (encoding & 0x08) != 0;
   return is_signed ? static_cast<std::uint64_t>(reader.take<std::int32_t>())
                    : reader.take<std::uint32_t>();
 }
 
-bool read_augmentation(EH_FRAME_READER& reader, char const* augmentation, EH_FRAME_COMMON& common) {
+bool read_augmentation(MEM_CFI_READER& reader, char const* augmentation, MEM_CFI_COMMON& common) {
   for (; *augmentation != '\0'; ++augmentation) {
     switch (*augmentation) {
       case 'R':
@@ -62,8 +62,8 @@ bool read_augmentation(EH_FRAME_READER& reader, char const* augmentation, EH_FRA
   return true;
 }
 
-bool read_common(unsigned char const* entry, EH_FRAME_COMMON& common) {
-  EH_FRAME_READER reader(entry);
+bool read_common(unsigned char const* entry, MEM_CFI_COMMON& common) {
+  MEM_CFI_READER reader(entry);
   const auto length = reader.take<std::uint32_t>();
   common.end = reader.at() + length;
   if (length == 0 || length == 0xFFFFFFFF || reader.take<std::uint32_t>() != 0) return false;
@@ -74,7 +74,7 @@ bool read_common(unsigned char const* entry, EH_FRAME_COMMON& common) {
   common.code_alignment = reader.take_uleb128();
   common.data_alignment = reader.take_sleb128();
   const std::uint64_t column = version == 1 ? reader.take<unsigned char>() : reader.take_uleb128();
-  if (column != eh_frame_return_address_column) return false;
+  if (column != mem_return_address_column) return false;
   common.has_augmentation_size = *augmentation == 'z';
   if (!common.has_augmentation_size) {
     common.begin = reader.at();
@@ -86,8 +86,8 @@ bool read_common(unsigned char const* entry, EH_FRAME_COMMON& common) {
 }
 
 bool read_description(unsigned char const* entry, std::uint64_t pc,
-                      EH_FRAME_DESCRIPTION& description) {
-  EH_FRAME_READER reader(entry);
+                      MEM_CFI_DESCRIPTION& description) {
+  MEM_CFI_READER reader(entry);
   const auto length = reader.take<std::uint32_t>();
   if (length == 0 || length == 0xFFFFFFFF) return false;
   description.end = reader.at() + length;
@@ -120,11 +120,11 @@ unsigned char const* find_description(std::uint64_t pc) {
   auto const* const header = static_cast<unsigned char const*>(object.dlfo_eh_frame);
   if (header == nullptr || header[0] != 1 || header[2] != 0x03 || header[3] != table_of_offsets)
     return nullptr;
-  EH_FRAME_READER reader(header + 4);
+  MEM_CFI_READER reader(header + 4);
   reader.skip(size_of(header[1]));
   const auto count = reader.take<std::uint32_t>();
   const auto row = [table = reader.at()](std::size_t index) {
-    return EH_FRAME_READER(table + index * sizeof(ROW)).take<ROW>();
+    return MEM_CFI_READER(table + index * sizeof(ROW)).take<ROW>();
   };
   const auto wanted = static_cast<std::int64_t>(pc - reinterpret_cast<std::uint64_t>(header));
   std::size_t first = 0;  // among rows [first, last) is the one after the wanted
@@ -141,7 +141,7 @@ unsigned char const* find_description(std::uint64_t pc) {
 
 }  // namespace
 
-bool EH_FRAME_DESCRIPTION::find(std::uint64_t pc) {
+bool MEM_CFI_DESCRIPTION::find(std::uint64_t pc) {
   unsigned char const* const entry = find_description(pc);
   return entry != nullptr && read_description(entry, pc, *this);
 }

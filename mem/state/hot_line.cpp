@@ -1,3 +1,3 @@
-#include "mem/records/hot_line.h"
+#include "mem/state/hot_line.h"
 
 constinit MEM_HOT_LINE mem_hot_line;

@@ -4,10 +4,10 @@
 #include <cstdint>
 
 /// The column that stands for the return address; register numbers are those of the x86-64 ABI.
-inline constexpr std::uint64_t eh_frame_return_address_column = 16;
+inline constexpr std::uint64_t mem_return_address_column = 16;
 
 /// What several functions share (a common information entry).
-struct EH_FRAME_COMMON {
+struct MEM_CFI_COMMON {
   std::uint64_t code_alignment = 0;
   std::int64_t data_alignment = 0;
   unsigned char pointer_encoding = 0;
@@ -17,8 +17,8 @@ struct EH_FRAME_COMMON {
 };
 
 /// One function's entry (a frame description).
-struct EH_FRAME_DESCRIPTION {
-  EH_FRAME_COMMON common;
+struct MEM_CFI_DESCRIPTION {
+  MEM_CFI_COMMON common;
   std::uint64_t function = 0;  ///< its first address
   unsigned char const* begin = nullptr;
   unsigned char const* end = nullptr;

@@ -1,4 +1,4 @@
-#include "mem/host/critical_section.h"
+#include "mem/base/critical_section.h"
 
 constinit MEM_CRITICAL_SECTION mem_critical_section;
 

@@ -1,6 +1,6 @@
-#include "mem/records/cat_mouse_lock.h"
+#include "mem/state/cat_mouse_lock.h"
 
-#include "mem/records/hot_line.h"
+#include "mem/state/hot_line.h"
 
 constinit CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker = nullptr;
 

@@ -1,10 +1,10 @@
-#include "platform/eh_frame_rule.h"
+#include "mem/unwind/unwind_rule.h"
 
 #include <array>
 #include <cstddef>
 
-#include "platform/eh_frame_entry.h"
-#include "platform/eh_frame_reader.h"
+#include "mem/unwind/cfi_entry.h"
+#include "mem/unwind/cfi_reader.h"
 
 namespace {
 
@@ -16,10 +16,10 @@ constexpr std::uint64_t stack_pointer = 7;
 // nothing is guessed.
 class FRAME_MACHINE {
  public:
-  FRAME_MACHINE(const EH_FRAME_DESCRIPTION& description, std::uint64_t pc)
+  FRAME_MACHINE(const MEM_CFI_DESCRIPTION& description, std::uint64_t pc)
       : m_common(description.common), m_pc(pc), m_location(description.function) {}
 
-  EH_FRAME_RULE rule(const EH_FRAME_DESCRIPTION& description) {
+  MEM_UNWIND_RULE rule(const MEM_CFI_DESCRIPTION& description) {
     if (!run(m_common.begin, m_common.end)) return {};
     m_first = m_row;
     if (!run(description.begin, description.end)) return {};
@@ -39,8 +39,8 @@ class FRAME_MACHINE {
     SAVED return_address;
   };
 
-  static EH_FRAME_RULE rule_of(const ROW& row) {
-    if (row.return_address.where == SAVED::UNDEFINED) return {.kind = EH_FRAME_RULE::OUTERMOST};
+  static MEM_UNWIND_RULE rule_of(const ROW& row) {
+    if (row.return_address.where == SAVED::UNDEFINED) return {.kind = MEM_UNWIND_RULE::OUTERMOST};
     const SAVED& saved = row.frame_pointer;
     const bool plain =
         row.return_address.where == SAVED::BELOW_CFA && row.return_address.offset == -8 &&
@@ -48,8 +48,8 @@ class FRAME_MACHINE {
         (saved.where == SAVED::UNCHANGED || (saved.where == SAVED::BELOW_CFA && saved.offset < 0));
     if (!plain || (row.cfa_register != stack_pointer && row.cfa_register != frame_pointer))
       return {};
-    return {.kind = row.cfa_register == stack_pointer ? EH_FRAME_RULE::FROM_STACK_POINTER
-                                                      : EH_FRAME_RULE::FROM_FRAME_POINTER,
+    return {.kind = row.cfa_register == stack_pointer ? MEM_UNWIND_RULE::FROM_STACK_POINTER
+                                                      : MEM_UNWIND_RULE::FROM_FRAME_POINTER,
             .cfa_offset = static_cast<std::uint64_t>(row.cfa_offset),
             .frame_pointer_offset = static_cast<std::uint64_t>(-saved.offset)};
   }
@@ -57,13 +57,13 @@ class FRAME_MACHINE {
   // Up to the end, or to the row that is in force at the wanted address. False at an instruction
   // that is not known here.
   bool run(unsigned char const* begin, unsigned char const* end) {
-    EH_FRAME_READER reader(begin);
+    MEM_CFI_READER reader(begin);
     while (reader.at() < end && m_location <= m_pc)
       if (!carry_out(reader.take<unsigned char>(), reader)) return false;
     return true;
   }
 
-  bool carry_out(unsigned char instruction, EH_FRAME_READER& reader) {
+  bool carry_out(unsigned char instruction, MEM_CFI_READER& reader) {
     const std::uint64_t operand = instruction & 0x3F;
     switch (instruction & 0xC0) {
       case 0x40:
@@ -79,7 +79,7 @@ class FRAME_MACHINE {
     }
   }
 
-  bool move_on(unsigned char instruction, EH_FRAME_READER& reader) {
+  bool move_on(unsigned char instruction, MEM_CFI_READER& reader) {
     switch (instruction) {
       case 0x00:  // nop
         return true;
@@ -94,7 +94,7 @@ class FRAME_MACHINE {
     }
   }
 
-  bool define_cfa(unsigned char instruction, EH_FRAME_READER& reader) {
+  bool define_cfa(unsigned char instruction, MEM_CFI_READER& reader) {
     if (instruction == 0x0F) {  // by an expression
       m_row.cfa_register = 0;
       return skip_expression(reader);
@@ -104,7 +104,7 @@ class FRAME_MACHINE {
     return true;
   }
 
-  bool define_register(unsigned char instruction, EH_FRAME_READER& reader) {
+  bool define_register(unsigned char instruction, MEM_CFI_READER& reader) {
     switch (instruction) {
       case 0x0A:  // remember all
         if (m_remembered == m_stack.size()) return false;
@@ -146,7 +146,7 @@ class FRAME_MACHINE {
     return true;
   }
 
-  static bool skip_expression(EH_FRAME_READER& reader) {
+  static bool skip_expression(MEM_CFI_READER& reader) {
     const std::uint64_t length = reader.take_uleb128();
     reader.skip(length);
     return true;
@@ -154,7 +154,7 @@ class FRAME_MACHINE {
 
   bool set(std::uint64_t which, const SAVED& saved) {
     if (which == frame_pointer) m_row.frame_pointer = saved;
-    if (which == eh_frame_return_address_column) m_row.return_address = saved;
+    if (which == mem_return_address_column) m_row.return_address = saved;
     return true;
   }
   bool save(std::uint64_t which, std::int64_t factored_offset) {
@@ -162,11 +162,11 @@ class FRAME_MACHINE {
   }
   bool restore(std::uint64_t which) {
     if (which == frame_pointer) m_row.frame_pointer = m_first.frame_pointer;
-    if (which == eh_frame_return_address_column) m_row.return_address = m_first.return_address;
+    if (which == mem_return_address_column) m_row.return_address = m_first.return_address;
     return true;
   }
 
-  const EH_FRAME_COMMON& m_common;
+  const MEM_CFI_COMMON& m_common;
   const std::uint64_t m_pc;
   std::uint64_t m_location;
   ROW m_row;
@@ -178,9 +178,9 @@ class FRAME_MACHINE {
 }  // namespace
 
 // The byte before the return address lies in the call: a call may be a function's last instruction.
-EH_FRAME_RULE EH_FRAME_RULE::at(std::uintptr_t return_address) {
+MEM_UNWIND_RULE MEM_UNWIND_RULE::at(std::uintptr_t return_address) {
   const std::uint64_t pc = return_address - 1;
-  EH_FRAME_DESCRIPTION description;
+  MEM_CFI_DESCRIPTION description;
   if (!description.find(pc)) return {};
   return FRAME_MACHINE(description, pc).rule(description);
 }

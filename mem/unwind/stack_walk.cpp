@@ -1,11 +1,11 @@
-#include "platform/eh_frame_walk.h"
+#include "mem/unwind/stack_walk.h"
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
 
-#include "platform/eh_frame_rule.h"
+#include "mem/unwind/unwind_rule.h"
 
 namespace {
 
@@ -31,8 +31,8 @@ alignas(64) constinit std::array<SET, 1U << set_bits> remembered_rules{};
 // A frame that seems larger is a damaged one.
 constexpr std::uintptr_t largest_frame = 1U << 20;
 
-EH_FRAME_RULE::KIND kind_of(WORD word) {
-  return static_cast<EH_FRAME_RULE::KIND>((word >> kind_shift) & 3);
+MEM_UNWIND_RULE::KIND kind_of(WORD word) {
+  return static_cast<MEM_UNWIND_RULE::KIND>((word >> kind_shift) & 3);
 }
 std::uintptr_t cfa_offset_of(WORD word) { return (word & ((1U << cfa_bits) - 1)) * 8; }
 std::uintptr_t frame_pointer_offset_of(WORD word) {
@@ -47,7 +47,7 @@ SET& set_of(std::uintptr_t address) {
 
 bool fits(std::uint64_t offset, int bits) { return offset % 8 == 0 && offset / 8 < (1U << bits); }
 
-WORD word_of(std::uintptr_t address, EH_FRAME_RULE rule) {
+WORD word_of(std::uintptr_t address, MEM_UNWIND_RULE rule) {
   if (!fits(rule.cfa_offset, cfa_bits) || !fits(rule.frame_pointer_offset, frame_pointer_bits))
     rule = {};
   return (tag_of(address) << tag_shift) | (WORD{rule.kind} << kind_shift) |
@@ -57,7 +57,7 @@ WORD word_of(std::uintptr_t address, EH_FRAME_RULE rule) {
 // The newest comes first, the oldest falls out. Threads may mix their words: each is whole.
 [[gnu::cold, gnu::noinline]] WORD learn(std::uintptr_t address) {
   if (address >= end_of_addresses) return word_of(0, {});
-  const WORD word = word_of(address, EH_FRAME_RULE::at(address));
+  const WORD word = word_of(address, MEM_UNWIND_RULE::at(address));
   SET& set = set_of(address);
   for (std::size_t way = ways - 1; way > 0; --way)
     set[way].store(set[way - 1].load(std::memory_order_relaxed), std::memory_order_relaxed);
@@ -83,8 +83,8 @@ WORD rule_at(std::uintptr_t address) {
 }
 
 // To the caller's frame. False where the stack does not look as the rule says.
-bool step(EH_FRAME& frame, WORD rule) {
-  const bool from_frame_pointer = kind_of(rule) == EH_FRAME_RULE::FROM_FRAME_POINTER;
+bool step(MEM_UNWIND_FRAME& frame, WORD rule) {
+  const bool from_frame_pointer = kind_of(rule) == MEM_UNWIND_RULE::FROM_FRAME_POINTER;
   const std::uintptr_t cfa =
       (from_frame_pointer ? frame.frame_pointer : frame.stack_pointer) + cfa_offset_of(rule);
   if (cfa - frame.stack_pointer - 8 >= largest_frame) [[unlikely]]
@@ -98,13 +98,13 @@ bool step(EH_FRAME& frame, WORD rule) {
 
 }  // namespace
 
-int eh_frame_walk(EH_FRAME frame, int skip, void const** buffer, int max_frames) {
+int mem_walk_stack(MEM_UNWIND_FRAME frame, int skip, void const** buffer, int max_frames) {
   for (int index = -skip; index < max_frames; ++index) {
     if (index >= 0) buffer[index] = reinterpret_cast<void const*>(frame.return_address);
     if (index + 1 == max_frames) break;
     const WORD rule = rule_at(frame.return_address);
-    if (kind_of(rule) == EH_FRAME_RULE::OUTERMOST) return index < 0 ? 0 : index + 1;
-    if (kind_of(rule) == EH_FRAME_RULE::UNKNOWN || !step(frame, rule)) [[unlikely]]
+    if (kind_of(rule) == MEM_UNWIND_RULE::OUTERMOST) return index < 0 ? 0 : index + 1;
+    if (kind_of(rule) == MEM_UNWIND_RULE::UNKNOWN || !step(frame, rule)) [[unlikely]]
       return -1;
   }
   return max_frames;

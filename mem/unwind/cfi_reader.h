@@ -5,9 +5,9 @@
 #include <cstring>
 
 /// Trusts what it reads: the loader has mapped it, and the linker has made it.
-class EH_FRAME_READER {
+class MEM_CFI_READER {
  public:
-  explicit EH_FRAME_READER(unsigned char const* at) : m_at(at) {}
+  explicit MEM_CFI_READER(unsigned char const* at) : m_at(at) {}
 
   unsigned char const* at() const { return m_at; }
   void skip(std::uint64_t bytes) { m_at += bytes; }

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 /// A frame's registers, as they were when it made its call.
-struct EH_FRAME {
+struct MEM_UNWIND_FRAME {
   std::uintptr_t return_address;  ///< of the call: where the frame goes on
   std::uintptr_t stack_pointer;
   std::uintptr_t frame_pointer;
@@ -16,4 +16,4 @@ struct EH_FRAME {
 ///
 /// Rules are remembered for life. After a module was unloaded and another loaded in its place, a
 /// return address that both have is left by the rule of the first.
-int eh_frame_walk(EH_FRAME frame, int skip, void const** buffer, int max_frames);
+int mem_walk_stack(MEM_UNWIND_FRAME frame, int skip, void const** buffer, int max_frames);

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "mem/host/check.h"
+#include "mem/base/check.h"
 #include "mem/state/thread_flags.h"
 
 /// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak

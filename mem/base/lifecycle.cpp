@@ -1,4 +1,4 @@
-#include "mem/host/lifecycle.h"
+#include "mem/base/lifecycle.h"
 
 constinit bool mem_dll_was_dynamically_loaded = false;
 constinit bool mem_exiting = false;

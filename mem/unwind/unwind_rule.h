@@ -6,7 +6,7 @@
 /// How to get from a frame to its caller's. The caller's registers are found from the canonical
 /// frame address (CFA), the value of the stack pointer before the call: the return address lies in
 /// the 8 bytes below it.
-struct EH_FRAME_RULE {
+struct MEM_UNWIND_RULE {
   enum KIND : unsigned char {
     FROM_STACK_POINTER,  ///< CFA = stack pointer + cfa_offset
     FROM_FRAME_POINTER,  ///< CFA = frame pointer + cfa_offset
@@ -19,5 +19,5 @@ struct EH_FRAME_RULE {
 
   /// The rule at a return address, read from the module's .eh_frame section. Takes no lock and
   /// allocates nothing. Microseconds.
-  static EH_FRAME_RULE at(std::uintptr_t return_address);
+  static MEM_UNWIND_RULE at(std::uintptr_t return_address);
 };
