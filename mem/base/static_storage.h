@@ -1,12 +1,12 @@
-// Process-wide objects that are never destroyed.
+// Process-wide objects that are never destroyed at exit.
 #pragma once
 
 #include <new>
 #include <utility>
 
-/// Room for an object that is constructed when wanted: nothing is allocated for it, no destructor
-/// runs at exit, and a thread that is late may still use it. A second construction, in a child made
-/// by fork, leaves the first object as it is and takes the room beside it.
+/// Room for an object that is constructed when wanted: nothing is allocated for it, and no
+/// destructor runs at exit. A second construction takes the same room: after the object has been
+/// destroyed, or in a child made by fork, which has let go of it.
 template <class OBJECT>
 class MEM_STATIC_STORAGE {
  public:
@@ -16,13 +16,18 @@ class MEM_STATIC_STORAGE {
 
   template <class... ARGUMENTS>
   OBJECT* construct(ARGUMENTS&&... arguments) {
-    return new (m_rooms[std::exchange(m_next, 1)]) OBJECT(std::forward<ARGUMENTS>(arguments)...);
+    return new (m_room) OBJECT(std::forward<ARGUMENTS>(arguments)...);
   }
 
  private:
-  alignas(OBJECT) unsigned char m_rooms[2][sizeof(OBJECT)]{};
-  int m_next = 0;
+  alignas(OBJECT) unsigned char m_room[sizeof(OBJECT)]{};
 };
+
+/// Destroys an object in its static storage, if there is one; the pointer is null then.
+template <class OBJECT>
+void mem_destroy(OBJECT*& object) {
+  if (OBJECT* const ended = std::exchange(object, nullptr)) ended->~OBJECT();
+}
 
 /// An object that is there from load and never destroyed; its constructor has to be constexpr.
 template <class OBJECT>

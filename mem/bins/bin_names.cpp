@@ -1,5 +1,7 @@
 #include "mem/bins/bin_names.h"
 
+#include <stdexcept>
+
 template <class ID>
 MEM_BIN_NAME_MGR<ID>::MEM_BIN_NAME_MGR() {
   open("Root");
@@ -27,9 +29,20 @@ void MEM_BIN_NAME_MGR<ID>::pop() {
 template <class ID>
 ID MEM_BIN_NAME_MGR<ID>::id_of(std::string_view name) {
   if (const auto known = m_ids.find(name); known != m_ids.end()) return known->second;
-  const ID id = static_cast<ID>(m_names.size());
-  m_ids.emplace(m_names.emplace_back(name), id);
-  return id;
+  const std::size_t id = m_name_count;
+  // One that could not be registered, for want of memory, left its place: the next takes it.
+  const auto place = m_names.size() > id ? m_names.begin() + static_cast<std::ptrdiff_t>(id)
+                                         : m_names.emplace_back();
+  *place = name;
+  m_ids.emplace(*place, static_cast<ID>(id));
+  m_name_count.store(id + 1, std::memory_order_release);
+  return static_cast<ID>(id);
+}
+
+template <class ID>
+const MEM_BOOKKEEPING_STRING& MEM_BIN_NAME_MGR<ID>::id_to_name(ID id) const {
+  if (id >= m_name_count.load(std::memory_order_acquire)) throw std::out_of_range("no such name");
+  return m_names[id];
 }
 
 template <class ID>

@@ -1,6 +1,8 @@
 // Numbers for the names of bins and tags. Relies on mem/base.
 #pragma once
 
+#include <oneapi/tbb/concurrent_vector.h>
+
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -14,8 +16,8 @@
 /// A registry of names and the stack of those that are open. Names get ids from 0 on in the order
 /// of their first opening and keep them. Id 0 is "Root", open from the start and never closed.
 ///
-/// Only one thread at a time, the host's main thread, may call it; any thread may ask for
-/// current_id() meanwhile. Broken conditions are internal errors.
+/// Only one thread at a time, the host's main thread, may open and close; any thread may ask for
+/// the current id and for names meanwhile. Broken conditions are internal errors.
 template <class ID>
 class MEM_BIN_NAME_MGR {
  public:
@@ -40,8 +42,8 @@ class MEM_BIN_NAME_MGR {
   const MEM_BOOKKEEPING_STRING& get_curr_name() const { return id_to_name(current_id()); }
 
   /// The name stays where it is for the life of the registry. Throws std::out_of_range for an id
-  /// not given to a name.
-  const MEM_BOOKKEEPING_STRING& id_to_name(ID id) const { return m_names.at(id); }
+  /// not given to a name. Any thread.
+  const MEM_BOOKKEEPING_STRING& id_to_name(ID id) const;
 
  private:
   static constexpr std::int64_t none = -1;
@@ -58,7 +60,10 @@ class MEM_BIN_NAME_MGR {
   std::unordered_map<std::string_view, ID, std::hash<std::string_view>, std::equal_to<>,
                      MEM_BOOKKEEPING_ALLOCATOR<IDS_ENTRY>>
       m_ids;  // the keys are the texts of m_names, whose elements never move
-  DEQUE<MEM_BOOKKEEPING_STRING> m_names;
+  // Its blocks never move: other threads read names while it grows.
+  tbb::concurrent_vector<MEM_BOOKKEEPING_STRING, MEM_BOOKKEEPING_ALLOCATOR<MEM_BOOKKEEPING_STRING>>
+      m_names;
+  std::atomic<std::size_t> m_name_count = 0;  // names that are whole
   // The back of the stack, for the threads that allocate; none when it is empty.
   std::atomic<std::int64_t> m_current_id = none;
 };

@@ -1,5 +1,6 @@
 #include "mem/bins/pbin_tracker_map.h"
 
+#include <mutex>
 #include <thread>
 
 #include "mem/base/static_storage.h"
@@ -16,11 +17,6 @@ constinit MEM_STATIC_STORAGE<MEM_PBIN_TRACKER_MAP> bin_storage;
 constinit MEM_STATIC_STORAGE<MEM_PBIN_TRACKER_MAP> tag_storage;
 
 }  // namespace
-
-void mem_create_pbin_trackers() {
-  mem_pbin_tracker = bin_storage.construct();
-  mem_pbin_tag_tracker = tag_storage.construct();
-}
 
 void MEM_PBIN_TRACKER_MAP::allocate(std::int64_t bytes, std::uint32_t id) {
   const COUNTER inside(*this);
@@ -62,7 +58,7 @@ void MEM_PBIN_TRACKER_MAP::copy_in_every_entry(std::atomic<std::int64_t> ENTRY::
 
 // A large jump of ids fills in zeroed entries between.
 void MEM_PBIN_TRACKER_MAP::grow_to(std::uint32_t wanted) {
-  const tbb::spin_mutex::scoped_lock growth(m_growth_mutex);
+  const std::lock_guard growth(m_growth_mutex);
   if (size() >= wanted) return;
   m_entries.grow_to_at_least(wanted);
   m_size.store(wanted, std::memory_order_release);
@@ -89,3 +85,15 @@ void MEM_PBIN_TRACKER_MAP::enter_as_writer() {
 }
 
 void MEM_PBIN_TRACKER_MAP::leave_as_writer() { m_readers_writers.fetch_sub(one_writer); }
+
+constinit const MEM_PART mem_bin_counters_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_pbin_tracker = bin_storage.construct(); }},
+    MEM_RESET{mem_nothing},  // bins are counted over the whole run
+    MEM_FREE{[] { mem_destroy(mem_pbin_tracker); }},
+    MEM_ABANDON{[] { mem_abandon(mem_pbin_tracker); }});
+
+constinit const MEM_PART mem_tag_counters_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_pbin_tag_tracker = tag_storage.construct(); }},
+    MEM_RESET{[] { mem_pbin_tag_tracker->clear(); }},
+    MEM_FREE{[] { mem_destroy(mem_pbin_tag_tracker); }},
+    MEM_ABANDON{[] { mem_abandon(mem_pbin_tag_tracker); }});

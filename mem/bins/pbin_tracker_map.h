@@ -2,12 +2,13 @@
 #pragma once
 
 #include <oneapi/tbb/concurrent_vector.h>
-#include <oneapi/tbb/spin_mutex.h>
 
 #include <atomic>
 #include <cstdint>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 
 /// The counters of one id; bytes.
 struct MEM_PBIN_TRACKER_ENTRY {
@@ -45,10 +46,16 @@ class MEM_PBIN_TRACKER_MAP {
   /// Alone inside for a scope: no counter changes.
   class WRITER {
    public:
-    explicit WRITER(MEM_PBIN_TRACKER_MAP& map) : m_map(map) { m_map.enter_as_writer(); }
+    explicit WRITER(MEM_PBIN_TRACKER_MAP& map) : m_map(map) {
+      mem_note_lock_taken(MEM_LOCK_ORDER::BIN_COUNTERS);
+      m_map.enter_as_writer();
+    }
     WRITER(const WRITER&) = delete;
     WRITER& operator=(const WRITER&) = delete;
-    ~WRITER() { m_map.leave_as_writer(); }
+    ~WRITER() {
+      m_map.leave_as_writer();
+      mem_note_lock_released(MEM_LOCK_ORDER::BIN_COUNTERS);
+    }
 
    private:
     MEM_PBIN_TRACKER_MAP& m_map;
@@ -79,12 +86,11 @@ class MEM_PBIN_TRACKER_MAP {
   std::atomic<std::uint32_t> m_size{0};             // entries ready for use
   std::atomic<std::uint64_t> m_readers_writers{0};  // low half: counters inside; high: writers
   std::atomic<std::uint32_t> m_writers_waiting{0};
-  tbb::spin_mutex m_growth_mutex;
+  MEM_SPIN_LOCK<MEM_LOCK_ORDER::BIN_GROWTH> m_growth_mutex;
 };
 
-/// By bin id and by tag id. Null before initialisation; from then to the end of the process, since
-/// a thread caught in a hook when tracking ended may still count. Cleanup empties them.
+/// By bin id and by tag id. From initialisation to cleanup.
 extern MEM_PBIN_TRACKER_MAP* mem_pbin_tracker;
 extern MEM_PBIN_TRACKER_MAP* mem_pbin_tag_tracker;
-
-void mem_create_pbin_trackers();
+extern const MEM_PART mem_bin_counters_part;
+extern const MEM_PART mem_tag_counters_part;

@@ -13,41 +13,40 @@ namespace {
 constinit MEM_STATIC_STORAGE<MEM_PB_TAG_SNAPSHOT> storage;
 }
 
-void mem_create_tag_snapshots() {
-  mem_pbin_tag_snapshots = storage.construct(*mem_pbin_tag_tracker);
-}
-
 void MEM_PB_TAG_SNAPSHOT::capture() {
   const std::lock_guard snapshots(m_mutex);
   const MEM_PBIN_TRACKER_MAP::WRITER alone(*m_tags);
   const std::uint32_t current_pbin_id = MEM_USER_MEMORY_TRACKER::get_current_pbin_id();
   mem_check(current_pbin_id <= std::numeric_limits<PB_ID>::max(),
             "current_pbin_id <= std::numeric_limits<PB_ID>::max()");
-  m_bin_labels.append(static_cast<PB_ID>(current_pbin_id));
+  m_samples.labels.append(static_cast<PB_ID>(current_pbin_id));
   add_new_tags();
   for (std::uint32_t tag = 0; tag < m_tags->size(); ++tag)
-    m_series[tag].append((*m_tags)[tag].current.load(std::memory_order_relaxed));
-  ++m_sample_count;
+    m_samples.series[tag].append((*m_tags)[tag].current.load(std::memory_order_relaxed));
+  ++m_samples.sample_count;
+}
+
+bool MEM_PB_TAG_SNAPSHOT::can_record_current_bin() {
+  return MEM_USER_MEMORY_TRACKER::get_current_pbin_id() <= std::numeric_limits<PB_ID>::max();
 }
 
 // A tag first charged now has zeros in the samples before.
 void MEM_PB_TAG_SNAPSHOT::add_new_tags() {
-  const std::size_t old_num_tags = m_series.size();
+  SERIES& series = m_samples.series;
+  const std::size_t old_num_tags = series.size();
   const std::size_t new_num_tags = m_tags->size();
   mem_check(new_num_tags >= old_num_tags, "new_num_tags >= old_num_tags");
-  while (m_series.size() < new_num_tags) m_series.emplace_back(m_sample_count);
+  while (series.size() < new_num_tags) series.emplace_back(m_samples.sample_count);
 }
 
-void MEM_PB_TAG_SNAPSHOT::clear_with_tags() {
+void MEM_PB_TAG_SNAPSHOT::clear() {
   const std::lock_guard snapshots(m_mutex);
-  m_tags->clear();
-  m_series.clear();
-  m_bin_labels = {};
-  m_sample_count = 0;
+  m_samples = {};
 }
 
-MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_ITER MEM_PB_TAG_SNAPSHOT::first_label() const {
-  return SNAPSHOT_LABEL_ITER(m_bin_labels);
+MEM_PB_TAG_SNAPSHOT::TABLE MEM_PB_TAG_SNAPSHOT::table() {
+  const std::lock_guard snapshots(m_mutex);
+  return m_samples;
 }
 
 std::string_view MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_ITER::operator*() const {
@@ -64,3 +63,11 @@ MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_ITER& MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_IT
   --m_left;
   return *this;
 }
+
+constinit const MEM_PART mem_tag_snapshots_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) {
+      mem_pbin_tag_snapshots = storage.construct(*mem_pbin_tag_tracker);
+    }},
+    MEM_RESET{[] { mem_pbin_tag_snapshots->clear(); }},
+    MEM_FREE{[] { mem_destroy(mem_pbin_tag_snapshots); }},
+    MEM_ABANDON{[] { mem_abandon(mem_pbin_tag_snapshots); }});

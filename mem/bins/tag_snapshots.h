@@ -7,44 +7,49 @@
 #include <vector>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/timeline/repetitive_vector.h"
 
+/// Called inside the tracker's lock.
 class MEM_PB_TAG_SNAPSHOT {
  public:
   using PB_ID = std::uint16_t;
   using VALUES = MEM_REPETITIVE_VECTOR<std::int64_t>;
+  using SERIES = std::vector<VALUES, MEM_BOOKKEEPING_ALLOCATOR<VALUES>>;
   using BIN_LABELS = MEM_REPETITIVE_VECTOR<PB_ID>;
   class SNAPSHOT_LABEL_ITER;
+
+  /// What a dump prints: the samples of one moment.
+  struct TABLE {
+    SERIES series;  // by tag id
+    BIN_LABELS labels;
+    std::uint64_t sample_count = 0;
+  };
 
   explicit MEM_PB_TAG_SNAPSHOT(MEM_PBIN_TRACKER_MAP& tags) : m_tags(&tags) {}
 
   /// Takes one sample. A current bin id that is no PB_ID is an internal error. Locks the mutex,
   /// then excludes every thread that charges a tag.
   void capture();
-  /// Forgets every sample and every tag's counters, in one step: no capture sees one without the
-  /// other.
-  void clear_with_tags();
-
-  /// Guards everything below; held by a dump.
-  std::mutex& mutex() { return m_mutex; }
-  std::uint64_t sample_count() const { return m_sample_count; }
-  /// By tag id.
-  const std::vector<VALUES, MEM_BOOKKEEPING_ALLOCATOR<VALUES>>& series() const { return m_series; }
-  SNAPSHOT_LABEL_ITER first_label() const;
+  /// Whether the bin that is open now can be recorded by capture().
+  static bool can_record_current_bin();
+  /// Forgets every sample.
+  void clear();
+  TABLE table();
 
  private:
   void add_new_tags();
 
-  std::vector<VALUES, MEM_BOOKKEEPING_ALLOCATOR<VALUES>> m_series;
-  std::uint64_t m_sample_count = 0;
-  std::mutex m_mutex;
-  BIN_LABELS m_bin_labels;
+  MEM_ORDERED<MEM_LOCK_ORDER::TAG_SNAPSHOTS, std::mutex> m_mutex;
+  TABLE m_samples;
   MEM_PBIN_TRACKER_MAP* m_tags;
 };
 
-/// Yields the decorated name of the bin that was current at each sample. Knows its end: there it
-/// yields label_on_error, and a step from there is said on standard error.
+/// Yields the decorated name of the bin that was current at each sample, while the registry of bins
+/// is in use. Knows its end: there it yields label_on_error, and a step from there is said on
+/// standard error.
 class MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_ITER {
  public:
   explicit SNAPSHOT_LABEL_ITER(const BIN_LABELS& labels)
@@ -60,8 +65,7 @@ class MEM_PB_TAG_SNAPSHOT::SNAPSHOT_LABEL_ITER {
   std::uint64_t m_left;
 };
 
-/// Null before initialisation; from then to the end of the process. Cleanup empties it.
+/// From initialisation to cleanup.
 extern MEM_PB_TAG_SNAPSHOT* mem_pbin_tag_snapshots;
-
-/// After mem_create_pbin_trackers.
-void mem_create_tag_snapshots();
+/// After the tags' counters.
+extern const MEM_PART mem_tag_snapshots_part;

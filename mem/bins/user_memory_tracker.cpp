@@ -1,38 +1,50 @@
 #include "mem/bins/user_memory_tracker.h"
 
+#include <mutex>
+
 #include "mem/base/check.h"
-#include "mem/base/static_spin_mutex.h"
+#include "mem/base/spin_lock.h"
 #include "mem/base/static_storage.h"
 #include "mem/bins/bin_labels.h"
 
 constinit std::atomic<MEM_USER_MEMORY_TRACKER*> MEM_USER_MEMORY_TRACKER::s_instance{nullptr};
-constinit bool MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory = false;
-constinit bool MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory_per_bin_detailed = false;
+constinit std::atomic<int> MEM_USER_MEMORY_TRACKER::s_users{0};
+constinit std::atomic<bool> MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory = false;
+constinit std::atomic<bool> MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory_per_bin_detailed =
+    false;
 
 namespace {
 
 constinit MEM_STATIC_STORAGE<MEM_USER_MEMORY_TRACKER> storage;
-constinit MEM_STATIC_SPIN_MUTEX creation_lock;
+constinit MEM_SPIN_LOCK<MEM_LOCK_ORDER::BIN_REGISTRY> creation_lock;
 
 }  // namespace
 
 MEM_USER_MEMORY_TRACKER* MEM_USER_MEMORY_TRACKER::get_instance() {
   if (MEM_USER_MEMORY_TRACKER* instance = s_instance.load(std::memory_order_acquire))
     return instance;
-  const tbb::spin_mutex::scoped_lock lock(creation_lock.mutex);
+  const std::lock_guard lock(creation_lock);
   if (s_instance.load() == nullptr) s_instance = storage.construct();
   return s_instance;
 }
 
+// Whoever counts as a user after the pointer has gone finds none, or waits to create another.
 void MEM_USER_MEMORY_TRACKER::destroy_instance() {
-  const tbb::spin_mutex::scoped_lock lock(creation_lock.mutex);
-  if (MEM_USER_MEMORY_TRACKER* instance = s_instance.exchange(nullptr))
-    instance->~MEM_USER_MEMORY_TRACKER();
+  const std::lock_guard lock(creation_lock);
+  MEM_USER_MEMORY_TRACKER* instance = s_instance.exchange(nullptr);
+  if (s_users > 0)
+    s_instance = instance;
+  else
+    mem_destroy(instance);
 }
 
 void MEM_USER_MEMORY_TRACKER::abandon_instance() {
-  s_instance = nullptr;
-  creation_lock.unlocked = 0;
+  MEM_USER_MEMORY_TRACKER* instance = s_instance.exchange(nullptr);
+  mem_abandon(instance);
+  s_users = 0;
+  s_tbb_track_user_memory = false;
+  s_tbb_track_user_memory_per_bin_detailed = false;
+  creation_lock.abandon();
 }
 
 void MEM_PROFILE_BIN_TRACKER_DATA::open() {
@@ -92,3 +104,9 @@ MEM_BOOKKEEPING_STRING get_decorated_pbin_name(const std::string& name) {
   decorated.append("::").append(std::string_view(name));
   return decorated;
 }
+
+constinit const MEM_PART mem_bin_registries_part(
+    MEM_CREATE{mem_nothing},  // the first bin opened, or block charged, creates them
+    MEM_RESET{mem_nothing},   // names and what is open stay
+    MEM_FREE{MEM_USER_MEMORY_TRACKER::destroy_instance},
+    MEM_ABANDON{MEM_USER_MEMORY_TRACKER::abandon_instance});

@@ -1,5 +1,5 @@
-// Profile bins as the host opens and closes them. Relies on mem/host, mem/manager, mem/state,
-// mem/records and mem/timeline, like everything in this folder.
+// Profile bins as the host opens and closes them. Relies on mem/base, mem/host, mem/manager,
+// mem/state, mem/records and mem/timeline, like everything in this folder.
 #pragma once
 
 #include <atomic>
@@ -9,6 +9,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
 #include "mem/bins/bin_names.h"
 
 /// One open summary bin.
@@ -33,9 +34,20 @@ class MEM_USER_MEMORY_TRACKER {
   /// destroy_instance().
   static MEM_USER_MEMORY_TRACKER* get_instance();
   static void init_when_necessary() { get_instance(); }
+  /// Ends it, unless somebody has it in use: then it stays to the end of the process.
   static void destroy_instance();
   /// Drops it as it is, in a child made by fork.
   static void abandon_instance();
+
+  /// Keeps the instance from being destroyed, for a scope. By a count, not by a lock: a bin closed
+  /// wrongly ends the process, in here, and the end must not wait for itself.
+  class IN_USE {
+   public:
+    IN_USE() { ++s_users; }
+    IN_USE(const IN_USE&) = delete;
+    IN_USE& operator=(const IN_USE&) = delete;
+    ~IN_USE() { --s_users; }
+  };
 
   /// A summary bin measures the process's bytes from its opening to its close.
   void open_profile_bin(const std::string& tag);
@@ -56,12 +68,13 @@ class MEM_USER_MEMORY_TRACKER {
   const MEM_BOOKKEEPING_STRING& current_tag_name() const { return m_tags.get_curr_name(); }
 
   /// Summary bins are on.
-  static bool s_tbb_track_user_memory;
+  static std::atomic<bool> s_tbb_track_user_memory;
   /// Every block is charged to its bin and tag.
-  static bool s_tbb_track_user_memory_per_bin_detailed;
+  static std::atomic<bool> s_tbb_track_user_memory_per_bin_detailed;
 
  private:
   static std::atomic<MEM_USER_MEMORY_TRACKER*> s_instance;
+  static std::atomic<int> s_users;
 
   std::forward_list<MEM_PROFILE_BIN_TRACKER_DATA,
                     MEM_BOOKKEEPING_ALLOCATOR<MEM_PROFILE_BIN_TRACKER_DATA>>
@@ -69,6 +82,9 @@ class MEM_USER_MEMORY_TRACKER {
   MEM_BIN_NAME_MGR<std::uint32_t> m_tags;
   MEM_BIN_NAME_MGR<std::uint32_t> m_bins;  // by decorated name
 };
+
+/// The registries' life: created when they are first asked for.
+extern const MEM_PART mem_bin_registries_part;
 
 /// The name a bin is counted under: the current tag's name, "::", the bin's name.
 MEM_BOOKKEEPING_STRING get_decorated_pbin_name(const std::string& name);

@@ -82,7 +82,10 @@ void mem_tracker_debug(const char* format, ...) {
     print_message("MEM", format, args);
     std::putchar('\n');
   } else {
-    mem_msg_local_vdebug("MEM", format, args);
+    try {
+      mem_msg_local_vdebug("MEM", format, args);
+    } catch (...) {  // the host's callback; what the tracker is doing goes on
+    }
   }
   va_end(args);
 }

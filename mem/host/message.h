@@ -10,7 +10,8 @@
 extern bool is_shutting_down;
 
 /// The tracker's debug line, without a line end: through mem_msg_vdebug or, once is_shutting_down
-/// is set, printed as the same line on standard output.
+/// is set, printed as the same line on standard output. An exception of the host's callback ends
+/// here.
 void mem_tracker_debug(const char* format, ...) TUK_MEM_PRINTF(1, 2);
 
 /// Prints the build's allocator kind when the process ends, if "debug_msg" was on at start-up.

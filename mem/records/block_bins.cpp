@@ -16,8 +16,6 @@ using MEM_HASH_BANK = tbb::concurrent_hash_map<
 constexpr std::size_t bank_count = 4096;
 using BANKS = std::array<MEM_HASH_BANK, bank_count>;
 
-// Never destroyed or emptied: no lock keeps a thread that was in a hook when tracking ended from
-// looking in.
 constinit MEM_STATIC_STORAGE<BANKS> storage;
 constinit BANKS* mem_addr_to_bpin_pair_hash = nullptr;
 
@@ -38,6 +36,7 @@ void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) {
 }
 
 std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {
+  if (mem_addr_to_bpin_pair_hash == nullptr) return std::nullopt;
   MEM_HASH_BANK::accessor entry;
   MEM_HASH_BANK& bank = bank_of(block);
   if (!bank.find(entry, block)) return std::nullopt;
@@ -45,3 +44,9 @@ std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {
   bank.erase(entry);
   return bins;
 }
+
+constinit const MEM_PART mem_block_bins_part(
+    MEM_CREATE{mem_nothing},  // the first granularity that has the bit creates them
+    MEM_RESET{mem_nothing},   // blocks from before still credit their bins
+    MEM_FREE{[] { mem_destroy(mem_addr_to_bpin_pair_hash); }},
+    MEM_ABANDON{[] { mem_abandon(mem_addr_to_bpin_pair_hash); }});

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "mem/base/part.h"
+
 /// The ids that were current when a block was allocated, and how many resets there had been.
 struct MEM_BLOCK_BINS {
   std::uint32_t bin;
@@ -11,11 +13,12 @@ struct MEM_BLOCK_BINS {
   std::uint32_t reset_count;
 };
 
-/// Creates the banks, once for the rest of the process, and before the granularity asks for them:
-/// they take 2.4 MB, and half a millisecond.
+/// Creates the banks before the granularity first asks for them: they take 2.4 MB, and half a
+/// millisecond. Hold mem_granularity_lock, or initialise.
 void mem_create_block_bins();
+extern const MEM_PART mem_block_bins_part;
 
-/// Remembers a block; may throw std::bad_alloc.
+/// Remembers a block; may throw std::bad_alloc. Like the next, inside the tracker's lock.
 void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins);
 
 /// Forgets a block and returns its bins; nothing when it was never charged to any.

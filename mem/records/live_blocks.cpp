@@ -15,27 +15,36 @@ namespace {
 // So many that threads with few live blocks rarely meet on a line of buckets.
 constexpr std::size_t first_buckets = 1U << 14;
 
-}  // namespace
+constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_POOL> pool_storage;
+constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR> allocator_storage;
+constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP> map_storage;
 
-void mem_create_live_block_map() {
-  mem_address_tracker_ptr_map_pool = new MEM_ADDRESS_TRACKER_PTR_MAP_POOL;
+void create(MEM_TRACKING_GRANULARITY) {
+  mem_address_tracker_ptr_map_pool = pool_storage.construct();
   mem_address_tracker_ptr_map_allocator =
-      new MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR(*mem_address_tracker_ptr_map_pool);
+      allocator_storage.construct(*mem_address_tracker_ptr_map_pool);
   mem_address_tracker_ptr_map =
-      new MEM_ADDRESS_TRACKER_PTR_MAP(first_buckets, *mem_address_tracker_ptr_map_allocator);
+      map_storage.construct(first_buckets, *mem_address_tracker_ptr_map_allocator);
 }
 
-void mem_free_live_block_map() {
-  delete std::exchange(mem_address_tracker_ptr_map, nullptr);
-  delete std::exchange(mem_address_tracker_ptr_map_allocator, nullptr);
-  delete std::exchange(mem_address_tracker_ptr_map_pool, nullptr);
+void free() {
+  mem_destroy(mem_address_tracker_ptr_map);
+  mem_destroy(mem_address_tracker_ptr_map_allocator);
+  mem_destroy(mem_address_tracker_ptr_map_pool);
 }
 
-void mem_abandon_live_blocks() {
+void abandon() {
   mem_abandon(mem_address_tracker_ptr_map);
   mem_abandon(mem_address_tracker_ptr_map_allocator);
   mem_abandon(mem_address_tracker_ptr_map_pool);
 }
+
+}  // namespace
+
+constinit const MEM_PART mem_live_blocks_part(MEM_CREATE{create}, MEM_RESET{[] {
+                                                mem_address_tracker_ptr_map->clear();
+                                              }},
+                                              MEM_FREE{free}, MEM_ABANDON{abandon});
 
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {

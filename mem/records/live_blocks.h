@@ -9,6 +9,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
 #include "mem/records/block_mutex.h"
 
 /// Where a live block comes from. The thread is only noted under fileline tracking.
@@ -39,11 +40,8 @@ extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;
 extern MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator;
 extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;
 
-/// Throws std::runtime_error("Can't create pool").
-void mem_create_live_block_map();
-void mem_free_live_block_map();
-/// Drops the map as it is, in a child made by fork.
-void mem_abandon_live_blocks();
+/// Creating it throws std::runtime_error("Can't create pool").
+extern const MEM_PART mem_live_blocks_part;
 
 /// Remembers a block. One that the pool has no room for stays unknown.
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread);

@@ -1,12 +1,12 @@
 // The records of all modules, by name.
 #pragma once
 
-#include <oneapi/tbb/spin_mutex.h>
-
 #include <map>
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 
 /// Ordered by plain byte comparison; looked up by any text without copying it.
 using MEM_MODULE_TRACKER_MAP = std::map<
@@ -15,15 +15,15 @@ using MEM_MODULE_TRACKER_MAP = std::map<
 
 /// From initialisation to cleanup.
 extern MEM_MODULE_TRACKER_MAP* mem_module_tracker_map;
+extern const MEM_PART mem_module_map_part;
 
 /// Guards the module map, the records in it and the sites' links to them.
-extern tbb::spin_mutex& mem_module_tracker_lock;
+using MEM_MODULE_LOCK = MEM_SPIN_LOCK<MEM_LOCK_ORDER::MODULES>;
+extern MEM_MODULE_LOCK mem_module_tracker_lock;
 
 /// Held while a report reads the module timeline.
-extern tbb::spin_mutex& mem_module_timeline_lock;
-
-/// Drops the map as it is and frees both locks, in a child made by fork.
-void mem_abandon_modules();
+using MEM_TIMELINE_READER_LOCK = MEM_SPIN_LOCK<MEM_LOCK_ORDER::TIMELINE_READER>;
+extern MEM_TIMELINE_READER_LOCK mem_module_timeline_lock;
 
 /// The module that holds what belongs to no known one.
 inline constexpr char const* mem_other_module = "OTHER";

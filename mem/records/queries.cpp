@@ -6,29 +6,33 @@
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
-#include "mem/state/cat_mouse_lock.h"
-#include "mem/state/tracker_state.h"
+#include "mem/state/tracker_visit.h"
+
+namespace {
+
+// Null when the block is not known.
+MEM_ADDRESS_TRACKER const* site_of(void const* block) {
+  MEM_ADDRESS_TRACKER_PTR_MAP::const_accessor entry;
+  return mem_address_tracker_ptr_map->find(entry, block) ? entry->second.site : nullptr;
+}
+
+}  // namespace
 
 bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
-  const MEM_INSIDE_AS_MOUSE mouse;
-  if (mem_tbb_tracking_ended) return false;
-  if (block == nullptr) {
-    const std::lock_guard trace(mem_trace_lock);
-    out = mem_catch_all_site();
-    return true;
-  }
-  MEM_ADDRESS_TRACKER_PTR_MAP::const_accessor entry;
-  if (!mem_address_tracker_ptr_map->find(entry, block)) return false;
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_address_tracker_map == nullptr) return false;
+  MEM_ADDRESS_TRACKER const* site = nullptr;
+  if (block != nullptr && (site = site_of(block)) == nullptr) return false;
   const std::lock_guard trace(mem_trace_lock);
-  out = *entry->second.site;
+  out = block == nullptr ? mem_catch_all_site() : *site;
   return true;
 }
 
 bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_BASE& out) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
-  const MEM_INSIDE_AS_MOUSE mouse;
-  if (mem_tbb_tracking_ended) return false;
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_module_tracker_map == nullptr) return false;
   const std::lock_guard modules(mem_module_tracker_lock);
   const auto found = mem_module_tracker_map->find(std::string_view(name));
   if (found == mem_module_tracker_map->end()) return false;

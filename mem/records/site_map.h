@@ -1,14 +1,14 @@
 // The records of all allocation sites, by code address.
 #pragma once
 
-#include <oneapi/tbb/spin_mutex.h>
-
 #include <cstddef>
 #include <functional>
 #include <unordered_map>
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 #include "mem/state/hot_line.h"
 
 /// Memory for the nodes of the site map. A node holds a link and the key, 16 bytes, then the
@@ -57,22 +57,31 @@ using MEM_ADDRESS_TRACKER_MAP =
 /// to them stay valid. From initialisation to cleanup.
 extern MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map;
 
+/// A reset or the cleanup lets go of all records at once. Whoever still reads their texts holds
+/// them by one of these: the last holder frees them. Taken and given back without a lock.
+class MEM_SITES_HELD {
+ public:
+  /// Holds the records that are there now, or none. Hold mem_trace_lock.
+  MEM_SITES_HELD();
+  MEM_SITES_HELD(const MEM_SITES_HELD&) = delete;
+  MEM_SITES_HELD& operator=(const MEM_SITES_HELD&) = delete;
+  ~MEM_SITES_HELD();
+
+ private:
+  struct MEM_SITE_RECORDS* m_records;
+};
+
+extern const MEM_PART mem_site_map_part;
+
 /// Guards the site map and the records in it.
-inline constexpr tbb::spin_mutex& mem_trace_lock = mem_hot_line.trace_lock.mutex;
+using MEM_TRACE_LOCK = MEM_SPIN_LOCK<MEM_LOCK_ORDER::SITES>;
+inline constexpr MEM_TRACE_LOCK& mem_trace_lock = mem_hot_line.trace_lock;
 
 /// The record of an address, null when the address is unknown. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER* mem_find_site(void const* address);
 
 /// The catch-all record, created when it is not there. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();
-
-/// Forgets every record. Hold mem_trace_lock.
-void mem_clear_sites();
-/// Frees the map.
-void mem_free_site_map();
-
-/// Drops the map as it is and frees its lock, in a child made by fork.
-void mem_abandon_sites();
 
 inline bool mem_is_catch_all(const MEM_ADDRESS_TRACKER& site) {
   return site.address_info.address == nullptr;

@@ -1,8 +1,8 @@
 // The timeline of the process's own figures.
-#include <ostream>
-
 #include "mem/report/dump_timing.h"
+#include "mem/report/report_text.h"
 #include "mem/report/shutdown_reports.h"
+#include "mem/state/tracker_visit.h"
 #include "mem/timeline/auxiliary_timeline.h"
 
 namespace {
@@ -13,33 +13,33 @@ using SAMPLE = MEM_AUXILIARY_SAMPLE;
 
 struct COLUMN {
   char const* title;
-  void (*print)(std::ostream& out, const SAMPLE& sample);
+  void (*print)(MEM_REPORT_TEXT& out, const SAMPLE& sample);
 };
 
 template <auto FIELD>
-void print_field(std::ostream& out, const SAMPLE& sample) {
+void print_field(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
   out << sample.*FIELD;
 }
 
 template <auto FIELD>
-void print_kb_as_bytes(std::ostream& out, const SAMPLE& sample) {
+void print_kb_as_bytes(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
   out << sample.*FIELD * bytes_per_kb;
 }
 
-void print_rss_percentage(std::ostream& out, const SAMPLE& sample) {
-  out << (sample.vm_size == 0
-              ? 0.0F
-              : static_cast<float>(sample.rss) * 100.0F / static_cast<float>(sample.vm_size));
+void print_rss_percentage(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
+  const float percentage =
+      static_cast<float>(sample.rss) * 100.0F / static_cast<float>(sample.vm_size);
+  out << (sample.vm_size == 0 ? 0.0 : static_cast<double>(percentage));
 }
 
 // Signed: blocks from before a thread was blocked are released as its, and a release tells only the
 // allocated size, which is subtracted as the requested one too.
 template <auto FIELD>
-void print_outstanding(std::ostream& out, const SAMPLE& sample) {
+void print_outstanding(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
   out << static_cast<std::int64_t>(sample.*FIELD);
 }
 
-void print_blocks_outstanding(std::ostream& out, const SAMPLE& sample) {
+void print_blocks_outstanding(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
   out << static_cast<std::int64_t>(sample.profiler_num_allocs - sample.profiler_num_deallocs);
 }
 
@@ -60,14 +60,21 @@ constexpr COLUMN columns[] = {
     {"profiler_allocated_outstanding", print_outstanding<&SAMPLE::profiler_allocated_outstanding>},
 };
 
+mem_auxiliary_timeline_file_t::SAMPLES samples_so_far() {
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_auxiliary_timeline_file == nullptr) return {};
+  return mem_auxiliary_timeline_file->samples();
+}
+
 }  // namespace
 
-void mem_write_auxiliary_timeline(std::ostream& out) {
+void mem_write_auxiliary_timeline(std::ostream& stream) {
   const MEM_DUMP_TIMING timing;
-  out << "MEM: TBB Auxiliary Timeline" << std::endl << std::endl;
+  MEM_REPORT_TEXT out(stream);
+  out << "MEM: TBB Auxiliary Timeline\n\n";
   for (const COLUMN& column : columns) out << (&column == columns ? "" : "\t") << column.title;
   out << '\n';
-  for (const SAMPLE& sample : mem_auxiliary_timeline_file->samples()) {
+  for (const SAMPLE& sample : samples_so_far()) {
     for (const COLUMN& column : columns) {
       if (&column != columns) out << '\t';
       column.print(out, sample);
@@ -75,4 +82,5 @@ void mem_write_auxiliary_timeline(std::ostream& out) {
     out << '\n';
   }
   timing.write(out);
+  out.flush();
 }

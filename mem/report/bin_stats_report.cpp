@@ -1,12 +1,15 @@
 // The counters of profile bins and tags.
-#include <iomanip>
-#include <ostream>
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <vector>
 
 #include "include/tuk_mem.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/user_memory_tracker.h"
+#include "mem/report/report_text.h"
 #include "mem/report/shutdown_reports.h"
-#include "mem/state/thread_flags.h"
+#include "mem/state/tracker_visit.h"
 
 namespace {
 
@@ -21,49 +24,66 @@ constexpr KIND bins = {"Memory Tracking - Profile Bin Stats", &mem_pbin_tracker,
 constexpr KIND tags = {"Memory Tracking - Profile Tag Stats", &mem_pbin_tag_tracker,
                        MEM_USER_MEMORY_TRACKER::profile_tag_id_to_string};
 
-// Deliberately not in the order of the fields.
+// Not in the order of the fields: readers of the tables know this one.
 constexpr std::atomic<std::int64_t> MEM_PBIN_TRACKER_ENTRY::*columns[] = {
     &MEM_PBIN_TRACKER_ENTRY::max, &MEM_PBIN_TRACKER_ENTRY::peak,
     &MEM_PBIN_TRACKER_ENTRY::cumulative, &MEM_PBIN_TRACKER_ENTRY::current};
 
-void print_bytes(std::ostream& out, std::int64_t bytes) { out << bytes; }
+void print_bytes(MEM_REPORT_TEXT& out, std::int64_t bytes) { out << bytes; }
 
-void print_mib(std::ostream& out, std::int64_t bytes) {
+void print_mib(MEM_REPORT_TEXT& out, std::int64_t bytes) {
   constexpr double mib_per_byte = 9.5367431640625e-7;
-  out << static_cast<double>(bytes) * mib_per_byte;
+  constexpr int decimals = 3;
+  out.fixed(static_cast<double>(bytes) * mib_per_byte, decimals);
 }
 
-void write_rows(std::ostream& out, const KIND& kind, void (*print)(std::ostream&, std::int64_t)) {
+// The figures of one id, in the order of the columns.
+using ROW = std::array<std::int64_t, std::size(columns)>;
+using ROWS = std::vector<ROW, MEM_BOOKKEEPING_ALLOCATOR<ROW>>;
+
+// Rows cover the entries that there are now. One may hold figures of two moments.
+ROWS rows_of(const KIND& kind) {
+  ROWS rows;
+  const MEM_TRACKER_VISIT visit;
   const MEM_PBIN_TRACKER_MAP* counters = *kind.counters;
-  if (counters == nullptr) return;
-  const std::uint32_t rows = counters->size();
-  for (std::uint32_t id = 0; id < rows; ++id) {
-    out << kind.name(id);
-    for (const auto column : columns) {
+  if (!visit || counters == nullptr) return rows;
+  rows.resize(counters->size());
+  for (std::uint32_t id = 0; id < rows.size(); ++id)
+    std::transform(std::begin(columns), std::end(columns), rows[id].begin(),
+                   [&](auto column) { return ((*counters)[id].*column).load(); });
+  return rows;
+}
+
+void write_rows(MEM_REPORT_TEXT& out, const KIND& kind,
+                void (*print)(MEM_REPORT_TEXT&, std::int64_t)) {
+  const MEM_USER_MEMORY_TRACKER::IN_USE names;
+  std::uint32_t id = 0;
+  for (const ROW& row : rows_of(kind)) {
+    out << kind.name(id++);
+    for (const std::int64_t figure : row) {
       out << '\t';
-      print(out, ((*counters)[id].*column).load());
+      print(out, figure);
     }
     out << '\n';
   }
 }
 
-bool write_bytes(std::ostream& out, const KIND& kind) {
+bool write_bytes(std::ostream& stream, const KIND& kind) {
   const MEM_THREAD_TRACKING_BLOCKED blocked;
+  MEM_REPORT_TEXT out(stream);
   out << kind.title << "\n\n"
       << "Name\tMax bytes\tPeak bytes\tCumulative bytes\tCurrent bytes\n";
   write_rows(out, kind, print_bytes);
+  out.flush();
   return true;
 }
 
-void write_mib(std::ostream& out, const KIND& kind) {
-  const std::ios_base::fmtflags flags = out.flags();
-  const std::streamsize precision = out.precision();
+void write_mib(std::ostream& stream, const KIND& kind) {
+  MEM_REPORT_TEXT out(stream);
   out << kind.title << " (MiB)\n\n"
-      << "Name\tMax MiB\tPeak MiB\tCumulative MiB\tCurrent MiB\n"
-      << std::fixed << std::setprecision(3);
+      << "Name\tMax MiB\tPeak MiB\tCumulative MiB\tCurrent MiB\n";
   write_rows(out, kind, print_mib);
-  out.flags(flags);
-  out.precision(precision);
+  out.flush();
 }
 
 }  // namespace

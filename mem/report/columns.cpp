@@ -1,17 +1,17 @@
 #include "mem/report/columns.h"
 
-#include <ostream>
+#include "mem/report/report_text.h"
 
 namespace {
 
 // Everything is printed signed, so that a catch-all record below zero reads as what it is.
 template <auto FIELD>
-void print_bytes(std::ostream& out, const MEMORY_TRACKER_BASE& record) {
+void print_bytes(MEM_REPORT_TEXT& out, const MEMORY_TRACKER_BASE& record) {
   out << static_cast<std::int64_t>(record.*FIELD);
 }
 
 template <auto FIELD>
-void print_blocks(std::ostream& out, const MEMORY_TRACKER_BASE& record) {
+void print_blocks(MEM_REPORT_TEXT& out, const MEMORY_TRACKER_BASE& record) {
   out << static_cast<std::int32_t>(record.*FIELD);
 }
 
@@ -34,5 +34,5 @@ const MEM_COUNTER_COLUMN max_blocks = {"Max blocks", print_blocks<&RECORD::max_b
 const MEM_COUNTER_COLUMN peak_blocks = {"Peak blocks", print_blocks<&RECORD::peak_blocks>};
 const MEM_COUNTER_COLUMN cumulative_blocks = {
     "Cumulative blocks",
-    [](std::ostream& out, const RECORD& record) { out << record.cumulative_blocks; }};
+    [](MEM_REPORT_TEXT& out, const RECORD& record) { out << record.cumulative_blocks; }};
 }  // namespace MEM_COLUMN

@@ -1,14 +1,14 @@
 // The columns that the fileline and the subsystem report share.
 #pragma once
 
-#include <iosfwd>
-
 #include "include/tuk_mem.h"
+
+class MEM_REPORT_TEXT;
 
 /// One counter of a record: its title and how it is printed.
 struct MEM_COUNTER_COLUMN {
   char const* title;
-  void (*print)(std::ostream& out, const MEMORY_TRACKER_BASE& record);
+  void (*print)(MEM_REPORT_TEXT& out, const MEMORY_TRACKER_BASE& record);
 };
 
 namespace MEM_COLUMN {

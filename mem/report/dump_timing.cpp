@@ -1,13 +1,14 @@
 #include "mem/report/dump_timing.h"
 
-#include <ostream>
+#include "mem/report/report_text.h"
 
-void MEM_DUMP_TIMING::write(std::ostream& out) const {
+void MEM_DUMP_TIMING::write(MEM_REPORT_TEXT& out) const {
+  out.flush();
   if (m_start == static_cast<std::clock_t>(-1)) {
-    out << "Error timing this dump." << std::endl;
+    out << "Error timing this dump.\n";
     return;
   }
   const std::clock_t ticks = std::clock() - m_start;
-  out << "Time spent dumping:\t" << ticks << " clicks.\t" << static_cast<float>(ticks) / 1e6F
-      << " seconds." << std::endl;
+  out << "Time spent dumping:\t" << ticks << " clicks.\t"
+      << static_cast<double>(static_cast<float>(ticks) / 1e6F) << " seconds.\n";
 }

@@ -2,15 +2,17 @@
 #pragma once
 
 #include <ctime>
-#include <iosfwd>
+
+class MEM_REPORT_TEXT;
 
 /// Processor time from its construction on.
 class MEM_DUMP_TIMING {
  public:
   MEM_DUMP_TIMING() : m_start(std::clock()) {}
 
-  /// Writes the ticks spent and their seconds, or that the processor clock was unavailable.
-  void write(std::ostream& out) const;
+  /// Hands over what has been written, then adds the ticks spent and their seconds, or that the
+  /// processor clock was unavailable.
+  void write(MEM_REPORT_TEXT& out) const;
 
  private:
   std::clock_t m_start;

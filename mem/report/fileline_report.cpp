@@ -1,14 +1,10 @@
 // The report per allocation site.
-#include <mutex>
-#include <ostream>
-
 #include "include/tuk_mem.h"
-#include "mem/records/site_map.h"
+#include "mem/records/site_snapshot.h"
 #include "mem/report/columns.h"
 #include "mem/report/dump_timing.h"
-#include "mem/report/site_order.h"
+#include "mem/report/report_text.h"
 #include "mem/state/thread_flags.h"
-#include "mem/state/totals.h"
 
 namespace {
 
@@ -25,10 +21,10 @@ const MEM_COUNTER_COLUMN counter_columns[] = {
     MEM_COLUMN::cumulative_blocks,
 };
 
-void write_header(std::ostream& out) {
+void write_header(MEM_REPORT_TEXT& out) {
   out << "Address";
   for (const MEM_COUNTER_COLUMN& column : counter_columns) out << '\t' << column.title;
-  out << "\tModule\tFile\tLine\tFunction" << std::endl;
+  out << "\tModule\tFile\tLine\tFunction\n";
 }
 
 // The catch-all row is always there; an address that was never charged has none.
@@ -36,36 +32,34 @@ bool is_listed(void const* address, const MEM_ADDRESS_TRACKER& site) {
   return address == nullptr || site.cumulative_bytes != 0;
 }
 
-void write_row(std::ostream& out, void const* address, const MEM_ADDRESS_TRACKER& site) {
-  if (address == nullptr)
+void write_row(MEM_REPORT_TEXT& out, const MEM_SITE_ROW& row) {
+  if (row.is_catch_all())
     out << "OTHER";
   else
-    out << address;
+    out << row.address;
   for (const MEM_COUNTER_COLUMN& column : counter_columns) {
     out << '\t';
-    column.print(out, site);
+    column.print(out, row.counters);
   }
-  const MEM_ADDRESS_INFO& info = site.address_info;
+  const MEM_ADDRESS_INFO& info = *row.info;
   out << '\t' << info.module_name_buffer << '\t' << info.file_name_buffer << '\t' << info.line
       << '\t' << info.function_name_buffer << '\n';
 }
 
 }  // namespace
 
-bool mem_dump_tbb_fileline_tracking(std::ostream& out) {
+bool mem_dump_tbb_fileline_tracking(std::ostream& stream) {
   const MEM_DUMP_TIMING timing;
   const MEM_THREAD_TRACKING_BLOCKED blocked;
-  out << "MEM: TBB Fileline Tracking Memory Snapshot. [at index "
-      << mem_estimated_timeline_idx_at_peak << "]" << std::endl
-      << std::endl;
+  MEM_SITE_SNAPSHOT sites(is_listed);
+  if (sites.is_refused()) return false;
+  sites.sort_by_peak();
+  MEM_REPORT_TEXT out(stream);
+  out << "MEM: TBB Fileline Tracking Memory Snapshot. [at index " << sites.index_at_peak()
+      << "]\n\n";
   write_header(out);
-  {
-    const std::lock_guard trace(mem_trace_lock);
-    for (void const* address : mem_sites_by_peak()) {
-      const MEM_ADDRESS_TRACKER& site = mem_address_tracker_map->at(address);
-      if (is_listed(address, site)) write_row(out, address, site);
-    }
-  }
+  for (const MEM_SITE_ROW& row : sites.rows()) write_row(out, row);
   timing.write(out);
+  out.flush();
   return true;
 }

@@ -1,23 +1,24 @@
 #include "mem/report/generic_timeline_dumper.h"
 
+#include <algorithm>
 #include <utility>
 
 MEM_TIMELINE_SUMMARY::MEM_TIMELINE_SUMMARY(std::vector<MEM_TIMELINE_COLUMN> columns)
     : m_columns(std::move(columns)),
       m_hidden(m_columns.size() > most_shown ? m_columns.size() - most_shown : 0) {
-  std::sort(
+  std::stable_sort(
       m_columns.begin(), m_columns.end(),
       [](const MEM_TIMELINE_COLUMN& a, const MEM_TIMELINE_COLUMN& b) { return a.max < b.max; });
 }
 
-void MEM_TIMELINE_SUMMARY::write_header(std::ostream& out) const {
+void MEM_TIMELINE_SUMMARY::write_header(MEM_REPORT_TEXT& out) const {
   out << "\tMisc";
   for (std::size_t shown = m_hidden; shown < m_columns.size(); ++shown)
     out << '\t' << m_columns[shown].name;
   out << '\n';
 }
 
-void MEM_TIMELINE_SUMMARY::write_next(std::ostream& out) {
+void MEM_TIMELINE_SUMMARY::write_next(MEM_REPORT_TEXT& out) {
   std::int64_t misc = 0;
   for (std::size_t hidden = 0; hidden < m_hidden; ++hidden) misc += *m_columns[hidden].value;
   out << '\t' << misc;

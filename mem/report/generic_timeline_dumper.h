@@ -1,13 +1,13 @@
 // The writer of every timeline of series: a summary and a detailed table of the same samples.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <ostream>
 #include <string_view>
 #include <vector>
 
 #include "mem/report/dump_timing.h"
+#include "mem/report/report_text.h"
 #include "mem/timeline/repetitive_vector.h"
 
 /// One series of a timeline, in the order of the detailed table.
@@ -22,17 +22,17 @@ struct MEM_TIMELINE_COLUMN {
       : name(series), value(values.begin()), max(values.largest()) {}
 };
 
-/// The columns of the summary: the 18 series with the largest maxima, smallest of them first; all
-/// others are summed up as "Misc".
+/// The columns of the summary: the 18 series with the largest maxima, smallest of them first,
+/// equal ones in the order of the detailed table; all others are summed up as "Misc".
 class MEM_TIMELINE_SUMMARY {
  public:
   static constexpr std::size_t most_shown = 18;
 
   explicit MEM_TIMELINE_SUMMARY(std::vector<MEM_TIMELINE_COLUMN> columns);
 
-  void write_header(std::ostream& out) const;
+  void write_header(MEM_REPORT_TEXT& out) const;
   /// Writes the values of the next sample.
-  void write_next(std::ostream& out);
+  void write_next(MEM_REPORT_TEXT& out);
 
  private:
   std::vector<MEM_TIMELINE_COLUMN> m_columns;  // by maximum
@@ -42,13 +42,15 @@ class MEM_TIMELINE_SUMMARY {
 /// Writes `sample_count` rows of `columns`, each headed by its label, an empty one as "Other".
 /// False, with nothing written, when either stream has failed already.
 template <class LABEL_ITERATOR>
-bool generic_timeline_dumper(std::ostream& summary_out, std::ostream& detailed_out,
+bool generic_timeline_dumper(std::ostream& summary_stream, std::ostream& detailed_stream,
                              std::uint64_t sample_count, std::vector<MEM_TIMELINE_COLUMN> columns,
                              LABEL_ITERATOR label) {
   const MEM_DUMP_TIMING timing;
-  if (!summary_out || !detailed_out) return false;
-  summary_out << "MEM: TBB Module Tracking Memory Timeline." << std::endl << std::endl;
-  detailed_out << "MEM: TBB Module Tracking Detailed Memory Timeline." << std::endl << std::endl;
+  if (!summary_stream || !detailed_stream) return false;
+  MEM_REPORT_TEXT summary_out(summary_stream);
+  MEM_REPORT_TEXT detailed_out(detailed_stream);
+  summary_out << "MEM: TBB Module Tracking Memory Timeline.\n\n";
+  detailed_out << "MEM: TBB Module Tracking Detailed Memory Timeline.\n\n";
 
   MEM_TIMELINE_SUMMARY summary(columns);
   summary.write_header(summary_out);
@@ -57,7 +59,7 @@ bool generic_timeline_dumper(std::ostream& summary_out, std::ostream& detailed_o
 
   for (std::uint64_t sample = 0; sample < sample_count; ++sample, ++label) {
     const std::string_view text = *label;
-    for (std::ostream* out : {&summary_out, &detailed_out})
+    for (MEM_REPORT_TEXT* out : {&summary_out, &detailed_out})
       *out << (text.empty() ? std::string_view("Other") : text);
     summary.write_next(summary_out);
     for (MEM_TIMELINE_COLUMN& column : columns) {
@@ -66,9 +68,10 @@ bool generic_timeline_dumper(std::ostream& summary_out, std::ostream& detailed_o
     }
     detailed_out << '\n';
   }
-  for (std::ostream* out : {&summary_out, &detailed_out}) {
+  for (MEM_REPORT_TEXT* out : {&summary_out, &detailed_out}) {
     timing.write(*out);
-    *out << std::endl;
+    *out << '\n';
+    out->flush();
   }
   return true;
 }

@@ -1,17 +1,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <iomanip>
-#include <mutex>
-#include <sstream>
+#include <algorithm>
+#include <string>
 
 #include "include/tuk_mem.h"
 #include "mem/host/message.h"
 #include "mem/records/module_map.h"
-#include "mem/records/site_map.h"
+#include "mem/records/site_snapshot.h"
 #include "mem/report/report_file.h"
+#include "mem/report/report_text.h"
 #include "mem/report/shutdown_reports.h"
-#include "mem/report/site_order.h"
 
 namespace {
 
@@ -20,24 +19,32 @@ constexpr char const* fast_leak_file = "mem_tbb_fast_leak_warning.log";
 
 bool is_in_vx_mode() { return mem_env_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"); }
 
+bool is_leaking(void const*, const MEM_ADDRESS_TRACKER& site) { return site.current_blocks != 0; }
+
 // The catch-all can stand below zero: it lost blocks from before tracking.
-void write_leaking_site(std::ostream& out, const MEM_ADDRESS_TRACKER& site) {
-  const MEM_ADDRESS_INFO& info = site.address_info;
-  out << (mem_is_catch_all(site) ? mem_other_module : info.module_name_buffer) << " leaked "
-      << site.current_bytes << " bytes in " << static_cast<std::int32_t>(site.current_blocks)
-      << " object(s) allocated at " << info.file_name_buffer << ":" << info.line << " "
-      << info.function_name_buffer << std::endl;
+void write_leaking_site(MEM_REPORT_TEXT& out, const MEM_SITE_ROW& row) {
+  const MEM_ADDRESS_INFO& info = *row.info;
+  out << (row.is_catch_all() ? mem_other_module : info.module_name_buffer) << " leaked "
+      << row.counters.current_bytes << " bytes in "
+      << static_cast<std::int32_t>(row.counters.current_blocks) << " object(s) allocated at "
+      << info.file_name_buffer << ":" << info.line << " " << info.function_name_buffer << '\n';
+}
+
+// Right-aligned in a field of 12.
+std::string in_field(std::int64_t number) {
+  constexpr std::size_t width = 12;
+  const std::string digits = std::to_string(number);
+  return std::string(width - std::min(width, digits.size()), ' ') + digits;
 }
 
 std::string fast_leak_summary() {
-  constexpr int number_width = 12;
-  std::ostringstream text;
-  text << mem_gen_get_module_filename() << " memory leak summary\n"
-       << "===============================\n"
-       << "Leaked bytes:      " << std::setw(number_width) << mem_get_global_current().bytes << "\n"
-       << "Peak bytes on heap:" << std::setw(number_width) << mem_get_global_peak().bytes << "\n"
-       << "===============================\n\n";
-  return text.str();
+  return mem_gen_get_module_filename() +
+         " memory leak summary\n"
+         "===============================\n"
+         "Leaked bytes:      " +
+         in_field(mem_get_global_current().bytes) +
+         "\nPeak bytes on heap:" + in_field(mem_get_global_peak().bytes) +
+         "\n===============================\n\n";
 }
 
 bool write_whole(int file, const std::string& text) {
@@ -49,17 +56,17 @@ bool write_whole(int file, const std::string& text) {
 void mem_write_full_leak_report() {
   MEM_REPORT_FILE file(is_in_vx_mode() ? vx_leak_file : mem_report_name("mem_tbb_leak_warning."));
   if (!file.is_open()) return;
-  std::ostream& out = file.stream();
-  out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;
+  MEM_SITE_SNAPSHOT sites(is_leaking);
+  sites.sort_by_peak();
+  MEM_REPORT_TEXT out(file.stream());
+  out << "MEM: TBB Leak Checking Summary.\n\n";
   std::int64_t total = 0;
-  const std::lock_guard trace(mem_trace_lock);
-  for (void const* address : mem_sites_by_peak()) {
-    const MEM_ADDRESS_TRACKER& site = mem_address_tracker_map->at(address);
-    if (site.current_blocks == 0) continue;
-    write_leaking_site(out, site);
-    total += site.current_bytes;
+  for (const MEM_SITE_ROW& row : sites.rows()) {
+    write_leaking_site(out, row);
+    total += row.counters.current_bytes;
   }
-  out << "\nTotal leaked bytes: " << total << std::endl;
+  out << "\nTotal leaked bytes: " << total << '\n';
+  out.flush();
 }
 
 // Processes that end together append one write each, so that their summaries never mix; the one

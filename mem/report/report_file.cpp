@@ -7,11 +7,11 @@
 
 #include "mem/base/check.h"
 #include "mem/host/message.h"
-#include "mem/state/tracker_state.h"
+#include "mem/state/report_tag.h"
 
 std::string mem_report_name(char const* prefix) {
   mem_check(mem_tbb_exe_string != nullptr, "mem_tbb_exe_string != nullptr");
-  return prefix + *mem_tbb_exe_string + ".log";
+  return std::string(prefix) + mem_tbb_exe_string.load() + ".log";
 }
 
 MEM_REPORT_FILE::MEM_REPORT_FILE(std::string name)

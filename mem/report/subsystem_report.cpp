@@ -2,23 +2,27 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
-#include <ostream>
-#include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "include/tuk_mem.h"
 #include "mem/records/module_map.h"
-#include "mem/records/site_map.h"
+#include "mem/records/site_snapshot.h"
 #include "mem/report/columns.h"
 #include "mem/report/dump_timing.h"
+#include "mem/report/report_text.h"
 #include "mem/state/granularity.h"
-#include "mem/state/thread_flags.h"
+#include "mem/state/tracker_visit.h"
 #include "mem/timeline/module_timeline.h"
 
 namespace {
 
-using SUBSYSTEMS = std::map<std::string, MEMORY_TRACKER_BASE>;
-using SUBSYSTEM_ROW = std::pair<std::string, MEMORY_TRACKER_BASE>;
+// By name; the texts are those of the snapshot.
+using SUBSYSTEMS =
+    std::map<std::string_view, MEMORY_TRACKER_BASE, std::less<>,
+             MEM_BOOKKEEPING_ALLOCATOR<std::pair<const std::string_view, MEMORY_TRACKER_BASE>>>;
+using SUBSYSTEM_ROW = std::pair<std::string_view, MEMORY_TRACKER_BASE>;
 
 // Max bytes are not summed: the maxima of two sites need not fall on the same moment.
 void add_site(MEMORY_TRACKER_BASE& sum, const MEMORY_TRACKER_BASE& site) {
@@ -33,34 +37,36 @@ void add_site(MEMORY_TRACKER_BASE& sum, const MEMORY_TRACKER_BASE& site) {
   sum.cumulative_mismatched_bytes += site.cumulative_mismatched_bytes;
 }
 
+bool is_any(void const*, const MEM_ADDRESS_TRACKER&) { return true; }
+
 // The catch-all site, and sites of no module, are summed under the empty name.
-SUBSYSTEMS sum_sites() {
+SUBSYSTEMS sum_sites(const MEM_SITE_SNAPSHOT& sites) {
   SUBSYSTEMS subsystems;
-  const std::lock_guard trace(mem_trace_lock);
-  if (mem_address_tracker_map == nullptr) return subsystems;
-  for (const auto& [address, site] : *mem_address_tracker_map)
-    add_site(subsystems[site.address_info.module_name_buffer], site);
+  for (const MEM_SITE_ROW& row : sites.rows())
+    add_site(subsystems[row.info->module_name_buffer], row.counters);
   return subsystems;
 }
 
-// A module's bytes are known between peaks only where the timeline sampled them. Its own mutex
-// keeps captures out meanwhile.
+// A module's bytes are known between peaks only where the timeline sampled them.
 void take_max_bytes(SUBSYSTEMS& subsystems) {
+  for (auto& [name, sum] : subsystems) sum.max_bytes = sum.peak_bytes;
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_module_timeline == nullptr) return;
   const std::lock_guard reading(mem_module_timeline_lock);
-  const std::lock_guard timeline(mem_module_timeline->mutex());
-  for (auto& [name, sum] : subsystems) {
-    sum.max_bytes = sum.peak_bytes;
-    const auto series = mem_module_timeline->bytes().find(std::string_view(name));
-    if (series != mem_module_timeline->bytes().end())
-      sum.max_bytes = std::max(sum.max_bytes, series->second.values.largest());
-  }
+  for (auto& [name, sum] : subsystems)
+    sum.max_bytes =
+        std::max(sum.max_bytes, mem_module_timeline->largest_bytes(name).value_or(sum.max_bytes));
 }
 
 std::vector<SUBSYSTEM_ROW> rows_by_peak(const SUBSYSTEMS& subsystems) {
+  const auto key = [](const SUBSYSTEM_ROW& row) {
+    const MEMORY_TRACKER_BASE& sum = row.second;
+    return std::make_tuple(-sum.peak_bytes, -sum.current_bytes,
+                           -static_cast<std::int64_t>(sum.cumulative_bytes), row.first);
+  };
   std::vector<SUBSYSTEM_ROW> rows(subsystems.begin(), subsystems.end());
-  std::sort(rows.begin(), rows.end(), [](const SUBSYSTEM_ROW& a, const SUBSYSTEM_ROW& b) {
-    return a.second.peak_bytes > b.second.peak_bytes;
-  });
+  std::sort(rows.begin(), rows.end(),
+            [&](const SUBSYSTEM_ROW& a, const SUBSYSTEM_ROW& b) { return key(a) < key(b); });
   return rows;
 }
 
@@ -80,20 +86,23 @@ bool is_listed(const SUBSYSTEM_ROW& row) {
 
 }  // namespace
 
-bool mem_dump_tbb_subsystem_tracking(std::ostream& out) {
+bool mem_dump_tbb_subsystem_tracking(std::ostream& stream) {
   const MEM_DUMP_TIMING timing;
   const MEM_THREAD_TRACKING_BLOCKED blocked;
-  SUBSYSTEMS subsystems = sum_sites();
+  const MEM_SITE_SNAPSHOT sites(is_any);
+  if (sites.is_refused()) return false;
+  SUBSYSTEMS subsystems = sum_sites(sites);
   const bool with_max_bytes = mem_tracking_library_env_set;
   if (with_max_bytes) take_max_bytes(subsystems);
   const std::vector<MEM_COUNTER_COLUMN> shown = columns(with_max_bytes);
 
-  out << "MEM: TBB Subsystem Tracking Memory Snapshot." << std::endl << std::endl << "Subsystem";
+  MEM_REPORT_TEXT out(stream);
+  out << "MEM: TBB Subsystem Tracking Memory Snapshot.\n\nSubsystem";
   for (const MEM_COUNTER_COLUMN& column : shown) out << '\t' << column.title;
-  out << std::endl;
+  out << '\n';
   for (const SUBSYSTEM_ROW& row : rows_by_peak(subsystems)) {
     if (!is_listed(row)) continue;
-    out << (row.first.empty() ? mem_other_module : row.first.c_str());
+    out << (row.first.empty() ? std::string_view(mem_other_module) : row.first);
     for (const MEM_COUNTER_COLUMN& column : shown) {
       out << '\t';
       column.print(out, row.second);
@@ -101,5 +110,6 @@ bool mem_dump_tbb_subsystem_tracking(std::ostream& out) {
     out << '\n';
   }
   timing.write(out);
+  out.flush();
   return true;
 }

@@ -37,7 +37,7 @@ struct SWITCH {
   MEM_TRACKING_GRANULARITY bit;
   MEM_TRACKING_GRANULARITY unless_on;  // not asked for at all beside this kind
   SOURCE sources[3];
-  bool* env_set;  // noted for the report writers; may be null
+  std::atomic<bool>* env_set;  // noted for the report writers; may be null
 
   bool is_on() const {
     for (const SOURCE& source : sources)

@@ -10,6 +10,7 @@
 #include "mem/records/site_map.h"
 #include "mem/report/report_file.h"
 #include "mem/report/shutdown_reports.h"
+#include "mem/shutdown/end_of_tracking.h"
 #include "mem/stack/stack_filter.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
@@ -67,7 +68,7 @@ struct TIMELINES {
 };
 
 void write_auxiliary_timeline() {
-  mem_auxiliary_timeline_file->capture();
+  mem_auxiliary_timeline_file_t::capture();
   mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
 }
 
@@ -75,14 +76,23 @@ void write_module_timelines() {
   mem_module_timeline->capture();
   mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
                         mem_dump_tbb_module_tracking);
-  mem_module_timeline->select(mem_module_timeline->cumulative_blocks());
+  const MEM_SERIES_SELECTED selected(MEM_MODULE_TIMELINE::SELECTION::CUMULATIVE_BLOCKS);
   mem_write_report_pair("mem_tbb_cumulative_blocks_timeline.",
                         "mem_tbb_cumulative_blocks_timeline_detailed.",
                         mem_dump_tbb_module_tracking);
 }
 
+void capture_last_tags() {
+  if (MEM_PB_TAG_SNAPSHOT::can_record_current_bin())
+    mem_pbin_tag_snapshots->capture();
+  else
+    mem_tracker_debug(
+        "Memory tracking: the open bin is beyond the 65536 that a tag timeline can name, the last "
+        "sample is left out");
+}
+
 void write_bin_reports() {
-  mem_pbin_tag_snapshots->capture();
+  capture_last_tags();
   mem_write_report_pair("mem_tbb_pbin_tag_timeline.", "mem_tbb_pbin_tag_timeline_detailed.",
                         mem_dump_tbb_profile_bin_tag_timeline_tracking);
   mem_write_report("mem_tbb_pbin_tag_stats.", mem_dump_tbb_profile_bin_tag_stats_tracking);
@@ -119,29 +129,21 @@ void report_abandoned_events() {
                       static_cast<unsigned long long>(mem_abandoned_events));
 }
 
-// Fast leak checking stays on, deliberately.
+// No further event is counted: hooks that run still find tracking ended.
+void stop_counting() {
+  const MEM_GRANULARITY_CHANGE change;
+  mem_remove_tracker_hooks();
+  mem_tbb_tracking_ended = true;
+}
+
+// Fast leak checking stays on: hosts ask for it after the end.
 void forget_what_was_tracked() {
-  mem_disable_tracking(MEM_TRACK_ALL);
+  mem_tracking_granularity.fetch_and(~std::uint32_t{MEM_TRACK_ALL});
   mem_forget_requested_reports();
 }
 
-}  // namespace
-
-void mem_shutdown_tbb_tracking() {
-  // Once: fast leak checking stays on, and a second summary of the same process would mislead.
-  if (!mem_tbb_tracker_inited || mem_tbb_tracking_ended) return;
-  if (mem_thread_holds_tracker()) {
-    mem_tracker_debug("Memory tracking: the process ends inside the tracker, no report is written");
-    return;
-  }
-  // A notification on this thread would wait for the cat section it stands in.
-  const MEM_THREAD_TRACKING_BLOCKED blocked;
-  const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());
-  mem_close_allocation_log();
-  stop_bins(granularity);
-  mem_remove_tracker_hooks();
+void write_reports(MEM_TRACKING_GRANULARITY granularity) {
   const MEM_INSIDE_AS_CAT cat;
-  mem_tbb_tracking_ended = true;
   restore_global_peak(granularity);
   mem_restore_flushed_peak();
   write_site_reports();
@@ -150,4 +152,28 @@ void mem_shutdown_tbb_tracking() {
   write_filters_file();
   report_abandoned_events();
   forget_what_was_tracked();
+}
+
+}  // namespace
+
+bool mem_end_tracking() {
+  if (mem_thread_place != MEM_THREAD_PLACE::OUTSIDE) {
+    mem_tracker_debug("Memory tracking: the process ends inside the tracker, no report is written");
+    return false;
+  }
+  if (mem_tbb_tracking_ended) return true;
+  const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());
+  mem_close_allocation_log();
+  stop_bins(granularity);
+  stop_counting();
+  write_reports(granularity);
+  return true;
+}
+
+void mem_shutdown_tbb_tracking() {
+  if (!mem_tbb_tracker_inited) return;
+  // A notification on this thread would wait for the cat section it stands in.
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  const MEM_GATE::PASS inside(mem_tracker_gate);
+  if (inside) mem_end_tracking();
 }

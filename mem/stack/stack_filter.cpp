@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "mem/base/check.h"
+#include "mem/base/host_thread.h"
 #include "mem/host/message.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
@@ -14,9 +15,11 @@
 #include "mem/symbolizer/text_field.h"
 
 constinit MEM_SYMBOLIZER* mem_tbb_symbolizer = nullptr;
-constinit bool mem_want_tbb_filters_file = false;
+constinit std::atomic<bool> mem_want_tbb_filters_file = false;
 
-void mem_select_symbolizer(bool announce) {
+namespace {
+
+void select_symbolizer(MEM_TRACKING_GRANULARITY granularity) {
   std::string name = mem_cfg_get_value("mem_symbolizer");
   if (name.empty()) name = "default";
   mem_tbb_symbolizer = MEM_SYMBOLIZER_FACTORY::get_symbolizer(name.c_str());
@@ -26,10 +29,9 @@ void mem_select_symbolizer(bool announce) {
     mem_msg_vdebug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n",
                    name.c_str(), mem_tbb_symbolizer->get_name());
   }
-  if (announce) mem_msg_vdebug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
+  if (granularity != MEM_TRACK_NONE)
+    mem_msg_vdebug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
 }
-
-namespace {
 
 bool is_empty(char const* text) { return *text == '\0'; }
 
@@ -62,6 +64,7 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
 }
 
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER classify(void const* address) {
+  const MEM_CANCELLATION_HELD not_cancelled;
   MEM_ADDRESS_TRACKER verdict{};
   verdict.address_info.address = address;
   verdict.filtered = !address_is_kept(address, verdict.address_info);
@@ -72,7 +75,7 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
 // The record of an address that was unknown a moment ago. Another thread may have been faster:
 // the first insertion wins. Null when tracking has ended.
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
-    void const* address, std::unique_lock<tbb::spin_mutex>& lock) {
+    void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
   lock.unlock();
   MEM_ADDRESS_TRACKER verdict;
   {
@@ -87,7 +90,7 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
 }  // namespace
 
 MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
-                                            std::unique_lock<tbb::spin_mutex>& lock) {
+                                            std::unique_lock<MEM_TRACE_LOCK>& lock) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
   for (int frame = 0; frame < count; ++frame) {
     MEM_ADDRESS_TRACKER* record = mem_find_site(frames[frame]);
@@ -99,3 +102,10 @@ MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
   }
   return &mem_catch_all_site();
 }
+
+constinit const MEM_PART mem_symbolizer_part(
+    MEM_CREATE{select_symbolizer},
+    MEM_RESET{mem_nothing},  // what an address stands for stays the same
+    // Allocations of other modules' destructors may have started tools since the exit began.
+    MEM_FREE{MEM_SYMBOLIZER_FACTORY::end_all_tools},
+    MEM_ABANDON{MEM_SYMBOLIZER_FACTORY::abandon_all_tools});

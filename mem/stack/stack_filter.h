@@ -1,21 +1,23 @@
 // Reducing a captured stack to the one site that stands for the allocation.
 #pragma once
 
-#include <oneapi/tbb/spin_mutex.h>
-
+#include <atomic>
 #include <mutex>
 
 #include "include/tuk_mem.h"
+#include "mem/base/part.h"
+#include "mem/records/site_map.h"
 #include "mem/symbolizer/symbolizer.h"
 
 /// The symbolizer in use, from initialisation to the end of the process.
 extern MEM_SYMBOLIZER* mem_tbb_symbolizer;
 
-/// Chooses the symbolizer by the setting "mem_symbolizer"; says which when `announce` is set.
-void mem_select_symbolizer(bool announce);
+/// Chosen by the setting "mem_symbolizer" when the tracker comes up, and said when something is
+/// going to be tracked; its tools end with the tracker.
+extern const MEM_PART mem_symbolizer_part;
 
 /// Set once any address has been found to be filtered: the filters file is wanted then.
-extern bool mem_want_tbb_filters_file;
+extern std::atomic<bool> mem_want_tbb_filters_file;
 
 /// The record of the first frame, from the innermost, that no rule rejects; the catch-all record
 /// when there is none. Every address is symbolized at most once per process, its verdict is kept.
@@ -24,4 +26,4 @@ extern bool mem_want_tbb_filters_file;
 /// given up while an unknown address is symbolized, which talks to a child process and may wait
 /// for the loader, and held again on return. Null when tracking ended meanwhile.
 MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
-                                            std::unique_lock<tbb::spin_mutex>& lock);
+                                            std::unique_lock<MEM_TRACE_LOCK>& lock);

@@ -1,9 +1,11 @@
 #include "mem/stack/unwinder.h"
 
+#include <cstdlib>
 #include <string_view>
 
 #include "mem/base/check.h"
 #include "mem/host/message.h"
+#include "mem/settings/tuning.h"
 
 constinit ERR_UNWINDER* mem_tbb_unwinder = nullptr;
 
@@ -16,20 +18,33 @@ void report_tester_difference(int first_count, int second_count, int differs_at)
                     second_count, differs_at);
 }
 
-}  // namespace
-
-void mem_select_unwinder(char const* name) {
-  const std::string_view wanted(name);
-  ERR_UNWINDER_TESTER::set_report(report_tester_difference);
-  mem_tbb_unwinder =
-      ERR_UNWINDER::get_unwinder(wanted.empty() || wanted == "default" ? default_unwinder : name);
-  mem_check(mem_tbb_unwinder != nullptr, "mem_tbb_unwinder");
+char const* wanted_name() {
+  char const* name = std::getenv("KORVANE_MEM_PROFILE_UNWINDER");
+  const std::string_view wanted(name == nullptr ? "" : name);
+  return wanted.empty() || wanted == "default" ? default_unwinder : name;
 }
 
-void mem_prepare_unwinder() {
+// The cache of frame descriptions is for the walkers that profit from it: not for
+// "eh_frame_internal", which remembers more than that.
+void prepare_unwinder() {
   char const* unwinder_name = mem_tbb_unwinder->name();
   mem_check(unwinder_name != nullptr, "unwinder_name");
   const std::string_view name(unwinder_name);
-  // Not for "eh_frame_internal", intentionally.
   if (name == "backtrace" || name == "tester") ERR__Unwind_Find_FDE_CACHE::enable(true);
 }
+
+void select_unwinder(MEM_TRACKING_GRANULARITY) {
+  ERR_UNWINDER_TESTER::set_report(report_tester_difference);
+  mem_tbb_unwinder = ERR_UNWINDER::get_unwinder(wanted_name());
+  mem_check(mem_tbb_unwinder != nullptr, "mem_tbb_unwinder");
+  mem_read_ignore_depth_setting();
+  prepare_unwinder();
+}
+
+}  // namespace
+
+constinit const MEM_PART mem_unwinder_part(MEM_CREATE{select_unwinder},
+                                           MEM_RESET{
+                                               mem_nothing},       // it has no state of the tracker
+                                           MEM_FREE{mem_nothing},  // threads may be walking
+                                           MEM_ABANDON{mem_nothing});  // walks take no lock of ours

@@ -1,6 +1,7 @@
 // The stack walker in use.
 #pragma once
 
+#include "mem/base/part.h"
 #include "platform/err_unwinder.h"
 
 /// A stack is captured in stages, each only when all frames of those before were looked through:
@@ -14,9 +15,6 @@ inline constexpr int mem_deep_trace_depth = 50;
 /// From initialisation to the end of the process.
 extern ERR_UNWINDER* mem_tbb_unwinder;
 
-/// Chooses the walker by name; empty and "default" mean "eh_frame_internal". An unknown name is
-/// an internal error.
-void mem_select_unwinder(char const* name);
-
-/// Switches the cache of frame descriptions on for the walkers that profit from it.
-void mem_prepare_unwinder();
+/// Chosen by KORVANE_MEM_PROFILE_UNWINDER; empty and "default" mean "eh_frame_internal". An unknown
+/// name is an internal error.
+extern const MEM_PART mem_unwinder_part;

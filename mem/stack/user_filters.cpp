@@ -5,18 +5,24 @@
 #include <string>
 
 #include "include/tuk_mem.h"
+#include "mem/base/static_storage.h"
 
 constinit MEM_USER_FILTERS* mem_user_filters_modules = nullptr;
 constinit MEM_USER_FILTERS* mem_user_filters_functions = nullptr;
 constinit MEM_USER_FILTERS* mem_user_filters_files = nullptr;
 
-void mem_create_user_filters() {
-  for (MEM_USER_FILTERS** list :
-       {&mem_user_filters_modules, &mem_user_filters_functions, &mem_user_filters_files})
-    *list = new MEM_USER_FILTERS;
-}
-
 namespace {
+
+constinit MEM_STATIC_STORAGE<MEM_USER_FILTERS> module_storage;
+constinit MEM_STATIC_STORAGE<MEM_USER_FILTERS> function_storage;
+constinit MEM_STATIC_STORAGE<MEM_USER_FILTERS> file_storage;
+
+void create(MEM_TRACKING_GRANULARITY granularity) {
+  mem_user_filters_modules = module_storage.construct();
+  mem_user_filters_functions = function_storage.construct();
+  mem_user_filters_files = file_storage.construct();
+  if (granularity != MEM_TRACK_NONE) mem_read_user_filters();
+}
 
 struct COMMAND_ROW {
   char const* command;
@@ -103,3 +109,8 @@ void mem_read_user_filters() {
   reader.read(file);
   reader.print_summary();
 }
+
+constinit const MEM_PART mem_user_filters_part(
+    MEM_CREATE{create}, MEM_RESET{mem_nothing},  // filters hold for the process
+    MEM_FREE{mem_nothing},                       // threads may still be classifying a frame
+    MEM_ABANDON{mem_nothing});                   // never changed, never locked

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
 
 using MEM_USER_FILTERS =
     std::vector<MEM_BOOKKEEPING_STRING, MEM_BOOKKEEPING_ALLOCATOR<MEM_BOOKKEEPING_STRING>>;
@@ -14,7 +15,8 @@ extern MEM_USER_FILTERS* mem_user_filters_modules;
 extern MEM_USER_FILTERS* mem_user_filters_functions;
 extern MEM_USER_FILTERS* mem_user_filters_files;
 
-void mem_create_user_filters();
+/// Their life: read when the tracker comes up to track something, and never changed.
+extern const MEM_PART mem_user_filters_part;
 
 /// Reads the file named by the setting "mem_user_defined_filters_file", one directive a line:
 /// "filter_module", "filter_file_basename" or "filter_function", a prefix, and perhaps "#" and a

@@ -8,10 +8,8 @@
 #include "mem/bins/bin_labels.h"
 #include "mem/manager/statistics.h"
 #include "mem/pgo/pgo_list.h"
-#include "mem/records/module_map.h"
-#include "mem/records/site_map.h"
-#include "mem/state/granularity.h"
 #include "mem/state/totals.h"
+#include "mem/state/tracker_state.h"
 #include "mem/symbolizer/symbolizer_factory.h"
 #include "mem/tracker/mapping_observer.h"
 
@@ -35,15 +33,11 @@ const boost::exception_ptr prepared_exceptions[] = {
 // 4. Listing the modules built with profile-guided optimisation, when this is destroyed.
 const MEM_PGO_STATIC_DESTRUCTOR s_pgo_destruct_call;
 
-// 5. The tracker's locks and counters. They are ready since load, and start-up may have installed
-//    the hooks by now: a lock is brought to its unlocked state by waiting for whoever holds it.
+// 5. The tracker's locks and counters. They are ready since load: once start-up has brought the
+//    tracker up, or a mapping notified before it has, they may be in use and hold figures.
 struct RESET_TRACKER {
   RESET_TRACKER() {
-    for (tbb::spin_mutex* lock : {&mem_trace_lock, &mem_module_tracker_lock, &mem_granularity_lock,
-                                  &mem_module_timeline_lock}) {
-      lock->lock();
-      lock->unlock();
-    }
+    if (mem_tbb_tracker_inited) return;
     mem_pbin_stats.reset();
     mem_reset_totals();
   }

@@ -4,9 +4,21 @@
 
 constinit CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker = nullptr;
 
-void mem_create_cat_mouse_lock() {
-  mem_track_and_clear_exclusive_locker = mem_hot_line.cat_mouse_lock.construct();
+namespace {
+
+void create() { mem_track_and_clear_exclusive_locker = mem_hot_line.cat_mouse_lock.construct(); }
+
+// A child that was made before the tracker was up has no lock to bring back.
+void abandon() {
+  if (mem_track_and_clear_exclusive_locker != nullptr) create();
 }
+
+}  // namespace
+
+constinit const MEM_PART mem_cat_mouse_lock_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { create(); }}, MEM_RESET{mem_nothing},
+    MEM_FREE{mem_nothing},  // whoever comes later still asks whether tracking has ended
+    MEM_ABANDON{abandon});
 
 void CAT_MOUSE_LOCK_A::enter_as_cat() {
   {

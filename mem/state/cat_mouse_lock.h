@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "mem/base/check.h"
+#include "mem/base/lock_order.h"
+#include "mem/base/part.h"
 #include "mem/state/thread_flags.h"
 
 /// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak
@@ -17,7 +19,7 @@ class CAT_MOUSE_LOCK_A {
   static constexpr int MOUSE = 0;
   static constexpr int CAT = 1;
 
-  /// Enters. The letters are those of a semaphore the other way round, deliberately.
+  /// Enters. The letters are those of a semaphore the other way round: hosts know them so.
   void V(int kind);
   /// Leaves, as the kind entered with. Leaving as what one is not is an internal error.
   void P(int kind);
@@ -72,20 +74,30 @@ inline void CAT_MOUSE_LOCK_A::P(int kind) {
 }
 
 /// The tracker's one lock, null before initialisation. The object itself lives to the end of the
-/// process: a thread that was in a hook when tracking ended still enters and leaves it.
+/// process: a thread that was in a hook when tracking ended still enters and leaves it. Every other
+/// lock of the tracker's records is taken inside it.
 extern CAT_MOUSE_LOCK_A* mem_track_and_clear_exclusive_locker;
 
-/// Creates it, with nobody inside.
-void mem_create_cat_mouse_lock();
+/// Its life: created with nobody inside, never freed, and in a forked child nobody is inside again.
+extern const MEM_PART mem_cat_mouse_lock_part;
 
-/// Inside the tracker's lock for a scope.
+/// Inside the tracker's lock for a scope. Only where this thread is outside.
 template <int KIND>
 class MEM_INSIDE_AS {
  public:
-  MEM_INSIDE_AS() { mem_track_and_clear_exclusive_locker->V(KIND); }
+  MEM_INSIDE_AS() {
+    mem_thread_place =
+        KIND == CAT_MOUSE_LOCK_A::CAT ? MEM_THREAD_PLACE::CAT : MEM_THREAD_PLACE::MOUSE;
+    mem_note_lock_taken(MEM_LOCK_ORDER::TRACKER);
+    mem_track_and_clear_exclusive_locker->V(KIND);
+  }
   MEM_INSIDE_AS(const MEM_INSIDE_AS&) = delete;
   MEM_INSIDE_AS& operator=(const MEM_INSIDE_AS&) = delete;
-  ~MEM_INSIDE_AS() { mem_track_and_clear_exclusive_locker->P(KIND); }
+  ~MEM_INSIDE_AS() {
+    mem_track_and_clear_exclusive_locker->P(KIND);
+    mem_note_lock_released(MEM_LOCK_ORDER::TRACKER);
+    mem_thread_place = MEM_THREAD_PLACE::OUTSIDE;
+  }
 };
 
 using MEM_INSIDE_AS_MOUSE = MEM_INSIDE_AS<CAT_MOUSE_LOCK_A::MOUSE>;
@@ -97,12 +109,14 @@ class MEM_MOUSE_STEPPED_OUT {
  public:
   MEM_MOUSE_STEPPED_OUT() {
     mem_track_and_clear_exclusive_locker->P(CAT_MOUSE_LOCK_A::MOUSE);
-    mem_has_stepped_out = true;
+    mem_note_lock_released(MEM_LOCK_ORDER::TRACKER);
+    mem_thread_place = MEM_THREAD_PLACE::OUTSIDE;
   }
   MEM_MOUSE_STEPPED_OUT(const MEM_MOUSE_STEPPED_OUT&) = delete;
   MEM_MOUSE_STEPPED_OUT& operator=(const MEM_MOUSE_STEPPED_OUT&) = delete;
   ~MEM_MOUSE_STEPPED_OUT() {
-    mem_has_stepped_out = false;
+    mem_thread_place = MEM_THREAD_PLACE::MOUSE;
+    mem_note_lock_taken(MEM_LOCK_ORDER::TRACKER);
     mem_track_and_clear_exclusive_locker->V(CAT_MOUSE_LOCK_A::MOUSE);
   }
 };

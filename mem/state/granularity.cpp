@@ -1,18 +1,13 @@
 #include "mem/state/granularity.h"
 
-#include "mem/base/static_spin_mutex.h"
-
 constinit std::atomic<std::uint32_t> mem_tracking_granularity{MEM_TRACK_NONE};
 
-namespace {
-constinit MEM_STATIC_SPIN_MUTEX granularity_lock_storage;
-}
-constinit tbb::spin_mutex& mem_granularity_lock = granularity_lock_storage.mutex;
+constinit MEM_GRANULARITY_LOCK mem_granularity_lock;
 
-constinit bool mem_tracking_fileline_env_set = false;
-constinit bool mem_tracking_library_env_set = false;
-constinit bool mem_tracking_per_bin_detailed_env_set = false;
-constinit bool mem_tracking_auxiliary_timeline_env_set = false;
+constinit std::atomic<bool> mem_tracking_fileline_env_set = false;
+constinit std::atomic<bool> mem_tracking_library_env_set = false;
+constinit std::atomic<bool> mem_tracking_per_bin_detailed_env_set = false;
+constinit std::atomic<bool> mem_tracking_auxiliary_timeline_env_set = false;
 
 void mem_forget_requested_reports() {
   mem_tracking_fileline_env_set = false;
@@ -26,3 +21,21 @@ bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits) {
 }
 
 bool mem_get_tbb_track_alloc_dealloc() { return mem_tracking_is_enabled(MEM_TRACK_PER_BIN); }
+
+namespace {
+
+// The allocator's list of hooks may be locked by a thread that is gone: the hooks stay there, and
+// find that nothing is tracked.
+void abandon() {
+  mem_tracking_granularity = MEM_TRACK_NONE;
+  mem_forget_requested_reports();
+  mem_granularity_lock.abandon();
+}
+
+}  // namespace
+
+constinit const MEM_PART mem_granularity_part(
+    MEM_CREATE{mem_nothing},  // the start switches tracking on, once all is there
+    MEM_RESET{mem_nothing},   // tracking goes on
+    MEM_FREE{mem_nothing},    // the shutdown has switched it off
+    MEM_ABANDON{abandon});

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "mem/base/static_spin_mutex.h"
+#include "mem/base/spin_lock.h"
 #include "mem/base/static_storage.h"
 #include "mem/state/cat_mouse_lock.h"
 
@@ -16,7 +16,7 @@
 struct alignas(64) MEM_HOT_LINE {
   std::atomic<std::uint64_t> snapshot_count{0};
   MEM_STATIC_STORAGE<CAT_MOUSE_LOCK_A> cat_mouse_lock;
-  MEM_STATIC_SPIN_MUTEX trace_lock;
+  MEM_SPIN_LOCK<MEM_LOCK_ORDER::SITES> trace_lock;
   std::atomic<std::int64_t> current_bytes{0};
 };
 static_assert(sizeof(MEM_HOT_LINE) == 64);

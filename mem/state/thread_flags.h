@@ -1,5 +1,8 @@
-// The two flags by which a thread's allocations stay out of the accounting.
+// What a thread is doing in the tracker: the two flags by which its allocations stay out of the
+// accounting, and where it stands with the tracker's lock.
 #pragma once
+
+#include <utility>
 
 #include "include/tuk_mem.h"
 
@@ -11,26 +14,27 @@
 /// Set while this thread has excluded its own work.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool mem_block_me_bool;
 
-/// Set while this thread, inside the tracker, has stepped out of the cat-and-mouse lock.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool mem_has_stepped_out;
-
-/// Whether this thread may hold the tracker's locks: one that ends the process now, as a host's
-/// error reporter may, must not wait for itself.
-inline bool mem_thread_holds_tracker() {
-  return mem_tbb_tracker_thread_local_block_recurse && !mem_has_stepped_out;
-}
+/// As what this thread is inside the cat-and-mouse lock, or about to enter or leave it. Whoever is
+/// called on this thread then, a signal handler or a host's error reporter, must not wait for the
+/// tracker: it would wait for itself.
+enum class MEM_THREAD_PLACE : unsigned char { OUTSIDE, MOUSE, CAT };
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local MEM_THREAD_PLACE mem_thread_place;
 
 inline bool mem_thread_is_untracked() {
   return mem_tbb_tracker_thread_local_block_recurse || mem_block_me_bool;
 }
 
-/// This thread is inside the tracker, for a scope. Only where it was not before.
+/// This thread is inside the tracker, for a scope; the former state comes back. Nests.
 class MEM_INSIDE_TRACKER {
  public:
-  MEM_INSIDE_TRACKER() { mem_tbb_tracker_thread_local_block_recurse = true; }
+  MEM_INSIDE_TRACKER()
+      : m_was_inside(std::exchange(mem_tbb_tracker_thread_local_block_recurse, true)) {}
   MEM_INSIDE_TRACKER(const MEM_INSIDE_TRACKER&) = delete;
   MEM_INSIDE_TRACKER& operator=(const MEM_INSIDE_TRACKER&) = delete;
-  ~MEM_INSIDE_TRACKER() { mem_tbb_tracker_thread_local_block_recurse = false; }
+  ~MEM_INSIDE_TRACKER() { mem_tbb_tracker_thread_local_block_recurse = m_was_inside; }
+
+ private:
+  bool m_was_inside;
 };
 
 /// This thread's tracking is blocked, for a scope; the former state comes back. Nests.

@@ -32,3 +32,11 @@ void mem_reset_totals() {
         &mem_profiler_stats.requested_outstanding, &mem_profiler_stats.allocated_outstanding})
     *counter = 0;
 }
+
+constinit const MEM_PART mem_totals_part(MEM_CREATE{mem_nothing},  // zero since load
+                                         MEM_RESET{[] {
+                                           mem_current_bytes = 0;
+                                           ++mem_reset_count;
+                                         }},
+                                         MEM_FREE{mem_nothing},      // plain counters
+                                         MEM_ABANDON{mem_nothing});  // the parent's, as they were

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mem/base/part.h"
 #include "mem/state/hot_line.h"
 
 /// Accounted events, allocations and releases.
@@ -20,8 +21,8 @@ extern std::atomic<std::uint64_t> mem_estimated_timeline_idx;
 /// mem_estimated_timeline_idx at the last recorded peak.
 extern std::atomic<std::uint64_t> mem_estimated_timeline_idx_at_peak;
 
-/// How often the records have been reset. What was allocated before the last time is in none of the
-/// figures that a reset forgets.
+/// How often the records have been reset; changes inside the cat section. What was allocated before
+/// the last time is in none of the figures that a reset forgets.
 extern std::atomic<std::uint32_t> mem_reset_count;
 
 /// Events that could not be accounted because the tracker itself ran out of memory.
@@ -47,3 +48,6 @@ extern MEM_PROFILER_STATS mem_profiler_stats;
 
 /// Zeroes mem_current_bytes, mem_estimated_timeline_idx and mem_profiler_stats.
 void mem_reset_totals();
+
+/// Their life: a reset forgets the total and counts itself.
+extern const MEM_PART mem_totals_part;

@@ -1,16 +1,18 @@
-// Where the tracker stands in its life, and the tag that names its reports.
+// Where the tracker stands in its life.
 #pragma once
 
-#include <string>
+#include <atomic>
+
+#include "mem/base/gate.h"
 
 /// Set once initialisation has run; never cleared.
-extern bool mem_tbb_tracker_inited;
+extern std::atomic<bool> mem_tbb_tracker_inited;
 
-/// Set by the shutdown, inside the cat section: whoever enters the cat-and-mouse lock after that
-/// finds it set and leaves the records alone, so that cleanup may free them.
-extern bool mem_tbb_tracking_ended;
+/// Set by the shutdown, inside the cat section: an event that enters the cat-and-mouse lock after
+/// that finds it set and leaves the records alone.
+extern std::atomic<bool> mem_tbb_tracking_ended;
 
-/// The executable tag; null before initialisation and after cleanup.
-extern std::string* mem_tbb_exe_string;
+/// Initialisation runs inside, and every end: the first comer does the work, others wait for it.
+extern MEM_GATE mem_tracker_gate;
 
 inline bool mem_tbb_tracker_is_inited() { return mem_tbb_tracker_inited; }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "mem/base/bookkeeping.h"
-#include "mem/base/static_spin_mutex.h"
+#include "mem/base/spin_lock.h"
 #include "mem/base/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
 #include "mem/symbolizer/module_info.h"

@@ -1,8 +1,11 @@
 #include "mem/timeline/auxiliary_timeline.h"
 
+#include <mutex>
+
 #include "mem/base/static_storage.h"
 #include "mem/info/proc_files.h"
 #include "mem/state/totals.h"
+#include "mem/state/tracker_visit.h"
 
 constinit mem_auxiliary_timeline_file_t* mem_auxiliary_timeline_file = nullptr;
 
@@ -42,23 +45,27 @@ void read_profiler(MEM_AUXILIARY_SAMPLE& sample) {
 
 }  // namespace
 
-void mem_create_auxiliary_timeline() { mem_auxiliary_timeline_file = storage.construct(); }
-
 void mem_auxiliary_timeline_file_t::capture() {
   MEM_AUXILIARY_SAMPLE sample;
   read_sizes(sample);
   read_faults(sample);
   read_profiler(sample);
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  const MEM_TRACKER_VISIT visit;
+  if (visit && mem_auxiliary_timeline_file != nullptr) mem_auxiliary_timeline_file->append(sample);
+}
+
+void mem_auxiliary_timeline_file_t::append(const MEM_AUXILIARY_SAMPLE& sample) {
+  const std::lock_guard lock(m_mutex);
   m_samples.push_back(sample);
 }
 
-void mem_auxiliary_timeline_file_t::clear() {
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
-  m_samples = {};
-}
-
 mem_auxiliary_timeline_file_t::SAMPLES mem_auxiliary_timeline_file_t::samples() {
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  const std::lock_guard lock(m_mutex);
   return m_samples;
 }
+
+constinit const MEM_PART mem_auxiliary_timeline_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_auxiliary_timeline_file = storage.construct(); }},
+    MEM_RESET{mem_nothing},  // a timeline spans resets
+    MEM_FREE{[] { mem_destroy(mem_auxiliary_timeline_file); }},
+    MEM_ABANDON{[] { mem_abandon(mem_auxiliary_timeline_file); }});

@@ -1,12 +1,12 @@
 // The process's own figures, and what profiling itself costs, at every sample.
 #pragma once
 
-#include <oneapi/tbb/spin_mutex.h>
-
 #include <cstdint>
 #include <vector>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 
 /// A field whose file could not be read has all bits set.
 struct MEM_AUXILIARY_SAMPLE {
@@ -29,19 +29,19 @@ class mem_auxiliary_timeline_file_t {
   using SAMPLES =
       std::vector<MEM_AUXILIARY_SAMPLE, MEM_BOOKKEEPING_ALLOCATOR<MEM_AUXILIARY_SAMPLE>>;
 
-  /// Reads the figures and appends a sample.
-  void capture();
-  /// Forgets every sample.
-  void clear();
-  /// A copy of what has been sampled so far.
+  /// Reads the figures, then appends a sample inside the tracker's lock: the files are read
+  /// outside. Nothing once the timeline is gone, or on a thread that is inside already.
+  static void capture();
+  /// A copy of what has been sampled so far. Inside the tracker's lock.
   SAMPLES samples();
 
  private:
-  tbb::spin_mutex m_mutex;
+  void append(const MEM_AUXILIARY_SAMPLE& sample);
+
+  MEM_SPIN_LOCK<MEM_LOCK_ORDER::AUXILIARY> m_mutex;
   SAMPLES m_samples;
 };
 
-/// Null before initialisation; from then to the end of the process. Cleanup empties it.
+/// From initialisation to cleanup.
 extern mem_auxiliary_timeline_file_t* mem_auxiliary_timeline_file;
-
-void mem_create_auxiliary_timeline();
+extern const MEM_PART mem_auxiliary_timeline_part;

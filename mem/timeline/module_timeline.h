@@ -1,13 +1,18 @@
 // How much each module held at every sample, and how many blocks it had allocated by then.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string_view>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/part.h"
+#include "mem/base/spin_lock.h"
 #include "mem/timeline/repetitive_vector.h"
+#include "mem/timeline/timeline_labels.h"
 
 /// Orders names without regard to the case of ASCII letters.
 struct MEM_IGNORING_CASE {
@@ -26,35 +31,52 @@ class MEM_MODULE_TIMELINE {
       std::map<MEM_BOOKKEEPING_STRING, SERIES, MEM_IGNORING_CASE,
                MEM_BOOKKEEPING_ALLOCATOR<std::pair<const MEM_BOOKKEEPING_STRING, SERIES>>>;
 
-  /// Takes one sample of every module record: each series gets exactly one value. Modules whose
-  /// names differ only in case are one series; a series without a record now gets 0. Locks the
-  /// timeline's mutex, then the module map's lock.
-  void capture();
-  /// Forgets every series and sample.
-  void clear();
+  using LABELS = MEM_TIMELINE_LABELS::LABELS;
 
-  /// Guards everything below; held by a dump.
-  std::mutex& mutex() { return m_mutex; }
-  std::uint64_t sample_count() const { return m_sample_count; }
-  const SERIES_MAP& bytes() const { return m_bytes; }
-  const SERIES_MAP& cumulative_blocks() const { return m_cumulative_blocks; }
+  /// What a dump prints: the samples of one moment.
+  struct TABLE {
+    SERIES_MAP series;
+    LABELS labels;  // one for every sample
+  };
+
+  /// Takes one sample of every module record, and of the label in force: each series gets exactly
+  /// one value. Modules whose names differ only in case are one series; a series without a record
+  /// now gets 0. Inside the tracker's lock; locks the timeline's mutex, then the module map's lock.
+  void capture();
+
+  /// A copy of the selected series and its labels. Inside the tracker's lock.
+  TABLE table();
+  /// The largest number of bytes that any sample of the module holds; none for one without samples.
+  std::optional<std::int64_t> largest_bytes(std::string_view module);
+  std::uint64_t sample_count() const { return m_labels.size(); }
+
+  enum class SELECTION { BYTES, CUMULATIVE_BLOCKS };
   /// The series that the next dump prints: the bytes, unless selected otherwise.
-  const SERIES_MAP& selected() const { return *m_selected; }
-  void select(const SERIES_MAP& series) { m_selected = &series; }
+  void select(SELECTION selection) { m_selection = selection; }
 
  private:
   void start_sample(SERIES_MAP& series);
   SERIES& series_of(SERIES_MAP& series, const MEM_BOOKKEEPING_STRING& module) const;
   void finish_sample(SERIES_MAP& series);
 
+  MEM_ORDERED<MEM_LOCK_ORDER::MODULE_TIMELINE, std::mutex> m_mutex;
   SERIES_MAP m_bytes;
   SERIES_MAP m_cumulative_blocks;
-  std::uint64_t m_sample_count = 0;
-  std::mutex m_mutex;
-  const SERIES_MAP* m_selected = &m_bytes;
+  LABELS m_labels;
+  std::atomic<SELECTION> m_selection = SELECTION::BYTES;
 };
 
-/// Null before initialisation; from then to the end of the process. Cleanup empties it.
+/// From initialisation to cleanup.
 extern MEM_MODULE_TIMELINE* mem_module_timeline;
+extern const MEM_PART mem_module_timeline_part;
 
-void mem_create_module_timeline();
+/// Another series is selected for a scope, then the bytes again.
+class MEM_SERIES_SELECTED {
+ public:
+  explicit MEM_SERIES_SELECTED(MEM_MODULE_TIMELINE::SELECTION selection) {
+    mem_module_timeline->select(selection);
+  }
+  MEM_SERIES_SELECTED(const MEM_SERIES_SELECTED&) = delete;
+  MEM_SERIES_SELECTED& operator=(const MEM_SERIES_SELECTED&) = delete;
+  ~MEM_SERIES_SELECTED() { mem_module_timeline->select(MEM_MODULE_TIMELINE::SELECTION::BYTES); }
+};

@@ -1,37 +1,50 @@
 #include "mem/timeline/timeline_labels.h"
 
+#include <mutex>
+
 #include "include/tuk_mem.h"
 #include "mem/base/static_storage.h"
-#include "mem/state/thread_flags.h"
+#include "mem/state/tracker_visit.h"
 
 constinit MEM_TIMELINE_LABELS* mem_timeline_labels = nullptr;
 
 namespace {
+
 constinit MEM_STATIC_STORAGE<MEM_TIMELINE_LABELS> storage;
+
+// False when there is no timeline to label.
+bool set_label(const std::string& label) {
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_timeline_labels == nullptr) return false;
+  mem_timeline_labels->set_current(label);
+  return true;
 }
 
-void mem_create_timeline_labels() { mem_timeline_labels = storage.construct(); }
+}  // namespace
 
 void MEM_TIMELINE_LABELS::set_current(std::string_view label) {
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
+  const std::lock_guard lock(m_mutex);
   m_current = label;
 }
 
-void MEM_TIMELINE_LABELS::capture() {
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
-  m_labels.append(m_current);
+MEM_BOOKKEEPING_STRING MEM_TIMELINE_LABELS::current() {
+  const std::lock_guard lock(m_mutex);
+  return m_current;
 }
 
-void MEM_TIMELINE_LABELS::clear() {
-  const tbb::spin_mutex::scoped_lock lock(m_mutex);
-  m_labels = {};
-  m_current.clear();
+void MEM_TIMELINE_LABELS::capture() {
+  const std::lock_guard lock(m_mutex);
+  m_labels.append(m_current);
 }
 
 void mem_set_timeline_label(const std::string& label) {
   const MEM_THREAD_TRACKING_BLOCKED blocked;
-  if (mem_timeline_labels != nullptr)
-    mem_timeline_labels->set_current(label);
-  else
-    mem_msg_vdebug("timeline label \"%s\" is dropped: tracking is not initialised", label.c_str());
+  if (!set_label(label))
+    mem_msg_vdebug("timeline label \"%s\" is dropped: nothing is being recorded", label.c_str());
 }
+
+constinit const MEM_PART mem_timeline_labels_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_timeline_labels = storage.construct(); }},
+    MEM_RESET{mem_nothing},  // a timeline spans resets
+    MEM_FREE{[] { mem_destroy(mem_timeline_labels); }},
+    MEM_ABANDON{[] { mem_abandon(mem_timeline_labels); }});

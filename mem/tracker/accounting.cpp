@@ -1,7 +1,9 @@
 #include "mem/tracker/accounting.h"
 
 #include <mutex>
+#include <optional>
 
+#include "mem/base/host_thread.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
@@ -36,15 +38,16 @@ constexpr std::uint64_t reported_indexes = 8;
 bool count_event() { return mem_module_snapshot_delay.divides(mem_snapshot_count.fetch_add(1)); }
 
 [[gnu::cold, gnu::noinline]] void advance_timeline_index(std::int64_t total) {
+  const MEM_CANCELLATION_HELD not_cancelled;
   const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
   if (index % reported_indexes == 0)
     mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
                       static_cast<unsigned long long>(index), static_cast<long long>(total));
 }
 
-void change_total(std::int64_t change, bool sample) {
-  const std::int64_t total = mem_current_bytes.fetch_add(change) + change;
-  if (sample) advance_timeline_index(total);
+// Inside the tracker's lock: a reset forgets the total in the same moment as what it is the sum of.
+std::int64_t change_total(std::int64_t change) {
+  return mem_current_bytes.fetch_add(change) + change;
 }
 
 void charge_module(MEM_ADDRESS_TRACKER& site, std::size_t requested, std::size_t allocated) {
@@ -66,15 +69,16 @@ void charge_bins(void const* ptr, std::int64_t bytes) {
   mem_pbin_tag_tracker->allocate(bytes, bins.tag);
 }
 
+bool is_of_this_reset(const std::optional<MEM_BLOCK_BINS>& bins) {
+  return bins && bins->reset_count == mem_reset_count;
+}
+
 // A block that was never charged to a bin is skipped. Of one from before a reset, the tag's charge
-// is forgotten, while the bin still has it. Whether the block is younger than the last reset.
-bool credit_bins(void const* ptr, std::int64_t bytes) {
-  const std::optional<MEM_BLOCK_BINS> bins = mem_take_block_bins(ptr);
-  if (!bins) return mem_reset_count == 0;
+// is forgotten, while the bin still has it.
+void credit_bins(const std::optional<MEM_BLOCK_BINS>& bins, std::int64_t bytes) {
+  if (!bins) return;
   mem_pbin_tracker->release(bytes, bins->bin);
-  const bool after_reset = bins->reset_count == mem_reset_count;
-  if (after_reset) mem_pbin_tag_tracker->release(bytes, bins->tag);
-  return after_reset;
+  if (is_of_this_reset(bins)) mem_pbin_tag_tracker->release(bytes, bins->tag);
 }
 
 void mark_bins_as_peak() {
@@ -102,49 +106,124 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
   return site;
 }
 
-}  // namespace
+void charge_levels(void const* ptr, MEM_ADDRESS_TRACKER& site, std::size_t requested,
+                   std::size_t allocated, std::uint32_t granularity, bool sample) {
+  mem_remember_block(ptr, site, (granularity & MEM_TRACK_PER_FILELINE) != 0);
+  if ((granularity & MEM_TRACK_PER_LIBRARY) == 0) return;
+  charge_module(site, requested, allocated);
+  if (sample) mem_module_timeline->capture();
+}
 
-// The captures stand in this function itself, and nothing here may become a tail call or be
-// inlined into the hook: see the ignore depth.
-[[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
-                                       std::size_t allocated) {
-  const std::uint32_t granularity = mem_tracking_granularity;
-  const bool sample = count_event();
-  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
-    void const* frames[mem_deep_trace_depth];
-    int skip = MEM_STACK_TRACE_IGNORE_DEPTH;
-    int count = mem_tbb_unwinder->capture(frames, mem_trace_stages[0], skip, 0);
-    const MEM_INSIDE_AS_MOUSE mouse;
-    if (mem_tbb_tracking_ended) return;
-    std::unique_lock trace(mem_trace_lock);
-    MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
-    for (int stage = 1; stage < mem_trace_stage_count; ++stage) {
-      const bool full = count == mem_trace_stages[stage - 1];
-      if (!full || site == nullptr || !mem_is_catch_all(*site)) [[likely]]
-        break;
-      trace.unlock();
-      skip += count;
-      count = mem_tbb_unwinder->capture(frames, mem_trace_stages[stage], skip, 0);
-      trace.lock();
-      site = mem_filter_stack_trace(frames, count, trace);
-    }
-    if (site == nullptr) return;
-    if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);
-    trace.unlock();
-    mem_remember_block(ptr, *site, (granularity & MEM_TRACK_PER_FILELINE) != 0);
-    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
-      charge_module(*site, requested, allocated);
-      if (sample) mem_module_timeline->capture();
-    }
-  }
+// Null when the frames are not enough: all of them were looked through, and there may be more; or
+// when tracking has ended.
+MEM_ADDRESS_TRACKER* charge_site(void const** frames, int count, bool is_last,
+                                 std::size_t requested, std::size_t allocated,
+                                 std::uint32_t granularity) {
+  std::unique_lock trace(mem_trace_lock);
+  MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
+  if (site == nullptr || (!is_last && mem_is_catch_all(*site))) return nullptr;
+  if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);
+  return site;
+}
+
+// The process total after an event; none when nothing was accounted.
+using TOTAL = std::optional<std::int64_t>;
+
+// Charges a block to the site that the frames lead to, and with it to all that is charged inside
+// the tracker's lock. None when the frames are not enough, or tracking has ended.
+TOTAL charge_in_lock(void const* ptr, void const** frames, int count, bool is_last,
+                     std::size_t requested, std::size_t allocated, std::uint32_t granularity,
+                     bool sample) {
   const auto bytes = static_cast<std::int64_t>(allocated);
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return std::nullopt;
+  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+    MEM_ADDRESS_TRACKER* site =
+        charge_site(frames, count, is_last, requested, allocated, granularity);
+    if (site == nullptr) return std::nullopt;
+    charge_levels(ptr, *site, requested, allocated, granularity, sample);
+  }
   if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
     charge_bins(ptr, bytes);
     if (sample) mem_pbin_tag_snapshots->capture();
   }
-  if (sample) mem_capture_companions(granularity);
-  if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.add_block(bytes);
-  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(bytes, sample);
+  return change_total((granularity & MEM_MASK_TOTAL) != 0 ? bytes : 0);
+}
+
+// What a release finds of its block. Where records were reset, a block that is in the total is
+// known by either record: the kinds in force may have changed since it was charged.
+struct KNOWN_BLOCK {
+  MEM_BLOCK_ORIGIN origin{};
+  std::optional<MEM_BLOCK_BINS> bins{};
+  bool in_total = true;
+
+  KNOWN_BLOCK(void const* ptr, std::uint32_t granularity) {
+    const bool was_reset = mem_reset_count != 0;
+    if ((granularity & MEM_MASK_FIND_SITE) != 0 || was_reset) origin = mem_take_block(ptr);
+    if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0 || was_reset)
+      bins = mem_take_block_bins(ptr);
+    in_total = !was_reset || origin.site != nullptr || is_of_this_reset(bins);
+  }
+};
+
+// Credits a block everywhere inside the tracker's lock.
+TOTAL credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granularity, bool peak,
+                     bool sample) {
+  const auto bytes = static_cast<std::int64_t>(allocated);
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return std::nullopt;
+  const KNOWN_BLOCK block(ptr, granularity);
+  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+    MEM_ADDRESS_TRACKER& site = credit_site(block.origin, granularity, allocated);
+    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
+      credit_module(site, allocated);
+      if (sample) mem_module_timeline->capture();
+    }
+  }
+  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
+    if (peak) mark_bins_as_peak();
+    if (sample) mem_pbin_tag_snapshots->capture();
+    credit_bins(block.bins, bytes);
+  }
+  const bool in_total = (granularity & MEM_MASK_TOTAL) != 0 && block.in_total;
+  return change_total(in_total ? -bytes : 0);
+}
+
+void finish_event(std::uint32_t granularity, bool sample, const TOTAL& total) {
+  if (!sample) [[likely]]
+    return;
+  mem_capture_companions(granularity);
+  if (total && (granularity & MEM_MASK_TOTAL) != 0) advance_timeline_index(*total);
+}
+
+}  // namespace
+
+// The captures stand in this function itself, and nothing here may become a tail call or be
+// inlined into the hook: see the ignore depth. A stack is walked outside the tracker's lock: the
+// walk may wait for the loader, whose thread may wait for the tracker.
+[[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
+                                       std::size_t allocated) {
+  const std::uint32_t granularity = mem_tracking_granularity;
+  const bool sample = count_event();
+  TOTAL total;
+  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+    void const* frames[mem_deep_trace_depth];
+    int skip = MEM_STACK_TRACE_IGNORE_DEPTH;
+    bool is_last = false;
+    for (int stage = 0; !total && !is_last; ++stage) {
+      const int wanted = mem_trace_stages[stage];
+      const int count = mem_tbb_unwinder->capture(frames, wanted, skip, 0);
+      is_last = count < wanted || stage + 1 == mem_trace_stage_count;
+      total =
+          charge_in_lock(ptr, frames, count, is_last, requested, allocated, granularity, sample);
+      skip += count;
+    }
+  } else if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
+    total = charge_in_lock(ptr, nullptr, 0, true, requested, allocated, granularity, sample);
+  }
+  if ((granularity & MEM_MASK_STATISTICS) != 0)
+    mem_pbin_stats.add_block(static_cast<std::int64_t>(allocated));
+  finish_event(granularity, sample, total);
 }
 
 [[gnu::noinline]] void mem_track_dealloc(void const* ptr, std::size_t allocated) {
@@ -152,27 +231,10 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
   // Every timeline holds the moment of every peak.
   const bool peak = (granularity & MEM_MASK_TOTAL) != 0 && mem_check_peak();
   const bool sample = count_event() || peak;
-  // Only what was allocated since the last reset is in the total.
-  bool in_total = true;
-  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
-    const MEM_INSIDE_AS_MOUSE mouse;
-    if (mem_tbb_tracking_ended) return;
-    const MEM_BLOCK_ORIGIN origin = mem_take_block(ptr);
-    in_total = origin.site != nullptr || mem_reset_count == 0;
-    MEM_ADDRESS_TRACKER& site = credit_site(origin, granularity, allocated);
-    if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
-      credit_module(site, allocated);
-      if (sample) mem_module_timeline->capture();
-    }
-  }
-  const auto bytes = static_cast<std::int64_t>(allocated);
-  if ((granularity & MEM_MASK_STATISTICS) != 0) mem_pbin_stats.remove_block(bytes);
-  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
-    if (peak) mark_bins_as_peak();
-    if (sample) mem_pbin_tag_snapshots->capture();
-    const bool after_reset = credit_bins(ptr, bytes);
-    if ((granularity & MEM_MASK_FIND_SITE) == 0) in_total = after_reset;
-  }
-  if (sample) mem_capture_companions(granularity);
-  if ((granularity & MEM_MASK_TOTAL) != 0) change_total(in_total ? -bytes : 0, sample);
+  TOTAL total;
+  if ((granularity & MEM_MASK_REMEMBER) != 0)
+    total = credit_in_lock(ptr, allocated, granularity, peak, sample);
+  if ((granularity & MEM_MASK_STATISTICS) != 0)
+    mem_pbin_stats.remove_block(static_cast<std::int64_t>(allocated));
+  finish_event(granularity, sample, total);
 }

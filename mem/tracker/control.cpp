@@ -2,11 +2,13 @@
 #include "include/tuk_mem.h"
 #include "mem/records/block_bins.h"
 #include "mem/state/granularity.h"
+#include "mem/state/thread_flags.h"
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/hooks.h"
 
 void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
-  const tbb::spin_mutex::scoped_lock lock(mem_granularity_lock);
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  const MEM_GRANULARITY_CHANGE change;
   if (mem_tbb_tracking_ended) return;
   if ((bits & MEM_TRACK_PER_BIN_DETAILED) != MEM_TRACK_NONE) mem_create_block_bins();
   const std::uint32_t old = mem_tracking_granularity.fetch_or(bits);
@@ -14,9 +16,10 @@ void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
 }
 
 void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits) {
-  const tbb::spin_mutex::scoped_lock lock(mem_granularity_lock);
-  const std::uint32_t old = mem_tracking_granularity.fetch_and(~bits);
-  if (old != MEM_TRACK_NONE && (old & ~bits) == MEM_TRACK_NONE) mem_remove_tracker_hooks();
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  const MEM_GRANULARITY_CHANGE change;
+  if (mem_tbb_tracking_ended) return;
+  mem_switch_tracking_off(bits);
 }
 
 void mem_set_tbb_track_alloc_dealloc(bool on) {

@@ -1,7 +1,7 @@
 // A child made by fork without exec.
 #pragma once
 
-/// Registers the fork handlers, once per process. The child has tracking off for good and writes no
+/// Registers the fork handler, once per process. The child has tracking off for good and writes no
 /// report: its threads are gone, and whatever they were changing is left alone. The parent goes on
 /// untouched.
 void mem_register_fork_handlers();

@@ -1,19 +1,35 @@
 #include "mem/tracker/hooks.h"
 
+#include <utility>
+
 #include "mem/allocator/allocator_functions.h"
+#include "mem/base/host_thread.h"
+#include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 #include "mem/tracker/accounting.h"
 
-// The guard's destructor runs after the call, so that mem_track_alloc is never a tail call: the
+namespace {
+
+constinit bool hooks_are_installed = false;
+
+// In a forked child the hooks stay installed.
+bool nothing_is_tracked() {
+  return mem_tracking_granularity.load(std::memory_order_relaxed) == MEM_TRACK_NONE;
+}
+
+}  // namespace
+
+// The guards' destructors run after the call, so that mem_track_alloc is never a tail call: the
 // hook has to be a frame of its own.
 void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested) {
-  if (!mem_allocator_owns(ptr)) return;
+  if (nothing_is_tracked() || !mem_allocator_owns(ptr)) return;
   const std::size_t allocated = mem_allocated_size(ptr);
   if (mem_thread_is_untracked()) {
     mem_profiler_stats.count_alloc(requested, allocated);
     return;
   }
+  const MEM_ERRNO_KEPT host_errno;
   const MEM_INSIDE_TRACKER inside;
   try {
     mem_track_alloc(ptr, requested, allocated);
@@ -23,7 +39,8 @@ void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested) {
 }
 
 void mem_tcmalloc_tracker_delete_hook(void const* ptr) {
-  if (mem_allocator_owns(ptr)) mem_account_release(ptr, mem_allocated_size(ptr));
+  if (nothing_is_tracked() || !mem_allocator_owns(ptr)) return;
+  mem_account_release(ptr, mem_allocated_size(ptr));
 }
 
 void mem_account_release(void const* ptr, std::size_t allocated) {
@@ -31,6 +48,7 @@ void mem_account_release(void const* ptr, std::size_t allocated) {
     mem_profiler_stats.count_dealloc(allocated, allocated);
     return;
   }
+  const MEM_ERRNO_KEPT host_errno;
   const MEM_INSIDE_TRACKER inside;
   try {
     mem_track_dealloc(ptr, allocated);
@@ -40,11 +58,18 @@ void mem_account_release(void const* ptr, std::size_t allocated) {
 }
 
 void mem_install_tracker_hooks() {
+  if (std::exchange(hooks_are_installed, true)) return;
   ptrfunc_AddNewHook(mem_tcmalloc_tracker_new_hook);
   ptrfunc_AddDeleteHook(mem_tcmalloc_tracker_delete_hook);
 }
 
 void mem_remove_tracker_hooks() {
+  if (!std::exchange(hooks_are_installed, false)) return;
   ptrfunc_RemoveNewHook(mem_tcmalloc_tracker_new_hook);
   ptrfunc_RemoveDeleteHook(mem_tcmalloc_tracker_delete_hook);
+}
+
+void mem_switch_tracking_off(MEM_TRACKING_GRANULARITY bits) {
+  const std::uint32_t old = mem_tracking_granularity.fetch_and(~bits);
+  if (old != MEM_TRACK_NONE && (old & ~bits) == MEM_TRACK_NONE) mem_remove_tracker_hooks();
 }

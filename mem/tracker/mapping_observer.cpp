@@ -1,6 +1,8 @@
 #include "mem/tracker/mapping_observer.h"
 
 #include "include/tuk_mem.h"
+#include "mem/allocator/allocator_functions.h"
+#include "mem/base/host_thread.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
@@ -10,15 +12,20 @@
 
 namespace {
 
-// A notification can be the first thing that starts the tracker.
+// A notification can be the first thing that starts the tracker, also before the library's own
+// start-up, which finds the allocator otherwise.
 bool is_tracking() {
-  if (!mem_tbb_tracker_inited) mem_initialize_tbb_tracking_from_env();
+  if (!mem_tbb_tracker_inited) {
+    init_tcmalloc_functions();
+    mem_initialize_tbb_tracking_from_env();
+  }
   return mem_tracking_granularity != MEM_TRACK_NONE;
 }
 
 // These two stand where the allocator's frames stand in a block's stack, so that the site is the
 // caller of the notification. See the ignore depth.
 [[gnu::noinline]] void account_added(void const* address, unsigned long size) {
+  const MEM_ERRNO_KEPT host_errno;
   const MEM_INSIDE_TRACKER inside;
   try {
     mem_track_alloc(address, size, size);

@@ -7,17 +7,16 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/host_thread.h"
 #include "mem/base/static_storage.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
-#include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
-#include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
-#include "mem/state/tracker_state.h"
+#include "mem/state/tracker_visit.h"
 
 namespace {
 
@@ -39,6 +38,7 @@ using FLUSHED_PEAK_DATA =
 // Guarded by mem_trace_lock; empty until the first flush. Constructed then.
 constinit MEM_STATIC_STORAGE<FLUSHED_PEAK_DATA> flushed_peak_storage;
 constinit FLUSHED_PEAK_DATA* mem_flushed_peak_data = nullptr;
+constinit std::uint64_t timeline_idx_at_flushed_peak = 0;
 
 std::int64_t step_size() { return static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold); }
 
@@ -50,8 +50,8 @@ void await_next_peak(std::int64_t peak, std::int64_t doubled) {
   next_peak_memory = std::min(doubled, (peak / step + 1) * step);
 }
 
-// A total that is itself a multiple of the step is announced as the next peak, deliberately, though
-// that needs another step.
+// A total that is itself a multiple of the step is announced as the next peak, though that needs
+// another step: readers of the message know it so.
 std::int64_t announced_next_peak(std::int64_t total) {
   const std::int64_t rounding = total + step_size() - 1;
   return std::min(2 * total, rounding - rounding % step_size());
@@ -69,6 +69,7 @@ void keep_current_as_peak() {
 }
 
 [[gnu::cold, gnu::noinline]] void record_peak(std::int64_t total) {
+  const MEM_CANCELLATION_HELD not_cancelled;
   await_next_peak(total, 2 * total);
   mem_tracker_debug(
       "Memory tracking: recording peak bytes at %lld bytes (timeline index %llu), next peak at >= "
@@ -80,13 +81,12 @@ void keep_current_as_peak() {
 }
 
 void flush_site_peaks() {
-  const MEM_INSIDE_AS_MOUSE mouse;
-  if (mem_tbb_tracking_ended) return;
   const std::lock_guard trace(mem_trace_lock);
   if (mem_flushed_peak_data == nullptr) {
     mem_flushed_peak_data = flushed_peak_storage.construct();
     mem_flushed_peak_data->max_load_factor(1.0F);
   }
+  timeline_idx_at_flushed_peak = mem_estimated_timeline_idx_at_peak;
   mem_flushed_peak_data->clear();
   mem_flushed_peak_data->reserve(mem_address_tracker_map->size());
   for (const auto& [address, site] : *mem_address_tracker_map)
@@ -99,10 +99,17 @@ void flush_recorded_peak() {
   const std::int64_t peak = thresholded_peak_memory;
   if (peak <= flushed_peak_memory) return;
   flushed_peak_memory = peak;
-  const MEM_THREAD_TRACKING_BLOCKED blocked;
   mem_pbin_tracker->flush_peak();
   mem_pbin_tag_tracker->flush_peak();
   flush_site_peaks();
+}
+
+// False where nothing can be flushed: at the end, or inside the tracker.
+bool flush_if_admitted() {
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_tbb_tracking_ended) return false;
+  flush_recorded_peak();
+  return true;
 }
 
 // With fast leak checking alone no peak is recorded: the statistics know the highest total.
@@ -116,6 +123,7 @@ void flush_global_peak() {
 
 void restore_site_peaks() {
   const std::lock_guard trace(mem_trace_lock);
+  mem_estimated_timeline_idx_at_peak = timeline_idx_at_flushed_peak;
   for (auto& [address, site] : *mem_address_tracker_map) {
     const auto flushed = mem_flushed_peak_data->find(address);
     const bool known = flushed != mem_flushed_peak_data->end();
@@ -137,8 +145,8 @@ bool mem_check_peak() {
 }
 
 void mem_tbb_tracking_flush_peak() {
-  if (mem_tbb_tracking_ended) return;
-  flush_recorded_peak();
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  if (mem_tbb_tracker_inited && !flush_if_admitted()) return;
   const std::uint32_t granularity = mem_tracking_granularity;
   if ((granularity & MEM_MASK_TOTAL) != 0)
     mem_tracker_debug("Memory tracking: memory threshold peak was reset from %lld",
@@ -157,3 +165,10 @@ void mem_restore_flushed_peak() {
   mem_pbin_tag_tracker->restore_peak();
   restore_site_peaks();
 }
+
+constinit const MEM_PART mem_peaks_part(MEM_CREATE{[](MEM_TRACKING_GRANULARITY) {
+                                          mem_rearm_peak_detection();
+                                        }},
+                                        MEM_RESET{mem_rearm_peak_detection},
+                                        MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
+                                        MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }});

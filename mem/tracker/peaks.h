@@ -3,17 +3,23 @@
 
 #include <cstdint>
 
+#include "mem/base/part.h"
+
 /// The highest peak handed on by a flush; bytes.
 std::int64_t mem_flushed_peak_memory();
 
 /// Looks at the total before a release is subtracted from it. At a new peak copies every site's
-/// current figures into its peak figures, as the cat: call while no mouse. Whether a peak was
-/// recorded.
+/// current figures into its peak figures, as the cat: call outside the tracker's lock. Whether a
+/// peak was recorded.
 bool mem_check_peak();
 
 /// Forgets the last recorded peak, so that the next phase records its own from the start.
 void mem_rearm_peak_detection();
 
-/// Brings back the peak figures of every site, bin and tag as the last flush found them, unless a
-/// higher peak has been recorded since. Inside the cat section.
+/// The detector, rearmed by a reset, and what the last flush kept, which a reset leaves.
+extern const MEM_PART mem_peaks_part;
+
+/// Brings back the peak figures of every site, bin and tag, and the peak's place in the timelines,
+/// as the last flush found them, unless a higher peak has been recorded since. Inside the cat
+/// section.
 void mem_restore_flushed_peak();

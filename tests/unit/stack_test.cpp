@@ -57,7 +57,7 @@ using FRAMES = SCRIPTED_SYMBOLIZER::FRAMES;
 // The function of the site that is chosen.
 std::string site_of(std::vector<void const*> stack) {
   const MEM_INSIDE_AS_MOUSE mouse;
-  std::unique_lock<tbb::spin_mutex> lock(mem_trace_lock);
+  std::unique_lock lock(mem_trace_lock);
   const MEM_ADDRESS_INFO& info =
       mem_filter_stack_trace(stack.data(), static_cast<int>(stack.size()), lock)->address_info;
   return info.address == nullptr ? "catch-all" : info.function_name_buffer;

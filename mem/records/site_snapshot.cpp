@@ -1,0 +1,34 @@
+#include "mem/records/site_snapshot.h"
+
+#include <algorithm>
+#include <mutex>
+#include <tuple>
+
+#include "mem/state/totals.h"
+#include "mem/state/tracker_visit.h"
+
+// Counted first, so that the rows take no more room than they need.
+MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT(IS_WANTED is_wanted) {
+  const MEM_TRACKER_VISIT visit;
+  m_is_refused = mem_tbb_tracker_inited && !visit;
+  if (!visit || mem_address_tracker_map == nullptr) return;
+  const std::lock_guard trace(mem_trace_lock);
+  m_texts.emplace();
+  m_index_at_peak = mem_estimated_timeline_idx_at_peak;
+  std::size_t wanted = 0;
+  for (const auto& [address, site] : *mem_address_tracker_map)
+    wanted += is_wanted(address, site) ? 1 : 0;
+  m_rows.reserve(wanted);
+  for (const auto& [address, site] : *mem_address_tracker_map)
+    if (is_wanted(address, site)) m_rows.push_back({address, site, &site.address_info});
+}
+
+void MEM_SITE_SNAPSHOT::sort_by_peak() {
+  const auto key = [](const MEM_SITE_ROW& row) {
+    const MEMORY_TRACKER_BASE& figures = row.counters;
+    return std::make_tuple(-figures.peak_bytes, -figures.current_bytes,
+                           -static_cast<std::int64_t>(figures.cumulative_bytes), row.address);
+  };
+  std::sort(m_rows.begin(), m_rows.end(),
+            [&](const MEM_SITE_ROW& a, const MEM_SITE_ROW& b) { return key(a) < key(b); });
+}
