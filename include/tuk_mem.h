@@ -321,6 +321,10 @@ constexpr MEM_TRACKING_GRANULARITY operator~(MEM_TRACKING_GRANULARITY a) noexcep
 
 /// What the environment and the settings ask for. Also notes which reports were asked for.
 TUK_MEM_API MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env();
+/// Whether the process's allocator has the hook interface and answers for malloc: without it no heap
+/// block is seen, whatever is tracked, and reports of them hold zeros. For gates that must not take
+/// such a report for a clean one. Known from start-up on.
+TUK_MEM_API bool mem_allocator_is_hooked();
 /// Brings the tracker up, once per process; later calls do nothing. Throws std::invalid_argument
 /// or std::out_of_range on a malformed numeric setting and std::runtime_error when the tracker's
 /// memory pool cannot be created. Not for two threads at once.

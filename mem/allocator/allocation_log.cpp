@@ -1,29 +1,42 @@
 #include "mem/allocator/allocation_log.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
-#include <utility>
+#include <thread>
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
+#include "mem/allocator/hook_switch.h"
+#include "mem/base/host_thread.h"
+#include "mem/state/thread_flags.h"
 
 namespace {
 
-constinit std::FILE* mem_allocations_file = nullptr;
-constinit bool print_hooks_installed = false;
+constinit std::atomic<std::FILE*> mem_allocations_file = nullptr;
+constinit std::atomic<int> threads_printing = 0;
+constinit MEM_HOOK_SWITCH print_hooks;
 
 // Cleared while this thread prints a line, so that what the printing allocates is not printed.
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool print_allocations = true;
 
+// The file is not closed under a thread that is counted here. Nothing is tracked meanwhile: the
+// stream is locked, and what tracking waits for may itself wait to print.
 template <class NUMBER>
-void print_line(const char* format, const void* ptr, NUMBER size) {
+[[gnu::cold]] void print_line(const char* format, const void* ptr, NUMBER size) {
+  const MEM_ERRNO_KEPT host_errno;
+  const MEM_CANCELLATION_HELD not_cancelled;
+  const MEM_INSIDE_TRACKER inside;
   print_allocations = false;
-  if (mem_allocations_file != nullptr) {
+  ++threads_printing;
+  if (std::FILE* const file = mem_allocations_file) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    std::fprintf(mem_allocations_file, format, ptr, size);
+    std::fprintf(file, format, ptr, size);
 #pragma GCC diagnostic pop
-    std::fflush(mem_allocations_file);
+    std::fflush(file);
   }
+  --threads_printing;
   print_allocations = true;
 }
 
@@ -38,19 +51,18 @@ void mem_tcmalloc_print_allocations_delete_hook(const void* ptr) {
                static_cast<long long>(mem_allocated_size(ptr)));
 }
 
+// Of two threads that open it at once, one closes its own again.
 void open_log() {
   if (mem_allocations_file != nullptr) return;
-  mem_allocations_file = std::fopen("mem_allocations.log", "w");
-  if (mem_allocations_file == nullptr)
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  std::FILE* file = std::fopen("mem_allocations.log", "we");
+  if (file == nullptr)
     mem_msg_vdebug("unable to create mem_allocations.log: allocations are not printed");
+  else if (std::FILE* none = nullptr; !mem_allocations_file.compare_exchange_strong(none, file))
+    std::fclose(file);
 }
 
-}  // namespace
-
-void mem_set_print_allocations_callback_enabled(bool on) {
-  if (on) open_log();
-  // The allocator would take the same hooks twice, and every line would be printed twice.
-  if (std::exchange(print_hooks_installed, on) == on) return;
+void change_print_hooks(bool on) {
   if (on) {
     ptrfunc_AddNewHook(mem_tcmalloc_print_allocations_new_hook);
     ptrfunc_AddDeleteHook(mem_tcmalloc_print_allocations_delete_hook);
@@ -60,9 +72,28 @@ void mem_set_print_allocations_callback_enabled(bool on) {
   }
 }
 
+// False when some thread does not get on: it may be stopped, or the file's reader may be.
+bool wait_for_printing_threads() {
+  constexpr std::chrono::milliseconds step(1);
+  constexpr int most_steps = 1000;
+  for (int waited = 0; threads_printing > 0; ++waited) {
+    if (waited == most_steps) return false;
+    std::this_thread::sleep_for(step);
+  }
+  return true;
+}
+
+}  // namespace
+
+void mem_set_print_allocations_callback_enabled(bool on) {
+  if (on) open_log();
+  print_hooks.turn(on, change_print_hooks);
+}
+
+// Every line was flushed: a file that can't be closed now lacks nothing.
 void mem_close_allocation_log() {
   if (mem_allocations_file == nullptr) return;
   mem_set_print_allocations_callback_enabled(false);
-  std::fclose(mem_allocations_file);
-  mem_allocations_file = nullptr;
+  std::FILE* const file = mem_allocations_file.exchange(nullptr);
+  if (file != nullptr && wait_for_printing_threads()) std::fclose(file);
 }

@@ -2,7 +2,11 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <cstdlib>
+
+#include "include/tuk_mem.h"
+#include "mem/state/thread_flags.h"
 
 namespace {
 
@@ -32,13 +36,16 @@ bool find_all_functions() {
          complete;
 }
 
-// Makes the allocator's extension ready before any hook runs.
-void ask_for_ownership_once() {
+// What the allocator says of a block that malloc gives: it may be in the process while malloc is
+// another's, a sanitizer's for instance.
+int ownership_of_a_block() {
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
   auto* block = static_cast<int*>(std::malloc(sizeof(int)));
-  if (block == nullptr) return;
+  if (block == nullptr) return 0;
   *block = 0;
-  ptrfunc_GetOwnership(block);
+  const int ownership = ptrfunc_GetOwnership(block);
   std::free(block);
+  return ownership;
 }
 
 void install_fallbacks() {
@@ -61,16 +68,29 @@ int (*ptrfunc_tc_set_new_mode)(int) = nullptr;
 std::size_t (*ptrfunc_tc_malloc_size)(void*) = empty_tc_malloc_size_function;
 int (*ptrfunc_GetOwnership)(const void*) = empty_GetOwnership_function;
 
-int init_tcmalloc_functions() {
-  ptrfunc_AddNewHook = nullptr;
-  ptrfunc_RemoveNewHook = nullptr;
-  ptrfunc_AddDeleteHook = nullptr;
-  ptrfunc_RemoveDeleteHook = nullptr;
+namespace {
+
+constinit std::atomic<bool> were_found = false;
+
+int search() {
   dlerror();
   if (!find_all_functions()) {
     install_fallbacks();
     return 1;
   }
-  ask_for_ownership_once();
+  were_found = true;
+  ownership_of_a_block();  // makes the allocator's extension ready before any hook runs
   return 0;
+}
+
+}  // namespace
+
+// A mapping notified before the library's own start-up may have been here, and hooks be in place.
+int init_tcmalloc_functions() { return were_found ? 0 : search(); }
+
+// During static initialisation the allocator may not be ready to tell what it owns: that counts as
+// its own.
+bool mem_allocator_is_hooked() {
+  constexpr int not_owned = 2;
+  return were_found && ownership_of_a_block() != not_owned;
 }

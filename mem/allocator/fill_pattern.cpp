@@ -1,16 +1,17 @@
 // Filling new and released blocks with a byte, a debugging aid.
+#include <atomic>
 #include <cstring>
-#include <utility>
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
+#include "mem/allocator/hook_switch.h"
 
 namespace {
 
-constinit int alloc_pattern = 0;
-constinit int free_pattern = 0;
-constinit bool alloc_pattern_enabled = false;
-constinit bool free_pattern_enabled = false;
+constinit std::atomic<int> alloc_pattern = 0;
+constinit std::atomic<int> free_pattern = 0;
+constinit MEM_HOOK_SWITCH alloc_pattern_enabled;
+constinit MEM_HOOK_SWITCH free_pattern_enabled;
 
 void mem_tcmalloc_pattern_new_hook(const void* ptr, std::size_t size) {
   if (mem_allocator_owns(ptr)) std::memset(const_cast<void*>(ptr), alloc_pattern, size);
@@ -21,24 +22,27 @@ void mem_tcmalloc_pattern_delete_hook(const void* ptr) {
     std::memset(const_cast<void*>(ptr), free_pattern, mem_allocated_size(ptr));
 }
 
+void change_new_hook(bool on) {
+  (on ? ptrfunc_AddNewHook : ptrfunc_RemoveNewHook)(mem_tcmalloc_pattern_new_hook);
+}
+
+void change_delete_hook(bool on) {
+  (on ? ptrfunc_AddDeleteHook : ptrfunc_RemoveDeleteHook)(mem_tcmalloc_pattern_delete_hook);
+}
+
 }  // namespace
 
 void mem_set_alloc_pattern(int pattern) {
   alloc_pattern = pattern;
-  // The allocator would take the same hook twice, and give it back only once.
-  if (!std::exchange(alloc_pattern_enabled, true))
-    ptrfunc_AddNewHook(mem_tcmalloc_pattern_new_hook);
+  alloc_pattern_enabled.turn(true, change_new_hook);
 }
 
 void mem_set_free_pattern(int pattern) {
   free_pattern = pattern;
-  if (!std::exchange(free_pattern_enabled, true))
-    ptrfunc_AddDeleteHook(mem_tcmalloc_pattern_delete_hook);
+  free_pattern_enabled.turn(true, change_delete_hook);
 }
 
 void mem_disable_alloc_patterns() {
-  if (std::exchange(alloc_pattern_enabled, false))
-    ptrfunc_RemoveNewHook(mem_tcmalloc_pattern_new_hook);
-  if (std::exchange(free_pattern_enabled, false))
-    ptrfunc_RemoveDeleteHook(mem_tcmalloc_pattern_delete_hook);
+  alloc_pattern_enabled.turn(false, change_new_hook);
+  free_pattern_enabled.turn(false, change_delete_hook);
 }

@@ -4,6 +4,7 @@
 /// A thread may take a lock only while every lock it holds stands before it in this list. The order
 /// is that of docs/architecture.md.
 enum class MEM_LOCK_ORDER : int {
+  HOOK_SWITCHES,    ///< switching the debugging aids' hooks
   GRANULARITY,      ///< mem_granularity_lock
   TRACKER,          ///< mem_track_and_clear_exclusive_locker, as mouse or cat
   TIMELINE_READER,  ///< mem_module_timeline_lock

@@ -2,7 +2,6 @@
 
 #include <boost/iostreams/device/null.hpp>
 #include <boost/iostreams/stream.hpp>
-#include <iostream>
 #include <utility>
 
 #include "mem/base/check.h"
@@ -31,5 +30,3 @@ void mem_write_report_pair(char const* first_prefix, char const* second_prefix,
   boost::iostreams::stream<boost::iostreams::null_sink> nowhere((boost::iostreams::null_sink()));
   write(first.is_open() ? first.stream() : nowhere, second.is_open() ? second.stream() : nowhere);
 }
-
-void mem_say_on_standard_error(char const* message) { std::cerr << message << std::endl; }

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <string>
 
+#include "mem/base/standard_error.h"
+
 /// `prefix` + the executable tag + ".log". A missing tag is an internal error.
 std::string mem_report_name(char const* prefix);
 
@@ -34,8 +36,6 @@ void mem_write_report(char const* prefix, WRITE write, char const* failure_messa
 /// one is still written whole.
 void mem_write_report_pair(char const* first_prefix, char const* second_prefix,
                            bool (*write)(std::ostream& first, std::ostream& second));
-
-void mem_say_on_standard_error(char const* message);
 
 template <class WRITE>
 void mem_write_report(char const* prefix, WRITE write, char const* failure_message) {

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "mem/allocator/hook_switch.h"
 #include "mem/base/bookkeeping.h"
 #include "mem/base/critical_section.h"
 #include "mem/base/kept_text.h"
@@ -19,6 +20,7 @@ void in_child() {
   mem_tracker_gate.abandon();
   mem_critical_section.start_anew_in_child();
   mem_abandon_kept_texts();
+  mem_abandon_hook_switches();
   mem_abandon_parts();
   mem_forget_locks_held();
 }

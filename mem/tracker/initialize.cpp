@@ -5,6 +5,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
+#include "mem/base/standard_error.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/records/block_bins.h"
 #include "mem/records/module_map.h"
@@ -26,6 +27,14 @@ MEM_ADDRESS_TRACKER& create_catch_all_site() {
 void link_to_module(MEM_ADDRESS_TRACKER& site) {
   const std::lock_guard modules(mem_module_tracker_lock);
   mem_module_of(site);
+}
+
+// Reports full of zeros must not pass for the truth.
+void say_if_nothing_is_hooked(MEM_TRACKING_GRANULARITY granularity) {
+  if (granularity != MEM_TRACK_NONE && !mem_allocator_is_hooked())
+    mem_say_on_standard_error(
+        "MEM: memory tracking was asked for, but the process's allocator has no hooks (is "
+        "libtcmalloc.so.4 preloaded or linked?): no heap block will be in the reports");
 }
 
 // The flag comes first: from the moment the hooks are in, any thread's allocation looks at it, and
@@ -55,6 +64,7 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   link_to_module(create_catch_all_site());
   mem_register_fork_handlers();
   start_tracking(granularity);
+  say_if_nothing_is_hooked(granularity);
 
   mem_read_incomplete_fileline_setting();
   mem_read_allocator_aid_settings();
