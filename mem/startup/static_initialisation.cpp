@@ -11,6 +11,7 @@
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
 #include "mem/symbolizer/symbolizer_factory.h"
+#include "mem/tracker/fork_handlers.h"
 #include "mem/tracker/mapping_observer.h"
 
 namespace {
@@ -68,5 +69,14 @@ struct SYMBOLIZER_TOOLS {
   ~SYMBOLIZER_TOOLS() { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
 };
 const SYMBOLIZER_TOOLS symbolizer_tools;
+
+// 9. Destroyed first, before anything here takes time.
+struct FORK_HANDLERS {
+  FORK_HANDLERS() = default;
+  FORK_HANDLERS(const FORK_HANDLERS&) = delete;
+  FORK_HANDLERS& operator=(const FORK_HANDLERS&) = delete;
+  ~FORK_HANDLERS() { mem_pad_fork_handlers(); }
+};
+const FORK_HANDLERS fork_handlers;
 
 }  // namespace
