@@ -1,6 +1,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "include/tuk_mem.h"
@@ -15,11 +16,24 @@ constinit bool mem_internal_error_during_internal_error = false;
 
 constexpr std::size_t message_size = 500;
 
+// Unformatted: neither the stream's locale nor its flags, which are the host's, change a text.
+void put(const char* text) {
+  std::cout.write(text, static_cast<std::streamsize>(std::strlen(text)));
+}
+
+void print_nested_error(const char* file, int line, const char* message) {
+  char line_text[16];
+  std::snprintf(line_text, sizeof line_text, "(%d):", line);
+  for (const char* text :
+       {"Internal Error: ", file, static_cast<const char*>(line_text), message, "\n"})
+    put(text);
+  std::cout.flush();
+}
+
 [[noreturn]] void end_after_nested_error(const char* file, int line, const char* message) {
   if (mem_internal_error_during_internal_error) std::abort();
   mem_internal_error_during_internal_error = true;
-  std::cout << "Internal Error: " << file << "(" << line << ")"
-            << ":" << message << std::endl;
+  print_nested_error(file, line, message);
   if (mem_cfg_is_on("dont_catch_all_exceptions", false)) {
     try {
       thr_debug_break();

@@ -2,6 +2,7 @@
 
 #include <boost/format.hpp>
 #include <cstdio>
+#include <locale>
 
 #include "mem/host/callbacks.h"
 
@@ -118,6 +119,6 @@ MEM_ALLOCATOR_DEBUG_MSG_STATIC_DESTRUCTOR::~MEM_ALLOCATOR_DEBUG_MSG_STATIC_DESTR
 void MEM_ALLOCATOR_DEBUG_MSG_STATIC_DESTRUCTOR::vdebug_at_termination(const char* format,
                                                                       const char* argument) {
   const WRAPPING& wrapping = current_wrapping();
-  const std::string text = boost::str(boost::format(format) % argument);
+  const std::string text = boost::str(boost::format(format, std::locale::classic()) % argument);
   std::printf("%s%s%s\n", wrapping.head, text.c_str(), wrapping.tail);
 }

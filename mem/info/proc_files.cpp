@@ -1,33 +1,55 @@
 #include "mem/info/proc_files.h"
 
-#include <fstream>
+#include <array>
+#include <cstdarg>
 #include <memory>
-#include <sstream>
-#include <string>
 
 #include "include/tuk_mem.h"
+#include "mem/base/host_thread.h"
+#include "mem/state/thread_flags.h"
 
 namespace {
+
+// What the C library takes for a stream is no block of the host's, and a thread is not cancelled
+// while the stream is open.
+struct READING {
+  const MEM_CANCELLATION_HELD held{};
+  const MEM_THREAD_TRACKING_BLOCKED blocked{};
+};
 
 struct CLOSE_FILE {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using FILE_OWNER = std::unique_ptr<std::FILE, CLOSE_FILE>;
 
-void report_unopened(const char* caller, const char* path) {
-  mem_msg_vdebug("%s: error opening %s", caller, path);
+// As mem_msg_vdebug, but no query throws: an exception of the host's callback ends here.
+[[gnu::format(printf, 1, 2)]] void report(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  try {
+    mem_msg_local_vdebug("MEM", format, args);
+  } catch (...) {  // what failed to be read is answered all the same
+  }
+  va_end(args);
 }
 
-std::string path_of(unsigned long pid, const char* file) {
-  std::ostringstream path;
-  path << "/proc/" << pid << file;
-  return path.str();
+// The C library's formats and streams all through: those of C++ follow the host's global locale.
+std::array<char, 64> path_of(unsigned long pid, const char* file) {
+  std::array<char, 64> path;
+  std::snprintf(path.data(), path.size(), "/proc/%lu%s", pid, file);
+  return path;
 }
 
-bool opened(std::ifstream& file, const char* caller, const char* path) {
-  file.open(path);
-  if (!file) report_unopened(caller, path);
-  return static_cast<bool>(file);
+using LINE = std::array<char, 256>;
+
+// The next line without its end, cut where it is longer than any that is looked for.
+bool next_line(std::FILE* file, LINE& line) {
+  std::size_t length = 0;
+  int c = 0;
+  while ((c = getc_unlocked(file)) != EOF && c != '\n')
+    if (length + 1 < line.size()) line[length++] = static_cast<char>(c);
+  line[length] = '\0';
+  return length != 0 || c != EOF;
 }
 
 // One line of a "Name: value kB" file and the field it fills.
@@ -40,12 +62,12 @@ struct LINE_ROW {
 // Stores the number of the first row whose pattern converts one. The text after the number is not
 // compared ("Threads:" has no unit), since by then the number has been converted.
 template <class RECORD, std::size_t ROWS>
-bool take_line(const std::string& line, const LINE_ROW<RECORD> (&rows)[ROWS], RECORD& record) {
+bool take_line(const LINE& line, const LINE_ROW<RECORD> (&rows)[ROWS], RECORD& record) {
   for (const LINE_ROW<RECORD>& row : rows) {
     unsigned long long value = 0;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    if (std::sscanf(line.c_str(), row.pattern, &value) != 1) continue;
+    if (std::sscanf(line.data(), row.pattern, &value) != 1) continue;
 #pragma GCC diagnostic pop
     record.*row.field = value;
     return true;
@@ -77,19 +99,20 @@ constexpr LINE_ROW<MEM_LINUX_PROC_MEMINFO_T> meminfo_lines[] = {
 }  // namespace
 
 std::FILE* MEM_LINUX_PROC_T::open(const char* caller, const char* path) {
-  std::FILE* file = std::fopen(path, "r");
-  if (file == nullptr) report_unopened(caller, path);
+  std::FILE* file = std::fopen(path, "re");
+  if (file == nullptr) report("%s: error opening %s", caller, path);
   return file;
 }
 
 int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller) { return read(caller, "/proc/self/stat"); }
 
 int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, unsigned long pid) {
-  return read(caller, path_of(pid, "/stat").c_str());
+  return read(caller, path_of(pid, "/stat").data());
 }
 
 int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, const char* path) {
   constexpr int expected = 3;
+  const READING reading;
   const FILE_OWNER file(open(caller, path));
   if (file == nullptr) return -1;
   std::rewind(file.get());
@@ -99,8 +122,8 @@ int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, const char* path) {
       "%llu",
       &minor_faults, &major_faults, &virtual_size);
   if (found == expected) return 0;
-  mem_msg_vdebug("%s: unexpected number of values found in /proc/self/stat.  Found %d, expected %d",
-                 caller, found, expected);
+  report("%s: unexpected number of values found in /proc/self/stat.  Found %d, expected %d", caller,
+         found, expected);
   return -1;
 }
 
@@ -109,20 +132,20 @@ int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller) {
 }
 
 int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, unsigned long pid) {
-  return read(caller, path_of(pid, "/statm").c_str());
+  return read(caller, path_of(pid, "/statm").data());
 }
 
 int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, const char* path) {
   constexpr int expected = 5;
+  const READING reading;
   const FILE_OWNER file(open(caller, path));
   if (file == nullptr) return -1;
   std::rewind(file.get());
   const int found = std::fscanf(file.get(), "%llu %llu %llu %llu %*s %llu", &size, &resident,
                                 &shared, &text, &data);
   if (found == expected) return 0;
-  mem_msg_vdebug(
-      "%s: unexpected number of values found in /proc/self/statm.  Found %d, expected %d", caller,
-      found, expected);
+  report("%s: unexpected number of values found in /proc/self/statm.  Found %d, expected %d",
+         caller, found, expected);
   return -1;
 }
 
@@ -131,13 +154,14 @@ int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller) {
 }
 
 int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, unsigned long pid) {
-  return read(caller, path_of(pid, "/status").c_str());
+  return read(caller, path_of(pid, "/status").data());
 }
 
 int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, const char* path) {
-  std::ifstream file;
-  if (!opened(file, caller, path)) return -1;
-  for (std::string line; std::getline(file, line);) take_line(line, status_lines, *this);
+  const READING reading;
+  const FILE_OWNER file(open(caller, path));
+  if (file == nullptr) return -1;
+  for (LINE line; next_line(file.get(), line);) take_line(line, status_lines, *this);
   return 0;
 }
 
@@ -145,12 +169,13 @@ int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller) { return read(caller, "/p
 
 int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller, const char* path) {
   constexpr int expected = 4;
-  std::ifstream file;
-  if (!opened(file, caller, path)) return -1;
+  const READING reading;
+  const FILE_OWNER file(open(caller, path));
+  if (file == nullptr) return -1;
   int found = 0;
-  for (std::string line; found < expected && std::getline(file, line);)
+  for (LINE line; found < expected && next_line(file.get(), line);)
     if (take_line(line, meminfo_lines, *this)) ++found;
   if (found == expected) return 0;
-  mem_msg_vdebug("%s: error: found %d items, expected %d", caller, found, expected);
+  report("%s: error: found %d items, expected %d", caller, found, expected);
   return -1;
 }

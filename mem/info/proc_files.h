@@ -1,14 +1,15 @@
-// Readers of the kernel's memory files. Relies on mem/base and mem/host.
+// Readers of the kernel's memory files. Relies on mem/base, mem/host and mem/state.
 //
 // Every read opens its file afresh and keeps only the fields listed. The readers answer 0 on
-// success and -1 on failure, which they report on the debug channel under the caller's name.
+// success and -1 on failure, which they report on the debug channel under the caller's name; they
+// never throw. Any thread; a thread that reads is not cancelled meanwhile.
 #pragma once
 
 #include <cstdio>
 
 class MEM_LINUX_PROC_T {
  protected:
-  /// The file opened for reading, or null after a message.
+  /// The file opened for reading, closed on exec, or null after a message.
   static std::FILE* open(const char* caller, const char* path);
 };
 
@@ -38,7 +39,7 @@ struct MEM_LINUX_PROC_PID_STATM_T : MEM_LINUX_PROC_T {
 
 /// "/proc/<pid>/status"; all in kB but threads, a count. A line that the file lacks leaves its
 /// field at 0.
-struct MEM_LINUX_PROC_PID_STATUS_T {
+struct MEM_LINUX_PROC_PID_STATUS_T : MEM_LINUX_PROC_T {
   unsigned long long vm_peak = 0;
   unsigned long long vm_size = 0;
   unsigned long long vm_lck = 0;
@@ -57,7 +58,7 @@ struct MEM_LINUX_PROC_PID_STATUS_T {
 };
 
 /// "/proc/meminfo"; all in kB.
-struct MEM_LINUX_PROC_MEMINFO_T {
+struct MEM_LINUX_PROC_MEMINFO_T : MEM_LINUX_PROC_T {
   unsigned long long mem_total = 0;
   unsigned long long mem_free = 0;
   unsigned long long swap_total = 0;

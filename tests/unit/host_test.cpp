@@ -4,6 +4,8 @@
 
 #include <csetjmp>
 #include <csignal>
+#include <iomanip>
+#include <iostream>
 #include <sstream>
 
 #include "include/tuk_mem.h"
@@ -77,6 +79,7 @@ std::jmp_buf reported;
 
 // Comes back from the first error's report, which aborts, and raises a second error.
 void fail_twice() {
+  std::cout << std::hex << std::setw(30);
   dup2(STDERR_FILENO, STDOUT_FILENO);
   std::signal(SIGABRT, [](int) { siglongjmp(reported, 1); });
   if (sigsetjmp(reported, 1) == 0) mem_internal_error("first.cpp", 1, "first");

@@ -1,9 +1,12 @@
 // The readers of the kernel's memory files.
 #include "mem/info/proc_files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <locale>
 
 #include "include/tuk_mem.h"
 #include "tests/support/debug_lines.h"
@@ -37,6 +40,19 @@ constexpr std::tuple<std::string (*)(const char*), const char*, const char*> row
      "0 1 2 3 4 5 6 0 8 9 10 11"},
     {reading_of<MEM_LINUX_PROC_MEMINFO_T>, "MemTotal: 1 kB\nMemFree: 2 kB\nSwapTotal: 3 kB\n",
      "-1 1 2 3 0 asker: error: found 3 items, expected 4"}};
+
+struct GROUPING : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\1"; }
+};
+
+TEST(ProcFile, IsNamedByAPidWhateverTheGlobalLocale) {
+  const std::locale former = std::locale::global({std::locale(), new GROUPING});
+  EXPECT_GT(mem_info_get_process_peak_virtual_used(static_cast<unsigned long>(getpid())), 0U);
+  EXPECT_THAT(debug_lines_of([] { mem_info_get_process_current_working_set_size(99999999); }),
+              testing::ElementsAre(testing::EndsWith(": error opening /proc/99999999/statm")));
+  std::locale::global(former);
+}
 
 TEST(ProcFile, KeepsTheListedFieldsAndReportsWhatIsMissing) {
   for (const auto& [read, text, reading] : rows) EXPECT_EQ(read(text), reading);

@@ -1,11 +1,12 @@
 // Allocates until there is nothing left. The words on the command line say how: "handler" installs
 // a handler of the host's, "library" the library's report, "malloc" allocates with malloc instead
 // of new, and "threads" does so on two threads of the host's thread library at once, where the
-// library's wrapper has to have installed the report.
+// library's wrapper has to have installed the report. The host's numbers are grouped all the while.
 #include <pthread.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <locale>
 #include <string_view>
 
 #include "include/tuk_mem.h"
@@ -40,9 +41,14 @@ void on_two_threads() {
   for (const pthread_t started : threads) thr_thread_join(started, nullptr);
 }
 
+struct GROUPING : std::numpunct<char> {
+  std::string do_grouping() const override { return "\1"; }
+};
+
 }  // namespace
 
 int main(int count, char** words) {
+  std::locale::global({std::locale(), new GROUPING});
   bool with_threads = false;
   for (int i = 1; i < count; ++i) {
     const std::string_view word(words[i]);
