@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdarg>
-#include <memory>
 
 #include "include/tuk_mem.h"
 #include "mem/base/host_thread.h"
@@ -10,17 +9,26 @@
 
 namespace {
 
-// What the C library takes for a stream is no block of the host's, and a thread is not cancelled
-// while the stream is open.
-struct READING {
-  const MEM_CANCELLATION_HELD held{};
-  const MEM_THREAD_TRACKING_BLOCKED blocked{};
-};
+// A stream of the C library and its buffer. What the library takes for it is no block of the
+// host's. Its user holds cancellation back, which would leave it open.
+class PROC_STREAM {
+ public:
+  explicit PROC_STREAM(std::FILE* file) : m_file(file) {
+    if (file != nullptr) std::setvbuf(file, m_buffer.data(), _IOFBF, m_buffer.size());
+  }
+  PROC_STREAM(const PROC_STREAM&) = delete;
+  PROC_STREAM& operator=(const PROC_STREAM&) = delete;
+  ~PROC_STREAM() {
+    const MEM_THREAD_TRACKING_BLOCKED blocked;
+    if (m_file != nullptr) std::fclose(m_file);
+  }
 
-struct CLOSE_FILE {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+  std::FILE* get() const { return m_file; }
+
+ private:
+  std::FILE* m_file;
+  std::array<char, 4096> m_buffer;
 };
-using FILE_OWNER = std::unique_ptr<std::FILE, CLOSE_FILE>;
 
 // As mem_msg_vdebug, but no query throws: an exception of the host's callback ends here.
 [[gnu::format(printf, 1, 2)]] void report(const char* format, ...) {
@@ -33,11 +41,18 @@ using FILE_OWNER = std::unique_ptr<std::FILE, CLOSE_FILE>;
   va_end(args);
 }
 
+using PATH = std::array<char, 64>;
+
 // The C library's formats and streams all through: those of C++ follow the host's global locale.
-std::array<char, 64> path_of(unsigned long pid, const char* file) {
-  std::array<char, 64> path;
+PATH path_of(unsigned long pid, const char* file) {
+  PATH path;
   std::snprintf(path.data(), path.size(), "/proc/%lu%s", pid, file);
   return path;
+}
+
+std::FILE* open_untracked(const char* path) {
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  return std::fopen(path, "re");
 }
 
 using LINE = std::array<char, 256>;
@@ -99,7 +114,7 @@ constexpr LINE_ROW<MEM_LINUX_PROC_MEMINFO_T> meminfo_lines[] = {
 }  // namespace
 
 std::FILE* MEM_LINUX_PROC_T::open(const char* caller, const char* path) {
-  std::FILE* file = std::fopen(path, "re");
+  std::FILE* file = open_untracked(path);
   if (file == nullptr) report("%s: error opening %s", caller, path);
   return file;
 }
@@ -112,9 +127,9 @@ int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, unsigned long pid) {
 
 int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, const char* path) {
   constexpr int expected = 3;
-  const READING reading;
-  const FILE_OWNER file(open(caller, path));
-  if (file == nullptr) return -1;
+  const MEM_CANCELLATION_HELD held;
+  const PROC_STREAM file(open(caller, path));
+  if (file.get() == nullptr) return -1;
   std::rewind(file.get());
   const int found = std::fscanf(
       file.get(),
@@ -137,9 +152,9 @@ int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, unsigned long pid) {
 
 int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, const char* path) {
   constexpr int expected = 5;
-  const READING reading;
-  const FILE_OWNER file(open(caller, path));
-  if (file == nullptr) return -1;
+  const MEM_CANCELLATION_HELD held;
+  const PROC_STREAM file(open(caller, path));
+  if (file.get() == nullptr) return -1;
   std::rewind(file.get());
   const int found = std::fscanf(file.get(), "%llu %llu %llu %llu %*s %llu", &size, &resident,
                                 &shared, &text, &data);
@@ -158,9 +173,9 @@ int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, unsigned long pid) {
 }
 
 int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, const char* path) {
-  const READING reading;
-  const FILE_OWNER file(open(caller, path));
-  if (file == nullptr) return -1;
+  const MEM_CANCELLATION_HELD held;
+  const PROC_STREAM file(open(caller, path));
+  if (file.get() == nullptr) return -1;
   for (LINE line; next_line(file.get(), line);) take_line(line, status_lines, *this);
   return 0;
 }
@@ -169,9 +184,9 @@ int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller) { return read(caller, "/p
 
 int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller, const char* path) {
   constexpr int expected = 4;
-  const READING reading;
-  const FILE_OWNER file(open(caller, path));
-  if (file == nullptr) return -1;
+  const MEM_CANCELLATION_HELD held;
+  const PROC_STREAM file(open(caller, path));
+  if (file.get() == nullptr) return -1;
   int found = 0;
   for (LINE line; found < expected && next_line(file.get(), line);)
     if (take_line(line, meminfo_lines, *this)) ++found;
