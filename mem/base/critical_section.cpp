@@ -4,42 +4,43 @@ constinit MEM_CRITICAL_SECTION mem_critical_section;
 
 void MEM_CRITICAL_SECTION::initialize() {
   if (m_initialised) return;
-  m_initialised = true;
   m_lock_count = 0;
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(&m_mutex, &attributes);
-  pthread_mutexattr_destroy(&attributes);
+  m_initialised = true;
 }
+
+void MEM_CRITICAL_SECTION::destroy() { m_initialised = false; }
 
 void MEM_CRITICAL_SECTION::start_anew_in_child() {
+  m_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+  m_owner = nobody;
+  m_owners_holds = 0;
   m_lock_count = 0;
-  if (!m_initialised) return;
-  m_initialised = false;
-  initialize();
 }
 
-void MEM_CRITICAL_SECTION::destroy() {
-  if (!m_initialised) return;
-  pthread_mutex_destroy(&m_mutex);
-  m_initialised = false;
+void MEM_CRITICAL_SECTION::take_mutex() {
+  pthread_mutex_lock(&m_mutex);
+  m_owner.store(pthread_self(), std::memory_order_relaxed);
+  ++m_owners_holds;
+}
+
+void MEM_CRITICAL_SECTION::give_mutex() {
+  if (--m_owners_holds == 0) m_owner.store(nobody, std::memory_order_relaxed);
+  pthread_mutex_unlock(&m_mutex);
 }
 
 void MEM_CRITICAL_SECTION::lock() {
-  if (m_initialised) pthread_mutex_lock(&m_mutex);
+  if (m_initialised || is_mine()) take_mutex();
   ++m_lock_count;
 }
 
 void MEM_CRITICAL_SECTION::unlock() {
-  if (m_lock_count == 0) return;
-  --m_lock_count;
-  if (m_initialised) pthread_mutex_unlock(&m_mutex);
+  std::uint32_t count = m_lock_count;
+  while (count != 0 && !m_lock_count.compare_exchange_weak(count, count - 1)) {
+  }
+  if (is_mine()) give_mutex();
 }
 
 void MEM_CRITICAL_SECTION::unlock_all() {
-  while (m_lock_count > 0) {
-    --m_lock_count;
-    pthread_mutex_unlock(&m_mutex);
-  }
+  m_lock_count = 0;
+  while (is_mine()) give_mutex();
 }

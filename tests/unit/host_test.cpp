@@ -2,13 +2,17 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csetjmp>
 #include <csignal>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "include/tuk_mem.h"
+#include "mem/base/critical_section.h"
 #include "mem/host/message.h"
 
 // The host's own function, which the library looks up by name.
@@ -73,6 +77,40 @@ TEST(Message, IsPrintedAsTheSettingTheModeAndTheGuardsSay) {
     mem_set_ipc_mode(static_cast<MEM_IPC_MODE>(mode));
     expect_printed(wrappings_by_mode[mode], [] { mem_msg_vdebug("x=%d", 5); });
   }
+}
+
+TEST(CriticalSection, GivesBackEveryHoldThoughDestroyedUnderThreadsThatWaitAndHold) {
+  MEM_CRITICAL_SECTION section;
+  section.unlock();
+  section.lock();
+  std::thread([&] { section.lock(), section.unlock(); }).join();  // no mutex yet: nobody waits
+  EXPECT_EQ(section.lock_count(), 1U);
+  section.initialize();
+  EXPECT_EQ(section.lock_count(), 0U);
+  section.unlock();
+
+  section.lock(), section.lock();
+  std::atomic<int> entered{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      for (int turn = 0; turn < 20000; ++turn) {
+        section.lock();
+        ++entered;
+        section.unlock();
+      }
+    });
+  usleep(10000);
+  EXPECT_EQ(entered, 0);
+  section.unlock(), section.unlock();
+  while (entered < 1000) std::this_thread::yield();
+  section.lock();
+  section.destroy();
+  section.lock(), section.unlock(), section.unlock();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(section.lock_count(), 0U);
+  section.initialize();
+  std::thread([&] { section.lock(), section.unlock(); }).join();  // left to nobody
 }
 
 std::jmp_buf reported;
