@@ -12,11 +12,12 @@ using THR_FUNCTION = void* (*)(void* argument);
 using THR_WRAPPER = void* (*)(THR_FUNCTION function, void* argument);
 
 /// Installs `wrapper` as the outermost one and hands back the one before it (never null: the
-/// innermost wrapper calls the function). Affects threads started from now on.
+/// innermost wrapper calls the function), which `previous` holds before the first thread can run
+/// through `wrapper`. Affects threads started from now on. Any thread; install a wrapper once.
 PLATFORM_API void thr_thread_set_next_wrapper_func(THR_WRAPPER wrapper, THR_WRAPPER* previous);
 
 /// Starts a thread that runs function(argument) through the wrapper chain. Returns 0, or the
-/// error number of pthread_create.
+/// error number of pthread_create. Takes nothing from the heap but what pthread_create takes.
 PLATFORM_API int thr_thread_create(pthread_t* thread, THR_FUNCTION function, void* argument);
 
 /// Waits for a thread and hands back its function's result. Returns 0 or an error number.

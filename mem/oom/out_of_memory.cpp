@@ -10,7 +10,7 @@
 #include "mem/oom/spare_memory.h"
 #include "platform/thr_runtime.h"
 
-void (*mem_out_of_memory_func_ptr)() = nullptr;
+constinit std::atomic<void (*)()> mem_out_of_memory_func_ptr = nullptr;
 
 namespace {
 
@@ -24,31 +24,38 @@ void print_report() {
   std::fflush(stderr);
 }
 
+void report_once() {
+  const MEM_CRITICAL_SECTION_GUARD one_at_a_time;
+  if (mem_out_of_memory_already_reported.exchange(true)) return;
+  mem_release_spare_blocks();
+  if (const auto hosts_handler = mem_out_of_memory_func_ptr.load())
+    hosts_handler();
+  else
+    print_report();
+}
+
 }  // namespace
 
 void mem_out_of_memory() {
-  mem_critical_section.lock();
-  if (mem_out_of_memory_already_reported) {
-    mem_critical_section.unlock();
+  try {
+    report_once();
+  } catch (...) {  // the host's handler: memory is gone all the same
     std::exit(1);
   }
-  mem_out_of_memory_already_reported = true;
-  mem_release_spare_blocks();
-  if (mem_out_of_memory_func_ptr != nullptr)
-    mem_out_of_memory_func_ptr();
-  else
-    print_report();
-  mem_critical_section.unlock();
   std::exit(1);
 }
 
 int mem_microsoft_new_handler() { mem_out_of_memory(); }
 
 void mem_set_out_of_memory_handler(void (*handler)()) {
+  mem_out_of_memory_func_ptr = handler;
+  mem_install_out_of_memory_handler();
+}
+
+void mem_install_out_of_memory_handler() {
   mem_tc_set_new_mode(1);
   tbbk_set_new_mode(1);
   thr_set_new_handler(mem_out_of_memory);
-  mem_out_of_memory_func_ptr = handler;
   if (fileno(stderr) >= 0) std::fflush(stderr);
   // Once now, so that its code and files have been used before memory runs out.
   static_cast<void>(mem_info_get_process_peak_virtual_used());

@@ -1,46 +1,47 @@
 #include "mem/oom/spare_memory.h"
 
-#include <string.h>
-
 #include <cstdlib>
 
 #include "include/tuk_mem.h"
 #include "mem/base/critical_section.h"
+#include "mem/oom/zeroed_block.h"
+#include "mem/state/thread_flags.h"
 
-constinit bool mem_out_of_memory_already_reported = false;
+constinit std::atomic<bool> mem_out_of_memory_already_reported = false;
 
 namespace {
 
 constexpr std::size_t spare_block_size = 4096;
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local void* mem_reserved_calloc_memory =
+using SPARE_BLOCK = std::atomic<void*>;
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local SPARE_BLOCK mem_reserved_calloc_memory =
     nullptr;
-constinit void* mem_reserved_main_thread_calloc_memory = nullptr;
+constinit SPARE_BLOCK mem_reserved_main_thread_calloc_memory = nullptr;
 
-// Filled with zeros, so that the pages are really committed. Not by memset: the compiler makes one
-// calloc of the two calls, and calloc leaves fresh pages untouched.
-void reserve(void*& block) {
+// The critical section keeps threads apart while it exists; after the last teardown, exchanging the
+// pointers is all there is.
+void reserve(SPARE_BLOCK& block) {
   if (block != nullptr) return;
-  void* fresh = std::malloc(spare_block_size);
-  if (fresh == nullptr) mem_out_of_memory();
-  explicit_bzero(fresh, spare_block_size);
-  block = fresh;
+  void* fresh = mem_allocate_zeroed(spare_block_size);
+  void* none = nullptr;
+  if (!block.compare_exchange_strong(none, fresh)) std::free(fresh);
 }
 
-void release(void*& block) {
-  std::free(block);
-  block = nullptr;
-}
+// Forgotten first: a child forked in between loses the block, and does not free it again.
+void release(SPARE_BLOCK& block) { std::free(block.exchange(nullptr)); }
 
 }  // namespace
 
 void mem_reserve_spare_blocks() {
   if (mem_out_of_memory_already_reported) return;
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
   reserve(mem_reserved_calloc_memory);
   reserve(mem_reserved_main_thread_calloc_memory);
 }
 
 void mem_release_spare_blocks() {
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
   release(mem_reserved_calloc_memory);
   release(mem_reserved_main_thread_calloc_memory);
 }

@@ -1,10 +1,13 @@
 // The spare blocks that are freed when memory runs out, so that the report has some to work with.
-// Relies on mem/host, mem/info and mem/allocator.
+// They are no blocks of the host's: the thread's tracking is blocked while they come and go.
+// Relies on mem/base and mem/state.
 #pragma once
+
+#include <atomic>
 
 /// Whether memory has run out. Set by mem_out_of_memory, never cleared; from then on no spare
 /// block is allocated.
-extern bool mem_out_of_memory_already_reported;
+extern std::atomic<bool> mem_out_of_memory_already_reported;
 
 /// Frees the process-wide spare block and the calling thread's.
 /// Hold mem_critical_section: it guards the process-wide block.

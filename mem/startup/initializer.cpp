@@ -19,7 +19,7 @@ char const* lib_load_printing() { return std::getenv("MEM_PRINT_LIB_LOAD"); }
 void start_up() {
   init_tcmalloc_functions();
   mem_manager.initialize();
-  thr_thread_set_next_wrapper_func(mem_thread_wrapper, &mem_next_thread_wrapper);
+  mem_install_thread_wrapper();
   mem_read_korvane_ini_file();
   mem_allocate_spare_memory();
   mem_initialize_tbb_tracking(mem_get_tracking_granularity_from_env());

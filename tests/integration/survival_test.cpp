@@ -17,10 +17,15 @@ std::int64_t last_block(const RUN& run) {
 }
 
 TEST(TheHost, EndsAsItChose) {
-  constexpr std::tuple<const char*, int, bool> rows[] = {
-      {"just_end", 0, true},      {"end_threads_late", 0, true}, {"load_and_unload", 0, true},
-      {"interrupt", 0, true},     {"exit_in_a_thread", 7, true}, {"quick_exit", 5, false},
-      {"exit_at_once", 6, false}, {"throw_out", 128 + 6, false}};
+  constexpr std::tuple<const char*, int, bool> rows[] = {{"just_end", 0, true},
+                                                         {"end_threads_late", 0, true},
+                                                         {"load_and_unload", 0, true},
+                                                         {"interrupt", 0, true},
+                                                         {"exit_in_a_thread", 7, true},
+                                                         {"quick_exit", 5, false},
+                                                         {"exit_at_once", 6, false},
+                                                         {"throw_out", 128 + 6, false},
+                                                         {"start_again_after_the_end", 0, true}};
   for (const auto& [scenario, status, reports] : rows) {
     SCOPED_TRACE(scenario);
     const RUN run(tracked("survival", {scenario}, everything));
@@ -30,6 +35,15 @@ TEST(TheHost, EndsAsItChose) {
       EXPECT_GE(last_block(run), 4096);
     }
   }
+}
+
+TEST(AThread, LeavesNothingOfTheLibrarysInTheFigures) {
+  const RUN run(tracked("survival", {"end_threads_in_every_way"}, everything));
+  const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
+  EXPECT_EQ(last_block(run), 4096);
+  for (const char* function : {"start_thread", "(anonymous namespace)::end_threads_in_every_way()"})
+    EXPECT_EQ(report.sum("Cumulative bytes", "Function", function), 0) << function;
+  EXPECT_EQ(report.row("Address", "OTHER").number("Current bytes"), 0);
 }
 
 TEST(TheHost, FindsItsBooksConfirmedWhateverGoesOn) {

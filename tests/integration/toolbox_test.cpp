@@ -25,6 +25,7 @@ const ENDING_ROW endings[] = {{{"library"}, false, 1, "", the_report},
                               {{"threads", "malloc"}, true, 1, "", the_report},
                               {{"handler"}, false, 1, the_handler, ""},
                               {{"handler", "threads", "malloc"}, true, 1, the_handler, ""},
+                              {{"meanwhile", "threads"}, false, 1, the_handler, ""},
                               {{"malloc"}, true, 0, "still here\n", ""}};
 
 TEST(OutOfMemory, EndsWithThePeakReportedOnceOrAsTheHostsHandlerSays) {

@@ -1,15 +1,18 @@
 // Allocates until there is nothing left. The words on the command line say how: "handler" installs
 // a handler of the host's, "library" the library's report, "malloc" allocates with malloc instead
 // of new, and "threads" does so on two threads of the host's thread library at once, where the
-// library's wrapper has to have installed the report. The host's numbers are grouped all the while.
+// library's wrapper has to have installed the report; "meanwhile" installs the handler while the
+// wrapper of the first of them is at that. The host's numbers are grouped all the while.
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <locale>
 #include <string_view>
 
 #include "include/tuk_mem.h"
+#include "platform/thr_runtime.h"
 #include "platform/thr_thread.h"
 
 namespace {
@@ -17,6 +20,7 @@ namespace {
 constexpr std::size_t megabyte = 1'000'000;
 
 bool with_malloc = false;
+std::atomic<bool> set_meanwhile = false;
 
 void* volatile last_block;
 
@@ -29,6 +33,8 @@ void allocate_for_ever() {
 void say(std::string_view text) {
   if (write(STDOUT_FILENO, text.data(), text.size()) < 0) std::_Exit(2);
 }
+
+void hosts_handler() { say("the host's handler\n"); }
 
 void* thread(void*) {
   allocate_for_ever();
@@ -47,15 +53,21 @@ struct GROUPING : std::numpunct<char> {
 
 }  // namespace
 
+// The library switches this at every thread's start.
+void tbbk_set_new_mode(int) {
+  if (set_meanwhile.exchange(false)) mem_set_out_of_memory_handler(hosts_handler);
+}
+
 int main(int count, char** words) {
   std::locale::global({std::locale(), new GROUPING});
   bool with_threads = false;
   for (int i = 1; i < count; ++i) {
     const std::string_view word(words[i]);
-    if (word == "handler") mem_set_out_of_memory_handler([] { say("the host's handler\n"); });
+    if (word == "handler") mem_set_out_of_memory_handler(hosts_handler);
     if (word == "library") mem_set_out_of_memory_handler(nullptr);
     if (word == "malloc") with_malloc = true;
     if (word == "threads") with_threads = true;
+    if (word == "meanwhile") set_meanwhile = true;
   }
   if (with_threads)
     on_two_threads();

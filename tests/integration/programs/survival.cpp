@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "include/tuk_mem.h"
+#include "platform/thr_thread.h"
 #include "tests/integration/programs/run_scenario.h"
 
 namespace {
@@ -73,6 +74,37 @@ void end_threads_late() {
   take_last();
 }
 
+// Through the host's thread library, which gives each thread spare memory: it goes however the
+// thread ends, and is nobody's block.
+void end_threads_in_every_way() {
+  constexpr THR_FUNCTION functions[] = {
+      [](void*) -> void* { return nullptr; },
+      [](void*) -> void* { pthread_exit(nullptr); },
+      [](void*) -> void* {
+        for (;;) pause();
+      },
+  };
+  for (const THR_FUNCTION function : functions) {
+    pthread_t thread;
+    if (thr_thread_create(&thread, function, nullptr) != 0) std::_Exit(3);
+    if (function == functions[2]) pthread_cancel(thread);
+    thr_thread_join(thread, nullptr);
+  }
+  take_last();
+}
+
+// A module that starts the library after its last user was gone.
+void start_again_after_the_end() {
+  take_last();
+  --MEM_INITIALIZER::s_init_counter;
+  { const MEM_INITIALIZER last("LAST"); }
+  const MEM_INITIALIZER late("LATE");
+  pthread_t thread;
+  thr_thread_create(
+      &thread, [](void* text) { return text; }, nullptr);
+  thr_thread_join(thread, nullptr);
+}
+
 void load_and_unload() {
   std::vector<void*> modules;
   for (const std::string name : {"./libcopy0.so", "./libcopy1.so", "./libcopy2.so"}) {
@@ -100,6 +132,8 @@ void interrupt() {
 constexpr SCENARIO scenarios[] = {
     {"fork_under_load", fork_under_load},
     {"end_threads_late", end_threads_late},
+    {"end_threads_in_every_way", end_threads_in_every_way},
+    {"start_again_after_the_end", start_again_after_the_end},
     {"load_and_unload", load_and_unload},
     {"interrupt", interrupt},
     {"just_end", take_last},
