@@ -1,9 +1,10 @@
-// The chunk allocator. Relies on mem/host and mem/oom.
+// The chunk allocator. Relies on mem/oom.
 #include <cstdlib>
 #include <new>
 #include <utility>
 
 #include "include/tuk_mem.h"
+#include "mem/oom/zeroed_block.h"
 
 struct MEM_UTILS_CHUNK_ALLOC::BLOCK {
   BLOCK* next;
@@ -20,8 +21,6 @@ void* or_out_of_memory(void* block) {
   if (block == nullptr) mem_out_of_memory();
   return block;
 }
-
-void* zeroed(std::size_t size) { return or_out_of_memory(std::calloc(size, 1)); }
 
 // Bytes from `address` to the next multiple of `alignment`.
 std::size_t gap_at(const void* address, std::size_t alignment) {
@@ -43,7 +42,7 @@ MEM_UTILS_CHUNK_ALLOC::~MEM_UTILS_CHUNK_ALLOC() {
 }
 
 void* MEM_UTILS_CHUNK_ALLOC::chunk_malloc(std::size_t size, std::size_t alignment) {
-  if (!m_chunking_enabled) return zeroed(size == 0 ? least_block_size : size);
+  if (!m_chunking_enabled) return mem_allocate_zeroed(size == 0 ? least_block_size : size);
   const std::size_t gap = gap_at(m_current, alignment);
   const bool fits = gap <= m_remaining && size <= m_remaining - gap;
   if (!fits || m_current == nullptr) return chunk_malloc_slowly(size, alignment);
@@ -64,7 +63,7 @@ void* MEM_UTILS_CHUNK_ALLOC::chunk_malloc_slowly(std::size_t size, std::size_t a
 }
 
 void* MEM_UTILS_CHUNK_ALLOC::start_chunk(std::size_t size) {
-  auto* const chunk = static_cast<char*>(zeroed(chunk_size));
+  auto* const chunk = static_cast<char*>(mem_allocate_zeroed(chunk_size));
   record(chunk);
   m_current = chunk + size;
   m_remaining = chunk_size - size;
@@ -75,7 +74,7 @@ void* MEM_UTILS_CHUNK_ALLOC::start_chunk(std::size_t size) {
 void* MEM_UTILS_CHUNK_ALLOC::separate_block(std::size_t size, std::size_t alignment) {
   std::size_t count = 0;
   if (__builtin_add_overflow(size, alignment, &count)) mem_out_of_memory();
-  auto* const block = static_cast<char*>(zeroed(count));
+  auto* const block = static_cast<char*>(mem_allocate_zeroed(count));
   record(block);
   return block + gap_at(block, alignment);
 }

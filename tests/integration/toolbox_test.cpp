@@ -53,6 +53,14 @@ TEST(MallocExtension, ReachesTheAllocatorOrAnswersNeutrally) {
   EXPECT_EQ(RUN(program).out(), "known -1, grown 0, rate -1\n");
 }
 
+TEST(TheArena, GivesZerosThoughNewBlocksAreFilled) {
+  for (const char* whole_blocks : {"off", "on"}) {
+    const RUN run(tracked("scenarios", {"fill_new_blocks_with_a_pattern"},
+                          {{"mem_utils_no_chunk_allocation", whole_blocks}}));
+    EXPECT_EQ(run.out(), "1 0 0 0 0") << whole_blocks;
+  }
+}
+
 TEST(PgoModules, AreListedAtExitInByteOrderEachPairOnce) {
   const RUN run(tracked("registers_pgo_modules", {}, {{"debug_msg", "on"}}));
   std::string expected;

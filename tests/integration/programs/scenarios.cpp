@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -51,6 +52,18 @@ void ask_the_allocator() {
               EXTENSION::get_memory_release_rate());
 }
 
+// A new chunk, one piece more, one that leaves the chunk alone, one larger than a chunk.
+void fill_new_blocks_with_a_pattern() {
+  mem_set_alloc_pattern('P');
+  MEM_UTILS_CHUNK_ALLOC chunks;
+  const auto filled = [](const void* piece, std::size_t size) {
+    return std::memchr(piece, 'P', size) != nullptr;
+  };
+  std::printf("%d", filled(take(100), 100));
+  for (const std::size_t size : {100U, 200U, 32700U, 40000U})
+    std::printf(" %d", filled(chunks.chunk_malloc(size, 8), size));
+}
+
 void shut_down_twice() {
   take(1000);
   mem_shutdown_tbb_tracking();
@@ -83,6 +96,7 @@ void run_threads() {
 
 constexpr SCENARIO scenarios[] = {
     {"ask_the_allocator", ask_the_allocator},
+    {"fill_new_blocks_with_a_pattern", fill_new_blocks_with_a_pattern},
     {"leak", leak},
     {"start_late", start_late},
     {"shut_down_twice", shut_down_twice},
