@@ -2,9 +2,23 @@
 // in-process heap profiler.
 //
 // The header is clean under C++17. Unless a function says otherwise it may be called from any
-// thread, at any time after the library is loaded. Failures are not returned as codes: queries
+// thread, at any time after the library is loaded, the end of the process included: it finds what
+// is tracked whole, or finds that tracking has ended. Failures are not returned as codes: queries
 // answer 0, false or an empty text, and diagnostics go to the debug channel (mem_msg_vdebug).
 // A broken internal invariant ends in err_report_internal_error, which does not return.
+//
+// From a signal handler: functions marked [signal] may be called. Where the handler has interrupted
+// its own thread inside the tracker, they do nothing: a dump writes nothing and answers false, a
+// query answers false, a flush, snapshot, reset or label is left out. They are safe against the
+// library's own locks, not against those of the host's streams and allocator. The other functions
+// must not be called from a signal handler.
+//
+// From a debug-message callback: it may be called from inside an allocation or a release, so it
+// must not wait for another thread. It may call everything here, a reset and a switch of tracking
+// included; what it allocates is not tracked, and an exception it throws ends where it was called.
+//
+// In a child made by fork nothing is tracked any more and no report is written: the functions
+// answer as after the end. A program the child executes is tracked by its own environment.
 #ifndef TUK_MEM_H
 #define TUK_MEM_H
 
@@ -105,12 +119,12 @@ TUK_MEM_API const char* mem_gen_get_project_output_directory();
 /// unset, empty or anything else gives `default_value`.
 TUK_MEM_API bool mem_cfg_is_on(const char* name, bool default_value);
 /// An integer setting. From the environment: leading decimal digits as strtol reads them. Without
-/// a callback `default_value` is deliberately never used: unset or empty gives 0.
+/// a callback `default_value` is never used, and hosts count on that: unset or empty gives 0.
 TUK_MEM_API int mem_cfg_get_int_value(const char* name, int default_value);
 /// A text setting; empty when it is not set. An exception of the callback passes on.
 TUK_MEM_API std::string mem_cfg_get_value(const char* name);
 /// An environment switch: off when unset, empty or exactly "0"; everything else is on,
-/// deliberately also "off", "no" and "00".
+/// also "off", "no" and "00", as scripts of old set them.
 TUK_MEM_API bool mem_env_is_on(const char* name);
 /// Always null; kept for the host's interface.
 TUK_MEM_API void* mem_get_cfg_handle();
@@ -264,7 +278,8 @@ TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used_from_os();
 /// The same as the _from_os form.
 TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used(unsigned long pid);
 TUK_MEM_API std::uint64_t mem_info_get_process_peak_virtual_used();
-/// Swap in use on the machine: deliberately the same figure as the page-file query.
+/// Swap in use on the machine: the same figure as the page-file query, as the hosts' displays
+/// expect.
 TUK_MEM_API std::uint64_t mem_info_get_system_current_physical_in_use();
 /// Largest value the query above has ever returned in this process, the present included.
 TUK_MEM_API std::uint64_t mem_info_get_system_peak_physical_in_use();
@@ -321,9 +336,9 @@ constexpr MEM_TRACKING_GRANULARITY operator~(MEM_TRACKING_GRANULARITY a) noexcep
 
 /// What the environment and the settings ask for. Also notes which reports were asked for.
 TUK_MEM_API MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env();
-/// Whether the process's allocator has the hook interface and answers for malloc: without it no heap
-/// block is seen, whatever is tracked, and reports of them hold zeros. For gates that must not take
-/// such a report for a clean one. Known from start-up on.
+/// Whether the process's allocator has the hook interface and answers for malloc: without it no
+/// heap block is seen, whatever is tracked, and reports of them hold zeros. For gates that must not
+/// take such a report for a clean one. Known from start-up on.
 TUK_MEM_API bool mem_allocator_is_hooked();
 /// Brings the tracker up, once per process; later calls do nothing. Throws std::invalid_argument
 /// or std::out_of_range on a malformed numeric setting and std::runtime_error when the tracker's
@@ -336,7 +351,10 @@ TUK_MEM_API void mem_set_tbb_memory_tracking_enabled(bool on);
 /// Whether summary bins are on.
 TUK_MEM_API bool mem_get_tbb_memory_tracking_enabled();
 /// Adds bits to what is tracked; from zero, installs the allocator hooks. Call after
-/// initialisation; without effect once tracking has been shut down.
+/// initialisation; without effect once tracking has been shut down. Bins can't be switched on by
+/// this alone: mem_open_profile_bin also looks at what initialisation found, and at
+/// mem_set_tbb_memory_tracking_enabled. Figures of what is switched on late can be negative: blocks
+/// from before are released, too.
 TUK_MEM_API void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits);
 /// Removes bits; at zero, removes the allocator hooks.
 TUK_MEM_API void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits);
@@ -363,8 +381,8 @@ class TUK_MEM_API MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT {
 };
 /// Forgets every live block, site, module and tag figure, and the last recorded peak: the
 /// accounting starts afresh. Figures of bins, timelines of modules, labels and flushed peaks stay.
-/// A block from before is credited to the catch-all when it is released, and not taken from the
-/// total. Internal error before initialisation.
+/// A block from before is credited to the catch-all when it is released, so that its figures can be
+/// negative, and not taken from the total. Internal error before initialisation. [signal]
 TUK_MEM_API void mem_reset_tracking_entries();
 
 /// Accounts a memory mapping of `size` bytes at `address`, or its removal, like a block. The first
@@ -374,10 +392,11 @@ extern "C" TUK_MEM_API void mem_notify_memory_mapping_added(void const* address,
                                                             unsigned long size);
 extern "C" TUK_MEM_API void mem_notify_memory_mapping_removed(void const* address,
                                                               unsigned long size);
-/// Sets the tag in the names of the report files ("kvi" at first). Null, or a call before
-/// initialisation, is an internal error.
+/// Sets the tag in the names of the report files ("kvi" at first). It goes into the names as it is:
+/// one with a slash puts the reports into another directory, which has to be there. Null, or a call
+/// before initialisation, is an internal error.
 TUK_MEM_API void mem_set_tbb_exe_string(char const* exe_string);
-/// The tag; "" before initialisation. Valid until the next mem_set_tbb_exe_string.
+/// The tag; "" before initialisation and after cleanup. The text stays for the life of the process.
 TUK_MEM_API char const* mem_get_tbb_exe_string();
 
 /// Excludes the calling thread's allocations and releases from tracking. Returns whether they
@@ -430,9 +449,10 @@ struct MEM_ADDRESS_TRACKER : MEMORY_TRACKER_BASE {
 
 /// Copies the record of the site that allocated the live block at `block`; false when the block
 /// is not known. For null, copies the catch-all record. Internal error before initialisation.
+/// [signal]
 TUK_MEM_API bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out);
 /// Copies the record of the module `name`; false when there is none. Internal error before
-/// initialisation.
+/// initialisation. [signal]
 TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_BASE& out);
 
 // ---------------------------------------------------------------------------------------------
@@ -444,8 +464,10 @@ TUK_MEM_API bool mem_get_module_tracker(std::string const& name, MEMORY_TRACKER_
 
 /// Opens a bin. Under MEM_TRACK_PER_BIN it measures the process's bytes until it is closed; under
 /// MEM_TRACK_PER_BIN_DETAILED it is counted as "tag::name", an empty tag standing for the enclosing
-/// one ("Root" at the outside). A non-empty tag also becomes the timeline label, under
-/// MEM_TRACK_PER_LIBRARY. Bins nest; the same one may be opened again, also while it is open.
+/// one ("Root" at the outside). A non-empty tag also becomes the timeline label, when
+/// MEM_TRACK_PER_BIN and MEM_TRACK_PER_LIBRARY are both on. Names go into the reports as they are:
+/// a tab or a line break in one breaks its row. Bins nest; the same one may be opened again, also
+/// while it is open.
 TUK_MEM_API void mem_open_profile_bin(const std::string& name, const std::string& tag);
 /// Closes the bin opened last. `tag` is the one it was opened with: tags must nest, or it is an
 /// internal error, as is closing more than was opened. Stores the process's bytes at the opening,
@@ -453,40 +475,51 @@ TUK_MEM_API void mem_open_profile_bin(const std::string& name, const std::string
 TUK_MEM_API void mem_close_profile_bin(const std::string& tag, std::uint64_t* start_bytes,
                                        std::uint64_t* end_bytes, std::uint64_t* peak_bytes);
 
-/// Sets the label that the rows of the module timeline get from now on.
+/// Sets the label that the rows of the module timeline get from now on. [signal]
 TUK_MEM_API void mem_set_timeline_label(const std::string& label);
 /// Keeps the tags of bins from setting labels, for good. The current label stays.
 TUK_MEM_API void mem_disable_profile_bin_tag_timeline_labels();
 
 /// Hands the peak recorded so far on to the reports and starts looking for the next one: the
-/// reports at the end show the highest peak flushed, unless a later phase rose above it.
+/// reports at the end show the highest peak flushed, unless a later phase rose above it. [signal]
 TUK_MEM_API void mem_tbb_tracking_flush_peak();
-/// Takes one sample of every timeline now. Internal error before initialisation.
+/// Takes one sample of every timeline now. Internal error before initialisation. (The sample that
+/// a recorded peak forces is taken once the release that met it has been credited: its row can lie
+/// below the peak.) [signal]
 TUK_MEM_API void mem_user_snapshot_tracking_data();
 
 // ---------------------------------------------------------------------------------------------
 // Tracking: reports and shutdown
 // ---------------------------------------------------------------------------------------------
 
-/// Writes the report per allocation site, largest peak first; always true.
+// A dump copies the figures of one moment and writes them with no lock held: the stream may do what
+// it likes, wait for other threads included. Its locale and flags neither change the text nor are
+// changed.
+
+/// Writes the report per allocation site: largest peak first, then by current bytes, cumulative
+/// bytes and address. True, but for a refused signal handler. [signal]
 TUK_MEM_API bool mem_dump_tbb_fileline_tracking(std::ostream& out);
-/// Writes the report per module, largest peak first; always true.
+/// Writes the report per module, in the same order with the name for the address. True. [signal]
 TUK_MEM_API bool mem_dump_tbb_subsystem_tracking(std::ostream& out);
 /// Writes the counters of every bin and of every tag that was charged, in bytes; always true. A row
-/// may mix figures of two moments while blocks are being charged.
+/// may mix figures of two moments while blocks are being charged. [signal]
 TUK_MEM_API bool mem_dump_tbb_profile_bin_stats_tracking(std::ostream& out);
 TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_stats_tracking(std::ostream& out);
 /// Writes the timeline of modules: a summary of the 18 largest and a table of all. False, with
-/// nothing written, when either stream has failed already.
+/// nothing written, when either stream has failed already, or there is no timeline. [signal]
 TUK_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostream& detailed);
-/// The same for tags, each row headed by the bin that was open; always true.
+/// The same for tags, each row headed by the bin that was open; always true. [signal]
 TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary,
                                                                 std::ostream& detailed);
 /// Ends tracking for good and writes every report asked for into the current directory. Does
 /// nothing before initialisation and the second time, nor when an error ends the process from
-/// inside the tracker's own accounting: that thread would wait for itself.
+/// inside the tracker's own accounting: that thread would wait for itself. Of two threads that end
+/// tracking at once one does it and the other waits; called again on its own thread, by a callback
+/// for instance, it returns at once. A bin beyond the 65536th that is open now is left out of the
+/// tag timeline's last sample, which is said on the debug channel.
 TUK_MEM_API void mem_shutdown_tbb_tracking();
-/// Runs the shutdown and frees the tracker. Does nothing before initialisation.
+/// Runs the shutdown and frees the tracker, with the same promises. Does nothing before
+/// initialisation.
 TUK_MEM_API void mem_cleanup_tbb_tracking();
 
 // ---------------------------------------------------------------------------------------------
@@ -512,7 +545,8 @@ TUK_MEM_API void mem_cleanup_tbb_tracking();
 ///   that has no multi-byte form ends its text;
 /// - `Z`: a pointer to { unsigned short bytes; unsigned short capacity; char* text; }, the text
 ///   wide with `w`; "(null)" when either pointer is null;
-/// - `e E f g G`: a double, all of them in fixed-point form and deliberately never with an
+/// - `e E f g G`: a double, all of them in fixed-point form and, for the hosts' files, never with
+/// an
 ///   exponent: "%e" of 1234.5 is "1234.500000". There are at most 17 decimals, trailing zeros
 ///   stay, precision 0 keeps the point ("4."; with `g` and `G` it counts as 1), `#` changes
 ///   nothing, and no number comes out as "0.inf" or "0.nan";
@@ -534,13 +568,13 @@ TUK_MEM_API void stl_raw_sprintf(std::string* out, const char* format, ...) TUK_
 }  // namespace MEM_DETAIL
 
 /// Copies as much of `src` as fits into the `size` bytes of `dst` and terminates it. Returns the
-/// length of `src`: `size` or more says that the copy was cut. The terminator is deliberately
-/// written for size 0 too: `dst` always has room for one character.
+/// length of `src`: `size` or more says that the copy was cut. The terminator is, as callers
+/// expect, written for size 0 too: `dst` always has room for one character.
 TUK_MEM_API std::size_t stl_strlcpy(char* dst, const char* src, std::size_t size);
 /// Appends as much of `src` as fits into the `size` bytes of `dst` in all and terminates it.
 /// Returns the length found in `dst` plus the length of `src`: `size` or more says that the text
-/// was cut. A `dst` without a terminator among its first `size` - 1 characters deliberately loses
-/// the last of its `size` to the terminator.
+/// was cut. A `dst` without a terminator among its first `size` - 1 characters loses the
+/// last of its `size` to the terminator: callers pass buffers that were filled to the brim.
 TUK_MEM_API std::size_t stl_strlcat(char* dst, const char* src, std::size_t size);
 /// The same, but appends `count` characters at most. The result still counts all of `src`, which
 /// has to be terminated.
@@ -574,7 +608,8 @@ class TUK_MEM_API MEM_UTILS_CHUNK_ALLOC {
   MEM_UTILS_CHUNK_ALLOC();
   MEM_UTILS_CHUNK_ALLOC(const MEM_UTILS_CHUNK_ALLOC&) = delete;
   MEM_UTILS_CHUNK_ALLOC& operator=(const MEM_UTILS_CHUNK_ALLOC&) = delete;
-  /// Deliberately frees no piece, which may live on: call chunk_free_memory first to free them.
+  /// Frees no piece: owners keep pieces beyond their arena. Call chunk_free_memory first to free
+  /// them.
   ~MEM_UTILS_CHUNK_ALLOC();
 
   /// `size` zeroed bytes at a multiple of `alignment`, which must not be 0. Never null, also for
@@ -632,8 +667,8 @@ TUK_MEM_API void release_free_memory();
 TUK_MEM_API double get_memory_release_rate();
 /// Sets that rate; nothing without the function [MallocExtension_SetMemoryReleaseRate].
 TUK_MEM_API void set_memory_release_rate(double rate);
-/// Sends a text to the debug channel. The text is deliberately the format itself: it must not hold
-/// a per-cent sign.
+/// Sends a text to the debug channel. The text is the format itself, as hosts pass it: it must not
+/// hold a per-cent sign.
 TUK_MEM_API void print_message(const std::string& text);
 
 namespace DETAIL {

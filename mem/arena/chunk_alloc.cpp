@@ -81,7 +81,7 @@ void* MEM_UTILS_CHUNK_ALLOC::separate_block(std::size_t size, std::size_t alignm
 
 void MEM_UTILS_CHUNK_ALLOC::count_large_allocation() {
   if (++m_large_allocations <= large_allocations_before_warning) return;
-  // Every time from here on, deliberately.
+  // Every time from here on: who watches the messages sees how many there are.
   mem_msg_vdebug(
       "WARNING: More than %d chunk allocations have failed because they are bigger than one chunk "
       "size in tuk/mem_utils\n",

@@ -12,7 +12,7 @@ namespace {
 
 constinit std::int32_t mem_ipc_mode = MEM_IPC_MODE_NONE;
 
-// What stands around a debug message. The text between is put in unescaped, deliberately: the
+// What stands around a debug message. The text between is put in as it is: the
 // library's own messages hold no quotes, braces or backslashes.
 struct WRAPPING {
   const char* head;

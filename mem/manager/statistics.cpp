@@ -11,7 +11,8 @@ void raise_to(std::atomic<std::int64_t>& field, std::int64_t value) noexcept {
 }
 
 // Gives the enclosing region its peak back unless a concurrent raise got there first. One try is
-// enough for that; only a field found at 0 is looked at again, deliberately.
+// enough for that; only a field found at 0 is looked at again, which is all that a host's nested
+// regions need.
 void restore_outer_peak(std::atomic<std::int64_t>& field, std::int64_t saved) noexcept {
   std::int64_t found = 0;
   while (found == 0) {

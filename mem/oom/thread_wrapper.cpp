@@ -11,8 +11,8 @@ namespace {
 
 constinit std::atomic<bool> wrapper_is_installed = false;
 
-// The process-wide block goes with the thread's, deliberately: the next thread start brings it
-// back.
+// The process-wide block goes with the thread's: the next thread start brings it back, and until
+// then a host has its memory.
 struct SPARE_MEMORY {
   SPARE_MEMORY() { mem_allocate_spare_memory(); }
   SPARE_MEMORY(const SPARE_MEMORY&) = delete;

@@ -37,7 +37,7 @@ MEM_PGO_STATIC_DESTRUCTOR::~MEM_PGO_STATIC_DESTRUCTOR() {
   if (!mem_pgo_debug || !mem_pgo_list_initialized) return;
   const std::lock_guard guard(pgo_list_lock);
   for (const auto& [module, profile] : mem_get_pgo_dll_list())
-    // No blank before the profile, deliberately.
+    // No blank before the profile: scripts read the line so.
     std::printf("Debug: PGO: The code module %s was last compiled using PGO for:%s\n",
                 module.c_str(), profile.c_str());
 }

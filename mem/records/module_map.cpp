@@ -37,8 +37,7 @@ constinit const MEM_PART mem_module_map_part(
       const std::lock_guard modules(mem_module_tracker_lock);
       mem_module_tracker_map->clear();
     }},
-    MEM_FREE{[] { mem_destroy(mem_module_tracker_map); }},  //
-    MEM_ABANDON{[] {
+    MEM_FREE{[] { mem_destroy(mem_module_tracker_map); }}, MEM_ABANDON{[] {
       mem_abandon(mem_module_tracker_map);
       mem_module_tracker_lock.abandon();
       mem_module_timeline_lock.abandon();

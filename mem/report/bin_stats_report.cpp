@@ -69,6 +69,7 @@ void write_rows(MEM_REPORT_TEXT& out, const KIND& kind,
 }
 
 bool write_bytes(std::ostream& stream, const KIND& kind) {
+  if (mem_visit_is_refused()) return false;
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   MEM_REPORT_TEXT out(stream);
   out << kind.title << "\n\n"

@@ -49,10 +49,10 @@ bool any_prefix_matches(const MEM_USER_FILTERS& prefixes, std::string_view text)
 constexpr RULE module_rules[] = {
     {MATCH::WHOLE, ""},                     // no known module
     {MATCH::PREFIX, "tuk_mem"},             // this library
-    {MATCH::PREFIX, "tbb"},                 //
+    {MATCH::PREFIX, "tbb"},                 // oneTBB
     {MATCH::WHOLE_IGNORING_CASE, "ormel"},  // host
-    {MATCH::WHOLE_IGNORING_CASE, "lzma"},   //
-    {MATCH::PREFIX, "stdc++"},              //
+    {MATCH::WHOLE_IGNORING_CASE, "lzma"},   // compression
+    {MATCH::PREFIX, "stdc++"},              // the C++ library
     {MATCH::WHOLE_IGNORING_CASE, "iomp5"},  // OpenMP
 };
 

@@ -109,7 +109,7 @@ void ADDR2LINE_HANDLE::IMPL::get_data(unsigned long long address, char* buffer,
     newlines += static_cast<int>(std::count(cursor, cursor + count, '\n'));
     cursor += count;
     // No buffer's length: a second bulk read is refused, and the rest of a long or slow answer is
-    // dropped below. Deliberately kept.
+    // dropped below.
     length -= 4294967295UL;
   }
   drop_rest_of_answer(cursor, lines_of_an_answer - newlines);

@@ -25,6 +25,6 @@ enum FORMAT_DOUBLE_HOOK_INDEX : std::uint8_t {
   FORMAT_HOOK_FORCE_DECIMAL_POINT = 3  ///< precision 0 with #
 };
 
-/// What is done to the text of a double. Every entry does nothing, deliberately: zeros stay, and
-/// the decimal point is there anyway.
+/// What is done to the text of a double. Every entry does nothing: readers of the numbers count on
+/// zeros that stay, and the decimal point is there anyway.
 extern const std::array<FORMAT_DOUBLE_HOOK, 6> _cfltcvt_tab;

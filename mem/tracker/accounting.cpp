@@ -106,23 +106,38 @@ MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t g
   return site;
 }
 
-void charge_levels(void const* ptr, MEM_ADDRESS_TRACKER& site, std::size_t requested,
-                   std::size_t allocated, std::uint32_t granularity, bool sample) {
-  mem_remember_block(ptr, site, (granularity & MEM_TRACK_PER_FILELINE) != 0);
-  if ((granularity & MEM_TRACK_PER_LIBRARY) == 0) return;
-  charge_module(site, requested, allocated);
-  if (sample) mem_module_timeline->capture();
+// One allocation, as the levels are charged with it.
+struct ALLOCATION {
+  void const* block;
+  std::size_t requested;
+  std::size_t allocated;
+  std::uint32_t granularity;
+  bool sample;
+
+  bool has(std::uint32_t bits) const { return (granularity & bits) != 0; }
+};
+
+// What a capture has stored. Where all frames of a trace that is not the last are looked through, a
+// longer one is wanted.
+struct TRACE {
+  void const** frames;
+  int count;
+  bool is_last;
+};
+
+void charge_levels(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
+  mem_remember_block(event.block, site, event.has(MEM_TRACK_PER_FILELINE));
+  if (!event.has(MEM_TRACK_PER_LIBRARY)) return;
+  charge_module(site, event.requested, event.allocated);
+  if (event.sample) mem_module_timeline->capture();
 }
 
-// Null when the frames are not enough: all of them were looked through, and there may be more; or
-// when tracking has ended.
-MEM_ADDRESS_TRACKER* charge_site(void const** frames, int count, bool is_last,
-                                 std::size_t requested, std::size_t allocated,
-                                 std::uint32_t granularity) {
+// Null when the frames are not enough, or when tracking has ended.
+MEM_ADDRESS_TRACKER* charge_site(const ALLOCATION& event, const TRACE& stack) {
   std::unique_lock trace(mem_trace_lock);
-  MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(frames, count, trace);
-  if (site == nullptr || (!is_last && mem_is_catch_all(*site))) return nullptr;
-  if ((granularity & MEM_MASK_CHARGE_SITE) != 0) mem_charge_block(*site, requested, allocated);
+  MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(stack.frames, stack.count, trace);
+  if (site == nullptr || (!stack.is_last && mem_is_catch_all(*site))) return nullptr;
+  if (event.has(MEM_MASK_CHARGE_SITE)) mem_charge_block(*site, event.requested, event.allocated);
   return site;
 }
 
@@ -131,23 +146,20 @@ using TOTAL = std::optional<std::int64_t>;
 
 // Charges a block to the site that the frames lead to, and with it to all that is charged inside
 // the tracker's lock. None when the frames are not enough, or tracking has ended.
-TOTAL charge_in_lock(void const* ptr, void const** frames, int count, bool is_last,
-                     std::size_t requested, std::size_t allocated, std::uint32_t granularity,
-                     bool sample) {
-  const auto bytes = static_cast<std::int64_t>(allocated);
+TOTAL charge_in_lock(const ALLOCATION& event, const TRACE& stack) {
+  const auto bytes = static_cast<std::int64_t>(event.allocated);
   const MEM_INSIDE_AS_MOUSE mouse;
   if (mem_tbb_tracking_ended) return std::nullopt;
-  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
-    MEM_ADDRESS_TRACKER* site =
-        charge_site(frames, count, is_last, requested, allocated, granularity);
+  if (event.has(MEM_MASK_FIND_SITE)) {
+    MEM_ADDRESS_TRACKER* site = charge_site(event, stack);
     if (site == nullptr) return std::nullopt;
-    charge_levels(ptr, *site, requested, allocated, granularity, sample);
+    charge_levels(event, *site);
   }
-  if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
-    charge_bins(ptr, bytes);
-    if (sample) mem_pbin_tag_snapshots->capture();
+  if (event.has(MEM_TRACK_PER_BIN_DETAILED)) {
+    charge_bins(event.block, bytes);
+    if (event.sample) mem_pbin_tag_snapshots->capture();
   }
-  return change_total((granularity & MEM_MASK_TOTAL) != 0 ? bytes : 0);
+  return change_total(event.has(MEM_MASK_TOTAL) ? bytes : 0);
 }
 
 // What a release finds of its block. Where records were reset, a block that is in the total is
@@ -204,26 +216,25 @@ void finish_event(std::uint32_t granularity, bool sample, const TOTAL& total) {
 [[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
                                        std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;
-  const bool sample = count_event();
+  const ALLOCATION event = {ptr, requested, allocated, granularity, count_event()};
   TOTAL total;
-  if ((granularity & MEM_MASK_FIND_SITE) != 0) {
+  if (event.has(MEM_MASK_FIND_SITE)) {
     void const* frames[mem_deep_trace_depth];
+    TRACE stack = {frames, 0, false};
     int skip = MEM_STACK_TRACE_IGNORE_DEPTH;
-    bool is_last = false;
-    for (int stage = 0; !total && !is_last; ++stage) {
+    for (int stage = 0; !total && !stack.is_last; ++stage) {
       const int wanted = mem_trace_stages[stage];
-      const int count = mem_tbb_unwinder->capture(frames, wanted, skip, 0);
-      is_last = count < wanted || stage + 1 == mem_trace_stage_count;
-      total =
-          charge_in_lock(ptr, frames, count, is_last, requested, allocated, granularity, sample);
-      skip += count;
+      stack.count = mem_tbb_unwinder->capture(frames, wanted, skip, 0);
+      stack.is_last = stack.count < wanted || stage + 1 == mem_trace_stage_count;
+      total = charge_in_lock(event, stack);
+      skip += stack.count;
     }
-  } else if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0) {
-    total = charge_in_lock(ptr, nullptr, 0, true, requested, allocated, granularity, sample);
+  } else if (event.has(MEM_TRACK_PER_BIN_DETAILED)) {
+    total = charge_in_lock(event, {});
   }
-  if ((granularity & MEM_MASK_STATISTICS) != 0)
+  if (event.has(MEM_MASK_STATISTICS))
     mem_pbin_stats.add_block(static_cast<std::int64_t>(allocated));
-  finish_event(granularity, sample, total);
+  finish_event(granularity, event.sample, total);
 }
 
 [[gnu::noinline]] void mem_track_dealloc(void const* ptr, std::size_t allocated) {
