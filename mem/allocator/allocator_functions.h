@@ -1,4 +1,4 @@
-// The hook interface of the process's allocator, found by name. Relies on the C library only.
+// The hook interface of the process's allocator, found by name.
 #pragma once
 
 #include <cstddef>

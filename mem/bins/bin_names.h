@@ -1,4 +1,4 @@
-// Numbers for the names of bins and tags. Relies on mem/base.
+// Numbers for the names of bins and tags.
 #pragma once
 
 #include <oneapi/tbb/concurrent_vector.h>

@@ -1,5 +1,5 @@
-// Profile bins as the host opens and closes them. Relies on mem/base, mem/host, mem/manager,
-// mem/state, mem/records and mem/timeline, like everything in this folder.
+// Profile bins as the host opens and closes them. Relies on mem/base, mem/state and
+// mem/timeline, like everything in this folder.
 #pragma once
 
 #include <atomic>

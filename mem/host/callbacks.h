@@ -1,5 +1,4 @@
-// The table of functions that the host installs. Ground floor: files in this folder rely on
-// include/, platform/ and each other only.
+// The table of functions that the host installs. This folder relies on mem/base.
 #pragma once
 
 #include "include/tuk_mem.h"

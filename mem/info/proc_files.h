@@ -1,4 +1,4 @@
-// Readers of the kernel's memory files. Relies on mem/base, mem/host and mem/state.
+// Readers of the kernel's memory files. Relies on mem/base and mem/state.
 //
 // Every read opens its file afresh and keeps only the fields listed. The readers answer 0 on
 // success and -1 on failure, which they report on the debug channel under the caller's name; they

@@ -1,4 +1,4 @@
-// The global allocation statistics. Relies on mem/base and mem/host.
+// The global allocation statistics. Relies on mem/base.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // The out-of-memory handlers: the host's, and the library's own in front of it. This folder relies
-// on mem/base, mem/state, mem/info and mem/allocator.
+// on mem/base, mem/state and mem/allocator.
 #pragma once
 
 #include <atomic>

@@ -1,6 +1,5 @@
 // The spare blocks that are freed when memory runs out, so that the report has some to work with.
 // They are no blocks of the host's: the thread's tracking is blocked while they come and go.
-// Relies on mem/base and mem/state.
 #pragma once
 
 #include <atomic>

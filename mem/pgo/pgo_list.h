@@ -1,4 +1,4 @@
-// The modules that were built with profile-guided optimisation. Relies on mem/base and mem/host.
+// The modules that were built with profile-guided optimisation. Relies on mem/base.
 #pragma once
 
 /// Whether a module has registered.

@@ -1,5 +1,5 @@
-// The counter updates that a site's and a module's record share. Relies on mem/host, mem/state
-// and mem/symbolizer, like everything in this folder.
+// The counter updates that a site's and a module's record share. Relies on mem/base and
+// mem/state, like everything in this folder.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Report files: where they are, and that none is cut short in silence. Relies on every folder
-// below mem/shutdown.
+// Report files: where they are, and that none is cut short in silence. Relies on mem/base,
+// mem/host, mem/state, mem/records, mem/timeline and mem/bins, like everything in this folder.
 #pragma once
 
 #include <fstream>

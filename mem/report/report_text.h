@@ -1,5 +1,4 @@
-// The text of a report on its way to a stream. Relies on every folder above mem/report, like
-// everything in this folder.
+// The text of a report on its way to a stream.
 #pragma once
 
 #include <array>

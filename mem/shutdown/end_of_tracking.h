@@ -1,4 +1,4 @@
-// The one end of a tracked run. Relies on every folder below mem/startup.
+// The one end of a tracked run.
 #pragma once
 
 /// Ends tracking and writes the reports, unless that has been done. Inside mem_tracker_gate, with

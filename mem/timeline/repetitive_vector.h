@@ -1,4 +1,4 @@
-// The sequence of every timeline: most values repeat the one before. Relies on mem/base.
+// The sequence of every timeline: most values repeat the one before.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // The label of the stretch of work that the host is in, recorded with every sample. Relies on
-// mem/base, mem/host, mem/info, mem/state and mem/records, like everything in this folder.
+// mem/base, mem/state, mem/info and mem/records, like everything in this folder.
 #pragma once
 
 #include <string_view>

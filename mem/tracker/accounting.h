@@ -1,4 +1,4 @@
-// Charging and crediting one block at every level that is tracked. Relies on every folder below.
+// Charging and crediting one block at every level that is tracked.
 #pragma once
 
 #include <cstddef>
