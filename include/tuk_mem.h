@@ -29,6 +29,17 @@
 #include <iosfwd>
 #include <string>
 
+/// The version of this header. A host built with it runs with any library of the same major version
+/// that is as new or newer.
+#define TUK_MEM_VERSION_MAJOR 1
+#define TUK_MEM_VERSION_MINOR 0
+#define TUK_MEM_VERSION_PATCH 0
+#define TUK_MEM_VERSION_STRING           \
+  TUK_MEM_TEXT_OF(TUK_MEM_VERSION_MAJOR) \
+  "." TUK_MEM_TEXT_OF(TUK_MEM_VERSION_MINOR) "." TUK_MEM_TEXT_OF(TUK_MEM_VERSION_PATCH)
+#define TUK_MEM_TEXT_OF(number) TUK_MEM_TEXT_OF_TOKEN(number)
+#define TUK_MEM_TEXT_OF_TOKEN(token) #token
+
 #define TUK_MEM_API __attribute__((visibility("default")))
 #define TUK_MEM_PRINTF(format_index, first_argument) \
   __attribute__((format(printf, format_index, first_argument)))

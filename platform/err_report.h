@@ -1,7 +1,7 @@
 // The host's error reporting.
 #pragma once
 
-#include "platform/export.h"
+#include "export.h"
 
 /// Reports a broken invariant: the condition that failed, the module it belongs to, the source
 /// file and line. Must not return. The default prints all four to standard error and aborts.

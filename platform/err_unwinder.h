@@ -1,7 +1,7 @@
 // The host's stack unwinders.
 #pragma once
 
-#include "platform/export.h"
+#include "export.h"
 
 /// Walks the calling thread's stack. Objects live as long as the process.
 class PLATFORM_API ERR_UNWINDER {

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "platform/export.h"
+#include "export.h"
 
 using THR_PROCESS = long;  ///< positive for a started process
 using THR_PIPE = int;      ///< a file descriptor; -1 for none

@@ -1,7 +1,7 @@
 // The host's process-wide runtime services.
 #pragma once
 
-#include "platform/export.h"
+#include "export.h"
 
 /// The calling process's id.
 PLATFORM_API int thr_getpid();

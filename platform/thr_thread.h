@@ -3,7 +3,7 @@
 
 #include <pthread.h>
 
-#include "platform/export.h"
+#include "export.h"
 
 using THR_FUNCTION = void* (*)(void* argument);
 

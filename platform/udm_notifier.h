@@ -1,7 +1,7 @@
 // The host's notifier of memory mappings.
 #pragma once
 
-#include "platform/export.h"
+#include "export.h"
 
 /// Tells registered observers of every mapping that the host adds or removes. The default keeps
 /// the list; only a host that maps memory raises notifications. All functions: any thread, also

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Installs a build tree and builds a host against it twice, through the CMake package and through
-# pkg-config. The host compiles as C++17 without a warning and is profiled though it calls nothing.
+# Builds a host in every way there is: with the installed CMake package, with pkg-config, and in a
+# project that includes this one, whose own build then shows nothing of ours but the library. The
+# host compiles as C++17 without a warning, replaces a function of the platform by including its
+# header, and is profiled though it calls nothing. What it calls nothing of either, another library,
+# is left out as it asks.
 set -euo pipefail
-build=$1 prefix=$2 allocator=$3
+source=$1 build=$2 prefix=$3
 
 rm -rf "$prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
@@ -10,34 +13,80 @@ host=$prefix/host
 mkdir -p "$host/run"
 cat >"$host/host.cpp" <<'SOURCE'
 #include "tuk_mem.h"
+#include "every_platform_header.h"
+#include <unistd.h>
 #include <cstdlib>
+#include <string_view>
+static_assert(std::string_view(TUK_MEM_VERSION_STRING) == PACKAGE_VERSION);
+void thr_thread_set_next_wrapper_func(THR_WRAPPER, THR_WRAPPER* previous) {
+  *previous = nullptr;
+  if (write(STDOUT_FILENO, "replaced\n", 9) < 0) std::_Exit(2);
+}
 int main() {
   void* volatile block = std::malloc(12345);
   return block == nullptr;
 }
 SOURCE
+line=$(grep -n malloc "$host/host.cpp" | cut -d: -f1)
+for header in "$prefix"/include/tuk_mem/platform/*.h; do
+  echo "#include \"tuk_mem/platform/$(basename "$header")\""
+done >"$host/every_platform_header.h"
+echo 'int not_called() { return 0; }' >"$host/not_needed.cpp"
 cat >"$host/CMakeLists.txt" <<'LISTS'
 cmake_minimum_required(VERSION 3.25)
 project(host LANGUAGES CXX)
 set(CMAKE_CXX_STANDARD 17)
-find_package(tuk_mem 1.0 REQUIRED)
+if(INCLUDED)
+  add_subdirectory(${INCLUDED} tuk_mem)
+  get_directory_property(tuk_mem_VERSION DIRECTORY ${INCLUDED} DEFINITION PROJECT_VERSION)
+else()
+  find_package(tuk_mem 1.0 REQUIRED COMPONENTS allocator)
+endif()
+add_library(not_needed SHARED not_needed.cpp)
 add_executable(host host.cpp)
-target_link_libraries(host PRIVATE tuk_mem::tuk_mem)
+target_compile_definitions(host PRIVATE PACKAGE_VERSION="${tuk_mem_VERSION}")
+target_compile_options(host PRIVATE ${FLAGS})
+target_link_libraries(host PRIVATE tuk_mem::tuk_mem tuk_mem::allocator not_needed)
+install(TARGETS host)
 LISTS
+flags='-g -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror'
 
+configure() {
+  cmake -G Ninja -S "$host" -B "$1" "${@:2}" -DFLAGS="${flags// /;}" \
+    -DCMAKE_EXE_LINKER_FLAGS=-Wl,--as-needed >/dev/null
+}
 expect_profiled() {
-  readelf -d "$1" | grep -q 'NEEDED.*libtuk_mem\.so\.1\]'
-  (cd "$host/run" && rm -f ./* && LD_LIBRARY_PATH=$library LD_PRELOAD=$allocator \
-    KORVANE_MEM_PROFILE_PER_FILELINE=1 "$1" && grep -q $'\t12345\t.*host\\.cpp\t4\tmain$' ./mem_tbb_fileline.kvi.log)
+  local needed
+  needed=$(readelf -d "$1" | grep NEEDED)
+  [[ $needed == *libtuk_mem.so.1]* && $needed == *libtcmalloc.so.4]* && $needed != *not_needed* ]]
+  (cd "$host/run" && rm -f ./* &&
+    [ "$(LD_LIBRARY_PATH=$library KORVANE_MEM_PROFILE_PER_FILELINE=1 "$1")" = replaced ] &&
+    grep -q $'\t12345\t.*host\\.cpp\t'"$line"$'\tmain$' ./mem_tbb_fileline.kvi.log)
+}
+expect_none() {
+  if grep "$@"; then exit 1; fi
 }
 
 library=$(dirname "$(find "$prefix" -name libtuk_mem.so)")
-flags='-g -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror'
-cmake -G Ninja -S "$host" -B "$host/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+configure "$host/build" -DCMAKE_PREFIX_PATH="$prefix"
 cmake --build "$host/build" >/dev/null
 expect_profiled "$host/build/host"
 
 export PKG_CONFIG_PATH=$library/pkgconfig
 # shellcheck disable=SC2046,SC2086
-g++ -std=c++17 $flags "$host/host.cpp" -o "$host/by_pkg_config" $(pkg-config --cflags --libs tuk_mem)
+g++ -std=c++17 $flags -DPACKAGE_VERSION="\"$(pkg-config --modversion tuk_mem)\"" "$host/host.cpp" \
+  -o "$host/by_pkg_config" -Wl,--as-needed $(pkg-config --cflags --libs tuk_mem) \
+  -l:libtcmalloc.so.4 -L"$host/build" -lnot_needed
 expect_profiled "$host/by_pkg_config"
+
+# Compiling the library once more would take minutes: what is about to be done is looked at.
+included=$host/included
+configure "$included" -DINCLUDED="$source" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON 2>/dev/null
+cmake --build "$included" --target CMakeFiles/host.dir/host.cpp.o >/dev/null
+ninja -C "$included" -t commands host >"$included/commands"
+grep -qE -- '--push-state,--no-as-needed +tuk_mem/libtuk_mem\.so\b.*--pop-state' \
+  "$included/commands"
+grep 'mem/host/callbacks\.cpp\.o -c' "$included/commands" >"$included/compilation"
+expect_none -e -Werror "$included/compilation"
+expect_none 'file(INSTALL' "$included/tuk_mem/cmake_install.cmake"
+[ ! -e "$included/tuk_mem/tests" ] && [ ! -e "$included/tuk_mem/examples" ]
