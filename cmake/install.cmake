@@ -5,8 +5,7 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tuk_mem)
 install(TARGETS tuk_mem tuk_mem_for_hosts EXPORT tuk_mem_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tuk_mem
-        FILES_MATCHING PATTERN "*.h")
+install(FILES ${platform_interfaces} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tuk_mem/platform)
 install(EXPORT tuk_mem_targets NAMESPACE tuk_mem:: FILE tuk_mem-targets.cmake
         DESTINATION ${package_directory})
 

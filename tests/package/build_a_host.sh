@@ -2,8 +2,8 @@
 # Builds a host in every way there is: with the installed CMake package, with pkg-config, and in a
 # project that includes this one, whose own build then shows nothing of ours but the library. The
 # host compiles as C++17 without a warning, replaces a function of the platform by including its
-# header, and is profiled though it calls nothing. What it calls nothing of either, another library,
-# is left out as it asks.
+# header, is profiled though it calls nothing, and finds no leak that is not its own. What it calls
+# nothing of either, another library, is left out as it asks.
 set -euo pipefail
 source=$1 build=$2 prefix=$3
 
@@ -60,8 +60,10 @@ expect_profiled() {
   needed=$(readelf -d "$1" | grep NEEDED)
   [[ $needed == *libtuk_mem.so.1]* && $needed == *libtcmalloc.so.4]* && $needed != *not_needed* ]]
   (cd "$host/run" && rm -f ./* &&
-    [ "$(LD_LIBRARY_PATH=$library KORVANE_MEM_PROFILE_PER_FILELINE=1 "$1")" = replaced ] &&
-    grep -q $'\t12345\t.*host\\.cpp\t'"$line"$'\tmain$' ./mem_tbb_fileline.kvi.log)
+    [ "$(LD_LIBRARY_PATH=$library KORVANE_MEM_PROFILE_PER_FILELINE=1 KORVANE_MEM_CHECK_LEAKS=1 "$1")" = replaced ] &&
+    grep -q $'\t12345\t.*host\\.cpp\t'"$line"$'\tmain$' ./mem_tbb_fileline.kvi.log &&
+    # As the allocator rounds them.
+    grep -q '^Total leaked bytes: 13312$' ./mem_tbb_leak_warning.kvi.log)
 }
 expect_none() {
   if grep "$@"; then exit 1; fi
