@@ -124,7 +124,11 @@ TUK_MEM_API const char* mem_gen_get_project_output_directory();
 // ---------------------------------------------------------------------------------------------
 // A lookup asks the installed callback; without one it searches the process once for the host's
 // own function (cfg_dyn_is_on, cfg_dyn_get_int_value, cfg_dyn_get_value); without that it reads
-// the environment variable of the same name.
+// the environment variable of the same name. Start-up, in the library's own static initialisation,
+// makes the first lookups: it finds such a function, but no callback that main installs.
+//
+// In a process that has more rights than whoever started it (setuid and setgid programs, file
+// capabilities) every environment variable counts as unset, switches included.
 
 /// A boolean setting. From the environment "on" and "1" are true, "off" and "0" false (any case);
 /// unset, empty or anything else gives `default_value`.
@@ -181,8 +185,9 @@ class TUK_MEM_API MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT {
 };
 
 /// Reports a fatal error to the host's err_report_fatal_error; texts beyond 499 characters are
-/// cut. A second error raised while the first is reported ends the process with status 255, a
-/// third aborts. Holds no lock while reporting.
+/// cut. A second error raised while the first is reported ends the process with status 255, after a
+/// stop in the debugger when the setting "dont_catch_all_exceptions" is on; a third aborts. Holds
+/// no lock while reporting.
 TUK_MEM_API void mem_internal_error(const char* file, int line, const char* format, ...)
     TUK_MEM_PRINTF(3, 4);
 
@@ -352,7 +357,8 @@ TUK_MEM_API MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env();
 /// take such a report for a clean one. Known from start-up on.
 TUK_MEM_API bool mem_allocator_is_hooked();
 /// Brings the tracker up, once per process; later calls do nothing. Throws std::invalid_argument
-/// or std::out_of_range on a malformed numeric setting and std::runtime_error when the tracker's
+/// or std::out_of_range on a malformed numeric setting, after one line on standard error that names
+/// it, its text and what is allowed, and std::runtime_error when the tracker's
 /// memory pool cannot be created. Not for two threads at once.
 TUK_MEM_API void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity);
 /// Both of the above.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "include/tuk_mem.h"
+#include "mem/host/settings.h"
 #include "mem/oom/zeroed_block.h"
 
 struct MEM_UTILS_CHUNK_ALLOC::BLOCK {
@@ -28,7 +29,7 @@ std::size_t gap_at(const void* address, std::size_t alignment) {
   return gap == alignment ? 0 : gap;
 }
 
-bool read_chunking_enabled() { return !mem_cfg_is_on("mem_utils_no_chunk_allocation", false); }
+bool read_chunking_enabled() { return !mem_setting_is_on("mem_utils_no_chunk_allocation"); }
 
 }  // namespace
 

@@ -4,5 +4,5 @@
 #include <string_view>
 
 /// Writes a line to the descriptor of standard error, whole, past the host's streams. Nothing where
-/// it is closed. Any thread.
+/// it is closed, has no reader any more or takes nothing for a tenth of a second. Any thread.
 void mem_say_on_standard_error(std::string_view line);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "mem/host/callbacks.h"
+#include "mem/host/environment.h"
 #include "platform/thr_runtime.h"
 
 namespace {
@@ -21,10 +22,6 @@ constinit bool cfg_is_on_search_pending = true;
 constinit bool cfg_get_int_value_search_pending = true;
 constinit bool cfg_get_value_search_pending = true;
 
-const char* environment_value(const char* name) {
-  return name == nullptr ? nullptr : std::getenv(name);
-}
-
 bool is_any_of(const char* value, const char* word, const char* digit) {
   return strcasecmp(value, word) == 0 || strcasecmp(value, digit) == 0;
 }
@@ -34,7 +31,7 @@ bool is_any_of(const char* value, const char* word, const char* digit) {
 bool mem_cfg_is_on(const char* name, bool default_value) {
   search_once(mem_host_callbacks.cfg_is_on, cfg_is_on_search_pending, "cfg_dyn_is_on");
   if (const auto callback = mem_host_callbacks.cfg_is_on) return callback(name, default_value);
-  const char* value = environment_value(name);
+  const char* value = mem_environment_value(name);
   if (value == nullptr) return default_value;
   if (is_any_of(value, "on", "1")) return true;
   if (is_any_of(value, "off", "0")) return false;
@@ -49,7 +46,7 @@ int mem_cfg_get_int_value(const char* name, int default_value) {
     callback(name, &result, default_value);
     return result;
   }
-  const char* value = environment_value(name);
+  const char* value = mem_environment_value(name);
   if (value != nullptr && *value != '\0')
     result = static_cast<int>(std::strtol(value, nullptr, 10));
   return result;
@@ -62,12 +59,12 @@ std::string mem_cfg_get_value(const char* name) {
     callback(name, &result);
     return result;
   }
-  if (const char* value = environment_value(name)) result = value;
+  if (const char* value = mem_environment_value(name)) result = value;
   return result;
 }
 
 bool mem_env_is_on(const char* name) {
-  const char* value = environment_value(name);
+  const char* value = mem_environment_value(name);
   if (value == nullptr || *value == '\0') return false;
   return value[0] != '0' || value[1] != '\0';
 }

@@ -6,6 +6,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/critical_section.h"
+#include "mem/host/settings.h"
 #include "platform/err_report.h"
 #include "platform/thr_runtime.h"
 
@@ -34,7 +35,7 @@ void print_nested_error(const char* file, int line, const char* message) {
   if (mem_internal_error_during_internal_error) std::abort();
   mem_internal_error_during_internal_error = true;
   print_nested_error(file, line, message);
-  if (mem_cfg_is_on("dont_catch_all_exceptions", false)) {
+  if (mem_setting_is_on("dont_catch_all_exceptions")) {
     try {
       thr_debug_break();
     } catch (...) {  // the process ends either way

@@ -5,6 +5,7 @@
 #include <locale>
 
 #include "mem/host/callbacks.h"
+#include "mem/host/settings.h"
 
 constinit bool is_shutting_down = false;
 
@@ -59,7 +60,7 @@ bool mem_msg_local_vinfo(const char* module, const char* format, va_list args) {
 bool mem_msg_local_vdebug(const char* module, const char* format, va_list args) {
   if (const auto callback = mem_host_callbacks.msg_local_vdebug)
     return callback(module, format, args);
-  if (!mem_cfg_is_on("debug_msg", false)) return true;
+  if (!mem_setting_is_on("debug_msg")) return true;
   const WRAPPING& wrapping = current_wrapping();
   std::fputs(wrapping.head, stdout);
   print_message(module, format, args);

@@ -6,6 +6,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/host/message.h"
+#include "mem/host/settings.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_snapshot.h"
 #include "mem/report/report_file.h"
@@ -17,7 +18,7 @@ namespace {
 constexpr char const* vx_leak_file = "korvane_vx_leak_warning.txt";
 constexpr char const* fast_leak_file = "mem_tbb_fast_leak_warning.log";
 
-bool is_in_vx_mode() { return mem_env_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"); }
+bool is_in_vx_mode() { return mem_setting_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"); }
 
 bool is_leaking(void const*, const MEM_ADDRESS_TRACKER& site) { return site.current_blocks != 0; }
 

@@ -18,8 +18,8 @@ extern int MEM_STACK_TRACE_IGNORE_DEPTH;
 /// Whether a frame without a source file is kept, as file "Unknown".
 extern bool mem_allow_no_fileline_info;
 
-/// Read the settings of that name. Those of a setting that is no number throw std::invalid_argument
-/// or std::out_of_range.
+/// Read the settings of that name. A setting that is no number is reported, and throws
+/// std::invalid_argument or std::out_of_range.
 void mem_read_snapshot_settings();
 void mem_read_ignore_depth_setting();
 void mem_read_incomplete_fileline_setting();

@@ -6,6 +6,7 @@
 #include "mem/base/check.h"
 #include "mem/base/host_thread.h"
 #include "mem/host/message.h"
+#include "mem/host/settings.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
@@ -20,7 +21,7 @@ constinit std::atomic<bool> mem_want_tbb_filters_file = false;
 namespace {
 
 void select_symbolizer(MEM_TRACKING_GRANULARITY granularity) {
-  std::string name = mem_cfg_get_value("mem_symbolizer");
+  std::string name = mem_setting_text("mem_symbolizer");
   if (name.empty()) name = "default";
   mem_tbb_symbolizer = MEM_SYMBOLIZER_FACTORY::get_symbolizer(name.c_str());
   if (mem_tbb_symbolizer == nullptr) {

@@ -1,27 +1,28 @@
 #include "mem/stack/unwinder.h"
 
-#include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "mem/base/check.h"
 #include "mem/host/message.h"
+#include "mem/host/settings.h"
 #include "mem/settings/tuning.h"
 
 constinit ERR_UNWINDER* mem_tbb_unwinder = nullptr;
 
 namespace {
 
-constexpr char const* default_unwinder = "eh_frame_internal";
+constexpr char const* default_unwinder =
+    mem_settings_row("KORVANE_MEM_PROFILE_UNWINDER").default_value;
 
 void report_tester_difference(int first_count, int second_count, int differs_at) {
   mem_tracker_debug("unwinders differ: %d and %d frames, first difference at frame %d", first_count,
                     second_count, differs_at);
 }
 
-char const* wanted_name() {
-  char const* name = std::getenv("KORVANE_MEM_PROFILE_UNWINDER");
-  const std::string_view wanted(name == nullptr ? "" : name);
-  return wanted.empty() || wanted == "default" ? default_unwinder : name;
+std::string wanted_name() {
+  const std::string wanted = mem_setting_text("KORVANE_MEM_PROFILE_UNWINDER");
+  return wanted.empty() || wanted == "default" ? default_unwinder : wanted;
 }
 
 // The cache of frame descriptions is for the walkers that profit from it: not for
@@ -35,7 +36,7 @@ void prepare_unwinder() {
 
 void select_unwinder(MEM_TRACKING_GRANULARITY) {
   ERR_UNWINDER_TESTER::set_report(report_tester_difference);
-  mem_tbb_unwinder = ERR_UNWINDER::get_unwinder(wanted_name());
+  mem_tbb_unwinder = ERR_UNWINDER::get_unwinder(wanted_name().c_str());
   mem_check(mem_tbb_unwinder != nullptr, "mem_tbb_unwinder");
   mem_read_ignore_depth_setting();
   prepare_unwinder();

@@ -6,6 +6,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/static_storage.h"
+#include "mem/host/settings.h"
 
 constinit MEM_USER_FILTERS* mem_user_filters_modules = nullptr;
 constinit MEM_USER_FILTERS* mem_user_filters_functions = nullptr;
@@ -97,7 +98,7 @@ class FILTER_FILE_READER {
 }  // namespace
 
 void mem_read_user_filters() {
-  const std::string path = mem_cfg_get_value("mem_user_defined_filters_file");
+  const std::string path = mem_setting_text("mem_user_defined_filters_file");
   if (path.empty()) return;
   std::ifstream file(path);
   if (!file) {

@@ -1,6 +1,5 @@
 // The start-up object: once-per-process start-up and last-out teardown.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "include/tuk_mem.h"
@@ -8,13 +7,14 @@
 #include "mem/base/critical_section.h"
 #include "mem/base/lifecycle.h"
 #include "mem/host/message.h"
+#include "mem/host/settings.h"
 #include "mem/oom/thread_wrapper.h"
 
 constinit std::atomic<std::int64_t> MEM_INITIALIZER::s_init_counter{0};
 
 namespace {
 
-char const* lib_load_printing() { return std::getenv("MEM_PRINT_LIB_LOAD"); }
+bool prints_lib_load() { return mem_setting_is_present("MEM_PRINT_LIB_LOAD"); }
 
 void start_up() {
   init_tcmalloc_functions();
@@ -51,17 +51,17 @@ void leave(char const* name, bool print) {
 MEM_INITIALIZER::MEM_INITIALIZER(const char* name) noexcept : m_name(name) {
   if (mem_dll_was_dynamically_loaded) return;
   if (s_init_counter.fetch_add(1) == 0) start_up();
-  static char const* const print_lib_load = lib_load_printing();
-  if (print_lib_load != nullptr) std::printf("Loading: %s\n", name);
+  static const bool print_lib_load = prints_lib_load();
+  if (print_lib_load) std::printf("Loading: %s\n", name);
 }
 
 MEM_INITIALIZER::~MEM_INITIALIZER() noexcept {
   if (mem_dll_was_dynamically_loaded) return;
   // Read again: a switch set after loading still prints the unloading.
-  static char const* const print_lib_load = lib_load_printing();
+  static const bool print_lib_load = prints_lib_load();
   mem_critical_section.lock();
   try {
-    leave(m_name, print_lib_load != nullptr);
+    leave(m_name, print_lib_load);
   } catch (...) {
     return;  // the rest of the teardown is skipped
   }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "mem/base/check.h"
+#include "mem/host/settings.h"
 #include "mem/symbolizer/recently_used.h"
 
 using IMPL = MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL;
@@ -15,14 +16,15 @@ constinit IMPL::CACHE IMPL::CACHE::singleton_instance;
 
 namespace {
 
-constinit std::atomic<int> wait_usecs = 2000;
+constinit std::atomic<int> wait_usecs =
+    mem_default_number(mem_settings_row("mem_symbolizer_addr2line_usecs"));
 constinit std::atomic<bool> wait_setting_was_read = false;
 
 // Not a guarded static: a thread that waited for another's call into the host could hold a lock
 // which the host needs to answer. Until the answer is there, others wait the default.
 int get_wait_usecs() {
   if (!wait_setting_was_read.exchange(true))
-    wait_usecs = mem_cfg_get_int_value("mem_symbolizer_addr2line_usecs", wait_usecs);
+    wait_usecs = mem_setting_integer("mem_symbolizer_addr2line_usecs");
   return wait_usecs;
 }
 

@@ -2,14 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "include/tuk_mem.h"
+#include "mem/host/settings.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"
-#include "mem/state/tracker_state.h"
-#include "tests/support/debug_lines.h"
 #include "tests/support/report.h"
+#include "tests/support/temporary_directory.h"
 
 namespace {
+
+using testing::HasSubstr, testing::StartsWith;
 
 constexpr std::pair<const char*, std::uint32_t> switches[] = {
     {"KORVANE_MEM_PROFILE_ALL=no", 95},
@@ -35,27 +39,154 @@ TEST(Granularity, IsWhatTheSwitchesAskFor) {
   }
 }
 
+std::string asked;
+
+// A host that answers everything from its settings file sees each switch once, in this order.
+TEST(Granularity, AsksTheHostInOrderAndForNothingThatIsDecided) {
+  mem_set_cfg_is_on_callback([](const char* name, bool default_value) {
+    asked.append(name).append(" ");
+    return default_value;
+  });
+  mem_get_tracking_granularity_from_env();
+  EXPECT_EQ(asked,
+            "mem_profile_all mem_profile_per_bin mem_track_user_memory "
+            "mem_profile_per_bin_detailed mem_profile_per_library mem_profile_per_fileline "
+            "mem_check_leaks mem_check_leaks_fast mem_profile_auxiliary_timeline ");
+  asked.clear();
+  setenv("KORVANE_MEM_CHECK_LEAKS", "1", 1);
+  setenv("KORVANE_MEM_PROFILE_PER_BIN", "1", 1);
+  mem_get_tracking_granularity_from_env();
+  EXPECT_EQ(asked,
+            "mem_profile_all mem_profile_per_bin_detailed mem_profile_per_library "
+            "mem_profile_per_fileline mem_profile_auxiliary_timeline ");
+}
+
+std::string errors_of(const std::function<void()>& work) {
+  testing::internal::CaptureStderr();
+  work();
+  return testing::internal::GetCapturedStderr();
+}
+
 TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsNeverZero) {
-  const auto period = [](const char* environment, const char* setting) {
-    setenv("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", environment, 1);
-    setenv("mem_profile_library_snapshot_period", setting, 1);
-    mem_module_snapshot_delay = MEM_PERIOD(131072);
-    mem_read_snapshot_settings();
-    return mem_module_snapshot_delay.events();
+  struct ROW {
+    const char* environment;
+    const char* setting;
+    std::uint64_t read;
+    const char* refused;  // what standard error tells of
   };
-  constexpr std::tuple<const char*, const char*, std::uint64_t> rows[] = {
-      {"12abc", "", 12}, {"0", "", 131072}, {"abc", "", 131072}, {"64", "7", 7}};
-  for (const auto& [environment, setting, read] : rows) {
-    EXPECT_EQ(period(environment, setting), read) << environment;
+  constexpr ROW rows[] = {{"12abc", "", 12, "PERIOD is \"12abc\""},
+                          {"0", "", 131072, "PERIOD is \"0\""},
+                          {"abc", "", 131072, "PERIOD is \"abc\""},
+                          {"99999999999999999999", "", 131072, "PERIOD is \"9999"},
+                          {"", "", 131072, nullptr},
+                          {"64", "7", 7, nullptr},
+                          {"64", "0", 64, "period is \"0\""}};
+  for (const ROW& row : rows) {
+    setenv("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", row.environment, 1);
+    setenv("mem_profile_library_snapshot_period", row.setting, 1);
+    const std::string errors = errors_of(mem_read_snapshot_settings);
+    EXPECT_EQ(mem_module_snapshot_delay.events(), row.read) << row.environment;
     for (const std::uint64_t number : {0UL, 1UL, 6UL, 7UL, 24UL, 131072UL * 84, 131072UL * 84 - 1})
-      EXPECT_EQ(mem_module_snapshot_delay.divides(number), number % read == 0) << number;
+      EXPECT_EQ(mem_module_snapshot_delay.divides(number), number % row.read == 0) << number;
+    EXPECT_EQ(std::ranges::count(errors, '\n'), row.refused != nullptr);
+    if (row.refused != nullptr) {
+      EXPECT_THAT(errors, HasSubstr(row.refused));
+      EXPECT_THAT(errors, HasSubstr(": " + std::to_string(row.read) + " holds\n"));
+    }
   }
-  EXPECT_THAT(debug_lines_of([&] { EXPECT_EQ(period("64", "0"), 64U); }),
-              testing::ElementsAre("setting \"mem_profile_library_snapshot_period\" refused: \"0\" "
-                                   "is out of range, 64 stays in force"));
-  EXPECT_THROW(period("64", "99999999999999999999"), std::out_of_range);
-  setenv("mem_alloc_pattern_hex", "xy", 1);
-  EXPECT_THROW(mem_read_allocator_aid_settings(), std::invalid_argument);
+  mem_cfg_get_int_value("", 0);
+  mem_set_cfg_get_int_value_callback(nullptr);  // found, and taken out again
+  setenv("mem_symbolizer_addr2line_usecs", "7ms", 1);
+  EXPECT_THAT(errors_of([] { mem_setting_integer("mem_symbolizer_addr2line_usecs"); }),
+              HasSubstr("\"7ms\", which is not a decimal number from 0 to 2147483647: 7 holds\n"));
+}
+
+void read_all_numbers() {
+  mem_read_snapshot_settings();
+  mem_read_ignore_depth_setting();
+  mem_read_allocator_aid_settings();
+}
+
+// Set, read, and refused as whatever was thrown says.
+TEST(Number, OfASettingIsNothingButANumber) {
+  constexpr std::tuple<const char*, const char*, const char*> rows[] = {
+      {"mem_profile_library_snapshot_period", "64 ", "stoull"},
+      {"mem_profile_library_snapshot_period", "-64", "stoull"},
+      {"mem_profile_fileline_peak_snapshot_threshold", "99999999999999999999", "stoull"},
+      {"mem_profile_stack_trace_ignore_depth", "five", "stoi"},
+      {"mem_profile_stack_trace_ignore_depth", "-3", ""},
+      {"mem_alloc_pattern", "12abc", "stoi"},
+      {"mem_alloc_pattern", " 12", "stoi"},
+      {"mem_alloc_pattern", "2147483648", "stoi"},
+      {"mem_alloc_pattern", "-1", ""},
+      {"mem_alloc_pattern_hex", "0x", "stoi"},
+      {"mem_free_pattern", "1\n2", "stoi"},
+      {"mem_free_pattern_hex", "0xCafe", ""},
+      {"mem_free_pattern_hex", "ef gh", "stoi"}};
+  for (const auto& [name, text, refused] : rows) {
+    setenv(name, text, 1);
+    std::string thrown;
+    const std::string errors = errors_of([&thrown] {
+      try {
+        read_all_numbers();
+      } catch (const std::logic_error& error) {
+        thrown = error.what();
+      }
+    });
+    unsetenv(name);
+    EXPECT_EQ(thrown, refused) << name << " " << text;
+    EXPECT_EQ(std::ranges::count(errors, '\n'), thrown.empty() ? 0 : 1) << errors;
+    EXPECT_THAT(errors, StartsWith(thrown.empty() ? "" : "MEM: " + std::string(name) + " is "));
+  }
+}
+
+// One table for the code and for whoever reads about it.
+
+std::string source_file(const std::string& name) { return content_of(SOURCE_DIRECTORY "/" + name); }
+
+std::string readme_line(const MEM_SETTINGS_ROW& row) {
+  std::string names[3];
+  for (const auto& [source, type, name] : row.settings)
+    names[source].append(names[source].empty() ? " `" : ", `").append(name).append("`");
+  const auto cell = [](const std::string& text) { return text.empty() ? text : " " + text; };
+  return "|" + names[MEM_SETTING::ENVIRONMENT] + " |" + names[MEM_SETTING::SETTINGS_FILE] + " |" +
+         cell(row.default_value) + " | " + row.effect + " |\n";
+}
+
+TEST(TheTable, IsTheReadmesWhole) {
+  std::string table = "| environment | setting | default | effect |\n|---|---|---|---|\n";
+  for (const MEM_SETTINGS_ROW& row : mem_settings) table += readme_line(row);
+  EXPECT_THAT(source_file("README.md"), HasSubstr("\n" + table + "\n"));
+}
+
+TEST(TheTable, KnowsEverySwitchThatIsWrittenAbout) {
+  const std::regex variable("KORVANE_MEM_[A-Z_]+|[Ss]ettings? [`\"]+([a-z0-9_]+)");
+  std::set<std::string> known;
+  for (const MEM_SETTINGS_ROW& row : mem_settings)
+    for (const MEM_SETTING& setting : row.settings) known.insert(setting.name);
+  std::size_t found = 0;
+  for (const char* file : {"include/tuk_mem.h", "README.md", "docs/reports.md", "docs/toolbox.md",
+                           "docs/stress.md", "docs/benchmarks.md"}) {
+    const std::string text = source_file(file);
+    for (std::sregex_iterator match(text.begin(), text.end(), variable), end; match != end;
+         ++match, ++found)
+      EXPECT_TRUE(known.contains((*match)[1].matched ? match->str(1) : match->str()))
+          << file << ": " << match->str();
+  }
+  EXPECT_GT(found, std::size(mem_settings));
+}
+
+// Past the table nothing is read: no setting of its own somewhere, no switch of a caller's in a
+// process with more rights than the caller.
+TEST(TheTable, IsHowTheLibraryReads) {
+  const std::regex reading(
+      "getenv\\(|mem_cfg_(is_on|get_value|get_int_value)\\(\"|mem_env_is_on\\(\"");
+  for (const char* folder : {"mem", "platform"})
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(SOURCE_DIRECTORY "/" + std::string(folder)))
+      if (entry.is_regular_file() && entry.path().filename() != "environment.cpp") {
+        EXPECT_FALSE(std::regex_search(content_of(entry.path()), reading)) << entry.path();
+      }
 }
 
 }  // namespace

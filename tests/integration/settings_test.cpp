@@ -1,0 +1,37 @@
+// How a program is told what to track, from outside and by its host.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/integration/tracked_program.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+// The caller's environment means nothing to a program with more rights than the caller.
+TEST(ASetuidProgram, IsSwitchedByNoEnvironment) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a program setuid";
+  for (const bool is_setuid : {false, true}) {
+    PROGRAM program = tracked("scenarios", {},
+                              {{"KORVANE_MEM_PROFILE_ALL", "1"},
+                               {"mem_print_allocations", "on"},
+                               {"debug_msg", "on"},
+                               {"MEM_PRINT_LIB_LOAD", ""}});
+    program.shell_prefix = "cp " + program.path + " host; chmod " + (is_setuid ? "4755" : "755") +
+                           " host; chmod 777 .;";
+    program.path = "setpriv";
+    program.arguments = {"--reuid=65534", "--clear-groups", "./host", "leak"};
+    const RUN run(program);
+    EXPECT_EQ(run.status(), 0) << run.err();
+    if (is_setuid) {
+      EXPECT_EQ(run.out() + run.err(), "");
+      EXPECT_EQ(run.file_names(), std::set<std::string>{"host"});
+    } else {
+      EXPECT_THAT(run.out(), HasSubstr("Loading: MEM\n"));
+      EXPECT_TRUE(run.file_names().contains("mem_tbb_fileline.leaky.log"));
+    }
+  }
+}
+
+}  // namespace
