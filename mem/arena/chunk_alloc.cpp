@@ -1,4 +1,4 @@
-// The chunk allocator. Relies on mem/oom.
+// The chunk allocator. Relies on mem/host and mem/oom.
 #include <cstdlib>
 #include <new>
 #include <utility>

@@ -1,4 +1,4 @@
-// The numeric settings of the tracker. Relies on mem/base and mem/state.
+// The numeric settings of the tracker. Relies on mem/base, mem/host and mem/state.
 #pragma once
 
 #include <cstdint>
