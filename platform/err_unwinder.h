@@ -8,7 +8,7 @@ class PLATFORM_API ERR_UNWINDER {
  public:
   virtual ~ERR_UNWINDER() = default;
 
-  /// "eh_frame_internal" (this library's own, and libunwind where that does not get on),
+  /// "eh_frame_internal" (this library's own, which reads nothing but the stack),
   /// "backtrace" (the C library's) or "tester" (both, compared over the whole stack; a difference
   /// goes to the report set by ERR_UNWINDER_TESTER::set_report). Null for any other
   /// name. The first call for a name walks once, so that whatever the walker sets up lazily is

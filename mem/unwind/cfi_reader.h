@@ -4,17 +4,45 @@
 #include <cstdint>
 #include <cstring>
 
-/// Trusts what it reads: the loader has mapped it, and the linker has made it.
+/// Reads from a stretch of memory and never beyond it: what would reach further is zero, and the
+/// reader has failed then, at its end, for good.
 class MEM_CFI_READER {
  public:
-  explicit MEM_CFI_READER(unsigned char const* at) : m_at(at) {}
+  MEM_CFI_READER() = default;
+  MEM_CFI_READER(unsigned char const* begin, unsigned char const* end) : m_at(begin), m_end(end) {}
+
+  /// A reader that has failed.
+  static MEM_CFI_READER failed() {
+    MEM_CFI_READER reader;
+    reader.m_has_failed = true;
+    return reader;
+  }
 
   unsigned char const* at() const { return m_at; }
-  void skip(std::uint64_t bytes) { m_at += bytes; }
+  std::uint64_t remaining() const { return static_cast<std::uint64_t>(m_end - m_at); }
+  bool is_at_end() const { return m_at == m_end; }
+  bool has_failed() const { return m_has_failed; }
+
+  void skip(std::uint64_t bytes) { take_stretch(bytes); }
+
+  /// Steps over so many bytes, and gives a reader for these.
+  MEM_CFI_READER take_stretch(std::uint64_t bytes) {
+    if (bytes > remaining()) {
+      fail();
+      return failed();
+    }
+    unsigned char const* const begin = m_at;
+    m_at += bytes;
+    return {begin, m_at};
+  }
 
   template <class NUMBER>
   NUMBER take() {
-    NUMBER number;
+    NUMBER number{};
+    if (sizeof number > remaining()) {
+      fail();
+      return number;
+    }
     std::memcpy(&number, m_at, sizeof number);
     m_at += sizeof number;
     return number;
@@ -44,5 +72,12 @@ class MEM_CFI_READER {
   }
 
  private:
-  unsigned char const* m_at;
+  void fail() {
+    m_at = m_end;
+    m_has_failed = true;
+  }
+
+  unsigned char const* m_at = nullptr;
+  unsigned char const* m_end = nullptr;
+  bool m_has_failed = false;
 };

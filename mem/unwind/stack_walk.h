@@ -3,17 +3,14 @@
 
 #include <cstdint>
 
-/// A frame's registers, as they were when it made its call.
-struct MEM_UNWIND_FRAME {
-  std::uintptr_t return_address;  ///< of the call: where the frame goes on
-  std::uintptr_t stack_pointer;
-  std::uintptr_t frame_pointer;
-};
+#include "mem/unwind/cfi_expression.h"
 
 /// Stores the return addresses of `frame` and its callers, but for the first `skip` of them, up to
-/// `max_frames`; returns how many. -1 when a frame on the way can't be left by the rules that are
-/// remembered here: then somebody else has to walk. Any thread, at any time; takes no lock.
-///
-/// Rules are remembered for life. After a module was unloaded and another loaded in its place, a
-/// return address that both have is left by the rule of the first.
+/// `max_frames`; returns how many. The walk ends at the outermost frame, and at one that nothing is
+/// known of. It reads nothing but the stack it stands on, whatever stack that is, and behind a
+/// signal handler the one that was interrupted. Any thread, at any time; takes no lock that is held
+/// for long, and allocates nothing.
 int mem_walk_stack(MEM_UNWIND_FRAME frame, int skip, void const** buffer, int max_frames);
+
+/// Forgets what was learnt of a module at [begin, end) that the loader has removed.
+void mem_forget_unwind_rules(std::uintptr_t begin, std::uintptr_t end);

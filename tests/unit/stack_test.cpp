@@ -2,12 +2,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <sys/mman.h>
+#include <ucontext.h>
+
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <thread>
 
+#include "mem/modules/module_watch.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
@@ -103,28 +110,28 @@ TEST(UserFilters, AreReadLineByLine) {
 // the same.
 using STACK = std::array<void const*, 60>;
 
-// The same stack by the remembered rules (empty where they don't suffice), by the library's own
-// unwinder, which then asks another, and by the C library's.
+// The same stack by the library's own unwinder and by the C library's.
 struct STACKS {
-  STACK by_rules{}, ours{}, expected{};
+  STACK ours{}, expected{};
 };
 
+MEM_UNWIND_FRAME frame_above(void const* own_frame) {
+  auto const* const words = static_cast<std::uintptr_t const*>(own_frame);
+  return {words[1], reinterpret_cast<std::uintptr_t>(words + 2), words[0]};
+}
+
 [[gnu::noinline]] STACKS innermost() {
-  auto const* const own_frame = static_cast<std::uintptr_t const*>(__builtin_frame_address(0));
-  const MEM_UNWIND_FRAME caller{own_frame[1], reinterpret_cast<std::uintptr_t>(own_frame + 2),
-                                own_frame[0]};
+  auto* const caller =
+      reinterpret_cast<void const*>(frame_above(__builtin_frame_address(0)).return_address);
   STACK frames{};
   const auto captured = [&](char const* unwinder) {
     const int count = ERR_UNWINDER::get_unwinder(unwinder)->capture(frames.data(), 60, 1, 0);
     auto* const end = frames.begin() + count;
     STACK stack{};
-    std::copy(std::find(frames.begin(), end, reinterpret_cast<void const*>(caller.return_address)),
-              end, stack.begin());
+    std::copy(std::find(frames.begin(), end, caller), end, stack.begin());
     return stack;
   };
-  STACKS stacks{{}, captured("eh_frame_internal"), captured("backtrace")};
-  if (mem_walk_stack(caller, 0, stacks.by_rules.data(), 60) < 0) stacks.by_rules = {};
-  return stacks;
+  return {captured("eh_frame_internal"), captured("backtrace")};
 }
 
 STACKS found;
@@ -138,41 +145,156 @@ STACKS found;
   return innermost();
 }
 
-STACKS from_library_callback() {
+void from_library_callback() {
   int values[] = {2, 1};
   std::qsort(values, 2, sizeof values[0], [](void const*, void const*) {
     found = from_behind_a_return(1);
     return 0;
   });
-  return found;
 }
 
-[[gnu::optimize("omit-frame-pointer")]] STACKS from_large_frame() {
+[[gnu::optimize("omit-frame-pointer")]] void from_large_frame() {
   volatile char room[700'000];
   room[0] = 1;
-  STACKS stacks = from_library_callback();
+  from_library_callback();
   room[1] = room[0];
-  return stacks;
 }
 
-STACKS from_signal_handler() {
+void from_aligned_frame() {
+  alignas(128) volatile char room[256];
+  room[0] = 1;
+  from_library_callback();
+  room[1] = room[0];
+}
+
+void from_signal_handler() {
   std::signal(SIGUSR1, [](int) { from_library_callback(); });
   std::raise(SIGUSR1);
-  return found;
 }
 
-void expect_agreement(STACKS (*walk)(), bool rules_suffice) {
-  const STACKS stacks = walk();
-  ASSERT_NE(stacks.expected[6], nullptr);
+// Pages of a stack between two that can't be read.
+class GUARDED_STACK {
+ public:
+  static constexpr std::size_t page = 4096, bytes = 64 * page;
+
+  GUARDED_STACK()
+      : m_pages(static_cast<char*>(
+            mmap(nullptr, bytes + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+    mprotect(begin(), bytes, PROT_READ | PROT_WRITE);
+  }
+  GUARDED_STACK(const GUARDED_STACK&) = delete;
+  GUARDED_STACK& operator=(const GUARDED_STACK&) = delete;
+  ~GUARDED_STACK() { munmap(m_pages, bytes + 2 * page); }
+
+  char* begin() const { return m_pages + page; }
+  char* end() const { return begin() + bytes; }
+
+ private:
+  char* m_pages;
+};
+
+void from_other_signal_stack() {
+  const GUARDED_STACK stack;
+  const stack_t wanted{.ss_sp = stack.begin(), .ss_flags = 0, .ss_size = stack.bytes};
+  stack_t former;
+  sigaltstack(&wanted, &former);
+  struct sigaction action {};
+  action.sa_flags = SA_ONSTACK;
+  action.sa_handler = [](int) { from_aligned_frame(); };
+  sigaction(SIGUSR1, &action, nullptr);
+  std::raise(SIGUSR1);
+  sigaltstack(&former, nullptr);
+}
+
+void from_fiber() {
+  const GUARDED_STACK stack;
+  static ucontext_t fiber, here;
+  getcontext(&fiber);
+  fiber.uc_stack = {.ss_sp = stack.begin(), .ss_flags = 0, .ss_size = stack.bytes};
+  fiber.uc_link = &here;
+  makecontext(&fiber, from_aligned_frame, 0);
+  swapcontext(&here, &fiber);
+}
+
+void expect_agreement(void (*walk)()) {
+  walk();
+  const STACKS stacks = found;
+  ASSERT_NE(stacks.expected[5], nullptr);
   EXPECT_EQ(stacks.ours, stacks.expected);
-  EXPECT_EQ(stacks.by_rules, rules_suffice ? stacks.expected : STACK());
 }
 
 TEST(Unwinders, AgreeOnFramesOfEveryKind) {
-  expect_agreement(from_library_callback, true);
-  expect_agreement(from_large_frame, false);
-  expect_agreement(from_signal_handler, false);
-  std::thread(expect_agreement, from_library_callback, true).join();  // another outermost frame
+  for (auto* walk : {from_library_callback, from_large_frame, from_aligned_frame,
+                     from_signal_handler, from_other_signal_stack, from_fiber}) {
+    expect_agreement(walk);
+    std::thread(expect_agreement, walk).join();  // another outermost frame
+  }
+}
+
+// Frames of all sizes, at every place near the end of a stack that has no outermost frame.
+TEST(AWalk, EndsWhereTheStackDoes) {
+  from_large_frame();
+  const STACK addresses = found.ours;
+  const GUARDED_STACK stack;
+  std::memset(stack.begin(), 0x11, stack.bytes);
+  const auto end = reinterpret_cast<std::uintptr_t>(stack.end());
+  for (void const* address : addresses)
+    for (std::uintptr_t below = 8; below < 2 * stack.page; below += 8)
+      for (const std::uintptr_t frame_pointer :
+           {end - below, end - 8, end + 8, std::uintptr_t{0}}) {
+        STACK frames{};
+        const auto code = reinterpret_cast<std::uintptr_t>(address);
+        const int count = mem_walk_stack({code, end - below, frame_pointer}, 0, frames.data(), 60);
+        ASSERT_LE(count, 2) << address << " " << below;
+      }
+}
+
+void* load_plugin(int frame_size) {
+  std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
+                             "plugin.so", std::filesystem::copy_options::overwrite_existing);
+  return dlopen("./plugin.so", RTLD_NOW);
+}
+
+int retired = 0;
+int retire(MEM_MODULE_LOOK look) {
+  retired = 0;
+  mem_retire_removed_modules(look, [](std::uintptr_t begin, std::uintptr_t end) {
+    ++retired;
+    mem_forget_unwind_rules(begin, end);
+  });
+  return retired;
+}
+
+// Loads a plug-in, has it call back, and unloads it. Where its code was.
+void* walk_in_plugin(int frame_size) {
+  using TAKE = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
+  void* const plugin = load_plugin(frame_size);
+  void* const take = dlsym(plugin, "take_in_plugin");
+  reinterpret_cast<TAKE>(take)(
+      [](std::size_t) -> void* {
+        found = innermost();
+        return nullptr;
+      },
+      0);
+  EXPECT_EQ(found.ours, found.expected) << frame_size;
+  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 0) << "it is still there";
+  dlclose(plugin);
+  std::filesystem::remove("plugin.so");
+  return take;
+}
+
+TEST(WhatWasLearntOfAModule, GoesWithIt) {
+  const TEMPORARY_DIRECTORY directory;
+  void* const place = walk_in_plugin(3000);
+  for (const int frame_size : {2000, 900, 1900, 300'000, 200'000}) {
+    EXPECT_EQ(retire(MEM_MODULE_LOOK::REMOVED), 1);
+    ASSERT_EQ(walk_in_plugin(frame_size), place);
+  }
+  // Nobody looks in time: the next one stands in its place already.
+  void* const next = load_plugin(900);
+  ASSERT_EQ(dlsym(next, "take_in_plugin"), place);
+  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 1);
+  dlclose(next);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "mem/unwind/unwind_rule.h"
+#include "mem/unwind/frame_layout.h"
 
 #include <array>
 #include <cstddef>
@@ -8,59 +8,31 @@
 
 namespace {
 
-constexpr std::uint64_t frame_pointer = 6;
-constexpr std::uint64_t stack_pointer = 7;
-
 // Carries out DWARF's call frame instructions, as far as they concern the CFA, the frame pointer
-// and the return address. What compilers do not write for ordinary functions makes a rule UNKNOWN:
-// nothing is guessed.
+// and the return address. Nothing is guessed.
 class FRAME_MACHINE {
  public:
   FRAME_MACHINE(const MEM_CFI_DESCRIPTION& description, std::uint64_t pc)
       : m_common(description.common), m_pc(pc), m_location(description.function) {}
 
-  MEM_UNWIND_RULE rule(const MEM_CFI_DESCRIPTION& description) {
-    if (!run(m_common.begin, m_common.end)) return {};
+  std::optional<MEM_FRAME_LAYOUT> layout(const MEM_CFI_DESCRIPTION& description) {
+    if (!run(m_common.instructions)) return std::nullopt;
     m_first = m_row;
-    if (!run(description.begin, description.end)) return {};
-    return rule_of(m_row);
+    if (!run(description.instructions)) return std::nullopt;
+    m_row.is_signal_frame = m_common.is_signal_frame;
+    return m_row;
   }
 
  private:
-  // Where a register's value in the caller is.
-  struct SAVED {
-    enum { UNCHANGED, BELOW_CFA, UNDEFINED, ELSEWHERE } where = UNCHANGED;
-    std::int64_t offset = 0;  // from the CFA
-  };
-  struct ROW {
-    std::uint64_t cfa_register = 0;  // 0: computed by an expression
-    std::int64_t cfa_offset = 0;
-    SAVED frame_pointer;
-    SAVED return_address;
-  };
-
-  static MEM_UNWIND_RULE rule_of(const ROW& row) {
-    if (row.return_address.where == SAVED::UNDEFINED) return {.kind = MEM_UNWIND_RULE::OUTERMOST};
-    const SAVED& saved = row.frame_pointer;
-    const bool plain =
-        row.return_address.where == SAVED::BELOW_CFA && row.return_address.offset == -8 &&
-        row.cfa_offset > 0 &&
-        (saved.where == SAVED::UNCHANGED || (saved.where == SAVED::BELOW_CFA && saved.offset < 0));
-    if (!plain || (row.cfa_register != stack_pointer && row.cfa_register != frame_pointer))
-      return {};
-    return {.kind = row.cfa_register == stack_pointer ? MEM_UNWIND_RULE::FROM_STACK_POINTER
-                                                      : MEM_UNWIND_RULE::FROM_FRAME_POINTER,
-            .cfa_offset = static_cast<std::uint64_t>(row.cfa_offset),
-            .frame_pointer_offset = static_cast<std::uint64_t>(-saved.offset)};
-  }
+  using ROW = MEM_FRAME_LAYOUT;
+  using SAVED = MEM_FRAME_LAYOUT::SAVED;
 
   // Up to the end, or to the row that is in force at the wanted address. False at an instruction
   // that is not known here.
-  bool run(unsigned char const* begin, unsigned char const* end) {
-    MEM_CFI_READER reader(begin);
-    while (reader.at() < end && m_location <= m_pc)
+  bool run(MEM_CFI_READER reader) {
+    while (!reader.is_at_end() && m_location <= m_pc)
       if (!carry_out(reader.take<unsigned char>(), reader)) return false;
-    return true;
+    return !reader.has_failed();
   }
 
   bool carry_out(unsigned char instruction, MEM_CFI_READER& reader) {
@@ -95,9 +67,10 @@ class FRAME_MACHINE {
   }
 
   bool define_cfa(unsigned char instruction, MEM_CFI_READER& reader) {
-    if (instruction == 0x0F) {  // by an expression
-      m_row.cfa_register = 0;
-      return skip_expression(reader);
+    m_row.cfa_is_expression = instruction == 0x0F;
+    if (m_row.cfa_is_expression) {
+      m_row.cfa_expression = take_expression(reader);
+      return true;
     }
     if (instruction != 0x0E) m_row.cfa_register = reader.take_uleb128();
     if (instruction != 0x0D) m_row.cfa_offset = static_cast<std::int64_t>(reader.take_uleb128());
@@ -125,15 +98,16 @@ class FRAME_MACHINE {
       case 0x06:
         return restore(which);
       case 0x07:
-        return set(which, {.where = SAVED::UNDEFINED});
+        return set(which, {SAVED::UNDEFINED, 0, {}});
       case 0x08:
-        return set(which, {.where = SAVED::UNCHANGED});
+        return set(which, {});
       case 0x09:  // in another register
         reader.take_uleb128();
-        return set(which, {.where = SAVED::ELSEWHERE});
-      case 0x10:  // where an expression says, or what it says
+        return set(which, {SAVED::ELSEWHERE, 0, {}});
+      case 0x10:
+        return set(which, {SAVED::AT_EXPRESSION, 0, take_expression(reader)});
       case 0x16:
-        return skip_expression(reader) && set(which, {.where = SAVED::ELSEWHERE});
+        return set(which, {SAVED::IS_EXPRESSION, 0, take_expression(reader)});
       case 0x11:
         return save(which, reader.take_sleb128());
       default:
@@ -146,22 +120,22 @@ class FRAME_MACHINE {
     return true;
   }
 
-  static bool skip_expression(MEM_CFI_READER& reader) {
-    const std::uint64_t length = reader.take_uleb128();
-    reader.skip(length);
-    return true;
+  static MEM_CFI_READER take_expression(MEM_CFI_READER& reader) {
+    return reader.take_stretch(reader.take_uleb128());
   }
 
   bool set(std::uint64_t which, const SAVED& saved) {
-    if (which == frame_pointer) m_row.frame_pointer = saved;
+    if (which == mem_frame_pointer_register) m_row.frame_pointer = saved;
     if (which == mem_return_address_column) m_row.return_address = saved;
     return true;
   }
   bool save(std::uint64_t which, std::int64_t factored_offset) {
-    return set(which, {SAVED::BELOW_CFA, factored_offset * m_common.data_alignment});
+    const std::uint64_t offset = static_cast<std::uint64_t>(factored_offset) *
+                                 static_cast<std::uint64_t>(m_common.data_alignment);
+    return set(which, {SAVED::AT_CFA, static_cast<std::int64_t>(offset), {}});
   }
   bool restore(std::uint64_t which) {
-    if (which == frame_pointer) m_row.frame_pointer = m_first.frame_pointer;
+    if (which == mem_frame_pointer_register) m_row.frame_pointer = m_first.frame_pointer;
     if (which == mem_return_address_column) m_row.return_address = m_first.return_address;
     return true;
   }
@@ -177,10 +151,13 @@ class FRAME_MACHINE {
 
 }  // namespace
 
-// The byte before the return address lies in the call: a call may be a function's last instruction.
-MEM_UNWIND_RULE MEM_UNWIND_RULE::at(std::uintptr_t return_address) {
-  const std::uint64_t pc = return_address - 1;
+std::optional<MEM_FRAME_LAYOUT> MEM_FRAME_LAYOUT::at(std::uintptr_t pc) {
   MEM_CFI_DESCRIPTION description;
-  if (!description.find(pc)) return {};
-  return FRAME_MACHINE(description, pc).rule(description);
+  if (!description.find(pc)) return std::nullopt;
+  return in(description, pc);
+}
+
+std::optional<MEM_FRAME_LAYOUT> MEM_FRAME_LAYOUT::in(const MEM_CFI_DESCRIPTION& description,
+                                                     std::uintptr_t pc) {
+  return FRAME_MACHINE(description, pc).layout(description);
 }
