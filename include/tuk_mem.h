@@ -356,10 +356,11 @@ TUK_MEM_API MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env();
 /// heap block is seen, whatever is tracked, and reports of them hold zeros. For gates that must not
 /// take such a report for a clean one. Known from start-up on.
 TUK_MEM_API bool mem_allocator_is_hooked();
-/// Brings the tracker up, once per process; later calls do nothing. Throws std::invalid_argument
-/// or std::out_of_range on a malformed numeric setting, after one line on standard error that names
-/// it, its text and what is allowed, and std::runtime_error when the tracker's
-/// memory pool cannot be created. Not for two threads at once.
+/// Brings the tracker up, once per process. Start-up does so before main: a later call changes
+/// nothing, and says on the debug channel if it asks for more than is tracked; see
+/// mem_enable_tracking. Throws std::invalid_argument or std::out_of_range on a setting that is no
+/// number, after one line on standard error that names it, its text and what is allowed, and
+/// std::runtime_error when the tracker's memory pool cannot be created.
 TUK_MEM_API void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity);
 /// Both of the above.
 TUK_MEM_API void mem_initialize_tbb_tracking_from_env();

@@ -6,13 +6,24 @@
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/hooks.h"
 
-void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
-  const MEM_THREAD_TRACKING_BLOCKED blocked;
+namespace {
+
+// Whether anything is tracked now that was not at all before.
+bool starts_tracking(MEM_TRACKING_GRANULARITY bits) {
   const MEM_GRANULARITY_CHANGE change;
-  if (mem_tbb_tracking_ended) return;
+  if (mem_tbb_tracking_ended) return false;
   if ((bits & MEM_TRACK_PER_BIN_DETAILED) != MEM_TRACK_NONE) mem_create_block_bins();
   const std::uint32_t old = mem_tracking_granularity.fetch_or(bits);
-  if (old == MEM_TRACK_NONE && bits != MEM_TRACK_NONE) mem_install_tracker_hooks();
+  if (old != MEM_TRACK_NONE || bits == MEM_TRACK_NONE) return false;
+  mem_install_tracker_hooks();
+  return true;
+}
+
+}  // namespace
+
+void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  if (starts_tracking(bits)) mem_say_if_nothing_is_hooked();
 }
 
 void mem_disable_tracking(MEM_TRACKING_GRANULARITY bits) {

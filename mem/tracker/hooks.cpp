@@ -1,9 +1,11 @@
 #include "mem/tracker/hooks.h"
 
+#include <atomic>
 #include <utility>
 
 #include "mem/allocator/allocator_functions.h"
 #include "mem/base/host_thread.h"
+#include "mem/base/standard_error.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
@@ -67,6 +69,14 @@ void mem_remove_tracker_hooks() {
   if (!std::exchange(hooks_are_installed, false)) return;
   ptrfunc_RemoveNewHook(mem_tcmalloc_tracker_new_hook);
   ptrfunc_RemoveDeleteHook(mem_tcmalloc_tracker_delete_hook);
+}
+
+void mem_say_if_nothing_is_hooked() {
+  static constinit std::atomic<bool> was_said = false;
+  if (mem_allocator_is_hooked() || was_said.exchange(true)) return;
+  mem_say_on_standard_error(
+      "MEM: memory tracking was asked for, but the process's allocator has no hooks (is "
+      "libtcmalloc.so.4 preloaded or linked?): no heap block will be in the reports");
 }
 
 void mem_switch_tracking_off(MEM_TRACKING_GRANULARITY bits) {

@@ -18,5 +18,9 @@ void mem_account_release(void const* ptr, std::size_t allocated);
 void mem_install_tracker_hooks();
 void mem_remove_tracker_hooks();
 
+/// One line on standard error, once, when no block of malloc comes to the hooks: reports full of
+/// zeros must not pass for the truth. Hold no lock.
+void mem_say_if_nothing_is_hooked();
+
 /// Takes bits from the granularity, and the hooks away where none is left. The same condition.
 void mem_switch_tracking_off(MEM_TRACKING_GRANULARITY bits);

@@ -5,8 +5,8 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
-#include "mem/base/standard_error.h"
 #include "mem/bins/user_memory_tracker.h"
+#include "mem/host/message.h"
 #include "mem/records/block_bins.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
@@ -29,12 +29,12 @@ void link_to_module(MEM_ADDRESS_TRACKER& site) {
   mem_module_of(site);
 }
 
-// Reports full of zeros must not pass for the truth.
-void say_if_nothing_is_hooked(MEM_TRACKING_GRANULARITY granularity) {
-  if (granularity != MEM_TRACK_NONE && !mem_allocator_is_hooked())
-    mem_say_on_standard_error(
-        "MEM: memory tracking was asked for, but the process's allocator has no hooks (is "
-        "libtcmalloc.so.4 preloaded or linked?): no heap block will be in the reports");
+// Start-up was here before main: whoever asks now finds only what was asked for then.
+void say_what_came_too_late(MEM_TRACKING_GRANULARITY asked_for) {
+  const std::uint32_t missing = asked_for & ~mem_tracking_granularity;
+  if (missing != MEM_TRACK_NONE)
+    mem_tracker_debug("Memory tracking was initialized before: granularity %u has no effect",
+                      missing);
 }
 
 // The flag comes first: from the moment the hooks are in, any thread's allocation looks at it, and
@@ -55,7 +55,7 @@ void start_tracking(MEM_TRACKING_GRANULARITY granularity) {
 // Of two first calls on different threads, one waits for the other; a call from inside the work, by
 // a settings callback for instance, does nothing.
 void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
-  if (mem_tbb_tracker_inited) return;
+  if (mem_tbb_tracker_inited) return say_what_came_too_late(granularity);
   const MEM_GATE::PASS inside(mem_tracker_gate);
   if (!inside || mem_tbb_tracker_inited) return;
   static_cast<void>(omp_get_num_procs());
@@ -64,7 +64,7 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   link_to_module(create_catch_all_site());
   mem_register_fork_handlers();
   start_tracking(granularity);
-  say_if_nothing_is_hooked(granularity);
+  if (granularity != MEM_TRACK_NONE) mem_say_if_nothing_is_hooked();
 
   mem_read_incomplete_fileline_setting();
   mem_read_allocator_aid_settings();
@@ -75,6 +75,6 @@ void mem_initialize_tbb_tracking_from_env() {
 }
 
 void mem_set_tbb_memory_tracking_enabled(bool on) {
-  mem_initialize_tbb_tracking(MEM_TRACK_PER_BIN);
+  if (on || !mem_tbb_tracker_inited) mem_initialize_tbb_tracking(MEM_TRACK_PER_BIN);
   if (!on || !mem_tbb_tracking_ended) MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory = on;
 }

@@ -100,11 +100,21 @@ TEST(Tracking, IsExactUnderThreads) {
   }
 }
 
-TEST(WithoutTheHookInterface, NothingIsTracked) {
-  PROGRAM program = tracked("call_sites_pie_O2", {}, per_fileline);
+// Said once, by whoever asks for it: at start-up, or later on in the program.
+TEST(WithoutTheHookInterface, NothingIsTrackedAndThatIsSaid) {
+  constexpr const char* said =
+      "MEM: memory tracking was asked for, but the process's allocator has no hooks (is "
+      "libtcmalloc.so.4 preloaded or linked?): no heap block will be in the reports\n";
+  PROGRAM program = tracked("scenarios", {"start_late"});
   program.preload = {};
+  EXPECT_EQ(RUN(program).err(), said);
+  program.arguments = {"leak"};
+  EXPECT_EQ(RUN(program).err(), "");
+  program.path = PROGRAMS_DIRECTORY "/call_sites_pie_O2";
+  program.environment = per_fileline;
   const RUN run(program);
-  EXPECT_EQ(books_of(run).size(), 24U) << run.err();
+  EXPECT_EQ(run.err(), said);
+  EXPECT_EQ(books_of(run).size(), 24U);
   const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
   EXPECT_EQ(report.rows.size(), 1U);
   EXPECT_EQ(report.row("Address", "OTHER").number("Cumulative blocks"), 0);

@@ -8,6 +8,7 @@
 #include "mem/host/settings.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"
+#include "tests/support/debug_lines.h"
 #include "tests/support/report.h"
 #include "tests/support/temporary_directory.h"
 
@@ -59,6 +60,17 @@ TEST(Granularity, AsksTheHostInOrderAndForNothingThatIsDecided) {
   EXPECT_EQ(asked,
             "mem_profile_all mem_profile_per_bin_detailed mem_profile_per_library "
             "mem_profile_per_fileline mem_profile_auxiliary_timeline ");
+}
+
+TEST(Initialisation, ThatComesTooLateSaysSo) {
+  const auto told = debug_lines_of([] {
+    mem_initialize_tbb_tracking(MEM_TRACK_NONE);
+    setenv("KORVANE_MEM_CHECK_LEAKS_FAST", "1", 1);
+    mem_initialize_tbb_tracking_from_env();
+    mem_set_tbb_memory_tracking_enabled(false);
+  });
+  EXPECT_THAT(told, testing::ElementsAre(
+                        "Memory tracking was initialized before: granularity 32 has no effect"));
 }
 
 std::string errors_of(const std::function<void()>& work) {
