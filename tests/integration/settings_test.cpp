@@ -7,7 +7,18 @@
 
 namespace {
 
-using testing::HasSubstr;
+using testing::HasSubstr, testing::MatchesRegex;
+
+// It asks for everything in its settings, and nothing does in the environment.
+TEST(TheReadmesHost, IsTrackedAsItsSettingsSay) {
+  const RUN run(tracked("readme_host", {}));
+  EXPECT_EQ(run.err(), "");
+  EXPECT_THAT(run.out(), MatchesRegex("parsing took 10[0-9]{5} bytes\n"));
+  const REPORT bins(run.file("mem_tbb_pbin_stats.my_host.log"));
+  EXPECT_GE(bins.row("Name", "input::parse").number("Max bytes"), 1000000);
+  const REPORT fileline(run.file("mem_tbb_fileline.my_host.log"));
+  EXPECT_EQ(fileline.row("Cumulative requested bytes", "1000000").text("Function"), "main");
+}
 
 // The caller's environment means nothing to a program with more rights than the caller.
 TEST(ASetuidProgram, IsSwitchedByNoEnvironment) {
