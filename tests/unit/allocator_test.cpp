@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "include/tuk_mem.h"
 #include "tests/support/stand_in_allocator.h"
 #include "tests/support/temporary_directory.h"
@@ -35,6 +39,37 @@ TEST(FillPattern, FillsNewBlocksAsAskedForAndReleasedOnesWhole) {
                           std::string(given, 'F'));
   ptrfunc_GetOwnership = [](const void*) { return 2; };
   EXPECT_EQ(filled(), unfilled) << "a block that is not the allocator's";
+}
+
+std::atomic<int> hooks_in_place = 0;
+
+TEST(FillPattern, IsSwitchedByManyThreadsWithNoHookTwice) {
+  ptrfunc_AddNewHook = [](MEM_NEW_HOOK) { return ++hooks_in_place; };
+  ptrfunc_RemoveNewHook = [](MEM_NEW_HOOK) { return --hooks_in_place; };
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong = 0;
+  for (int thread = 0; thread < 4; ++thread)
+    threads.emplace_back([&wrong] {
+      for (int i = 0; i < 5000; ++i) {
+        mem_set_alloc_pattern(i);
+        if (hooks_in_place < 0 || hooks_in_place > 1) ++wrong;
+        mem_disable_alloc_patterns();
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(hooks_in_place, 0);
+}
+
+// A mapping notified before start-up makes the search the first time.
+TEST(TheAllocator, IsSearchedForOnceAndIsMallocsOwn) {
+  ptrfunc_AddNewHook = [](MEM_NEW_HOOK) { return 1; };
+  const auto in_use = ptrfunc_AddNewHook;
+  EXPECT_EQ(init_tcmalloc_functions(), 0);
+  EXPECT_EQ(ptrfunc_AddNewHook, in_use);
+  EXPECT_TRUE(mem_allocator_is_hooked());
+  ptrfunc_GetOwnership = [](const void*) { return 2; };
+  EXPECT_FALSE(mem_allocator_is_hooked()) << "malloc is a sanitizer's";
 }
 
 TEST(AllocationLog, HasALinePerEventWhileOnAndIsTruncatedOnlyOnce) {
