@@ -1,10 +1,9 @@
-// Reading the inlining symbolizer's answers.
-#include <algorithm>
-#include <charconv>
+#include "mem/symbolizer/inlined_answer.h"
+
 #include <optional>
 #include <string_view>
 
-#include "mem/symbolizer/symbolizer_addr2line_inlining.h"
+#include "mem/symbolizer/leading_number.h"
 #include "mem/symbolizer/text_field.h"
 
 namespace {
@@ -32,14 +31,6 @@ std::optional<LINE_PAIR> cut_pair(std::string_view& text) {
   return LINE_PAIR{*function, *location};
 }
 
-// Whatever follows the number, such as a discriminator, is left alone; "?" is no number.
-int leading_number(std::string_view text) {
-  int number = 0;
-  text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
-
 void clear_source(MEM_ADDRESS_INFO& info) {
   info.file_name_buffer[0] = info.function_name_buffer[0] = '\0';
   info.line = 0;
@@ -51,18 +42,18 @@ void set_source(const LINE_PAIR& pair, MEM_ADDRESS_INFO& info) {
   const std::size_t colon = pair.location.rfind(':');
   if (is_unknown(pair.location) || colon == std::string_view::npos) return;
   mem_set_text_field(info.file_name_buffer, pair.location.substr(0, colon));
-  info.line = leading_number(pair.location.substr(colon + 1));
+  info.line = mem_leading_number(pair.location.substr(colon + 1));
 }
 
 }  // namespace
 
-bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::parse_addr2line_output(
-    char const* text, MEM_ADDRESS_INFO& info, std::vector<MEM_ADDRESS_INFO>& inlined) {
+void mem_parse_inlined_answer(char const* text, MEM_ADDRESS_INFO& info,
+                              std::vector<MEM_ADDRESS_INFO>& inlined) {
   std::string_view rest(text);
   inlined.clear();
   clear_source(info);
   auto pair = cut_pair(rest);
-  if (!pair) return true;
+  if (!pair) return;
   set_source(*pair, info);
   MEM_ADDRESS_INFO frame = info;
   while ((pair = cut_pair(rest))) {
@@ -71,5 +62,4 @@ bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::parse_addr2line_output(
     if (frame.function_name_buffer[0] != '\0' && frame.file_name_buffer[0] != '\0')
       inlined.push_back(frame);
   }
-  return true;
 }

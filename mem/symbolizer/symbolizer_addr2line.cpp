@@ -1,13 +1,13 @@
 #include "mem/symbolizer/symbolizer_addr2line.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
 #include <mutex>
+#include <new>
 
 #include "mem/base/check.h"
+#include "mem/symbolizer/module_info.h"
+#include "mem/symbolizer/plain_answer.h"
 #include "mem/symbolizer/recently_used.h"
-#include "mem/symbolizer/text_field.h"
+#include "mem/symbolizer/tool_request.h"
 
 using IMPL = MEM_SYMBOLIZER_ADDR2LINE::IMPL;
 using ADDR2LINE_HANDLE = IMPL::ADDR2LINE_HANDLE;
@@ -25,50 +25,50 @@ bool MEM_SYMBOLIZER_ADDR2LINE::get_module_info(void const* address, MEM_ADDRESS_
 
 bool MEM_SYMBOLIZER_ADDR2LINE::get_source_and_function_info(void const* address,
                                                             MEM_ADDRESS_INFO& info) {
+  std::vector<MEM_ADDRESS_INFO> none;
+  return ask(address, info, none) != MEM_SYMBOL_ANSWER::no_module;
+}
+
+MEM_SYMBOL_ANSWER MEM_SYMBOLIZER_ADDR2LINE::ask(void const* address, MEM_ADDRESS_INFO& info,
+                                                std::vector<MEM_ADDRESS_INFO>& inlined) try {
   constexpr unsigned long answer_size = 2048;
-  if (!info.module_info_valid && !get_module_info(address, info)) return false;
+  inlined.clear();
+  if (!info.module_info_valid && !get_module_info(address, info))
+    return MEM_SYMBOL_ANSWER::no_module;
   mem_check(address == info.address, "address == info.address", MEM_SOURCE::addr2line);
+  MEM_SYMBOL_ANSWER result;
+  MEM_MODULE_FILE* file = mem_file_to_ask(info, result);
+  if (file == nullptr) return result;
   char answer[answer_size] = {};
-  IMPL::CACHE::singleton_instance.get_data(info, answer, answer_size);
+  const MEM_TOOL_OUTCOME outcome =
+      IMPL::CACHE::singleton_instance.get_data(info, *file, answer, answer_size);
   IMPL::parse_addr2line_output(answer, info);
-  return true;
+  return mem_conclude(outcome, *file, info);
+} catch (const std::bad_alloc&) {
+  return MEM_SYMBOL_ANSWER::for_now;
 }
 
 bool IMPL::parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info) {
-  if (*text == '\0' || *text == '?') return false;
-  char const* end_of_function = std::strchr(text, '\n');
-  if (end_of_function == nullptr) return false;
-  mem_set_text_field(info.function_name_buffer, {text, end_of_function});
-
-  const std::string_view rest(end_of_function + 1);
-  const std::string_view location = rest.substr(0, rest.find('\n'));
-  const std::size_t colon = location.find(':');
-  info.file_name_buffer[0] = '\0';
-  info.line = 0;
-  if (colon == std::string_view::npos || location.front() == '?') return true;
-  mem_set_text_field(info.file_name_buffer, location.substr(0, colon));
-  // Whatever follows the number, such as a discriminator, is left alone.
-  if (std::sscanf(location.data() + colon + 1, "%d", &info.line) != 1) info.line = 0;
-  return true;
+  return mem_parse_plain_answer(text, info);
 }
 
-void IMPL::CACHE::get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size) {
+MEM_TOOL_OUTCOME IMPL::CACHE::get_data(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file,
+                                       char* buffer, unsigned long size) {
   const std::lock_guard lock(m_lock.mutex);
-  ADDR2LINE_HANDLE* handle = get_handle(info);
+  ADDR2LINE_HANDLE* handle = get_handle(file);
   mem_check(handle != nullptr, "handle", MEM_SOURCE::addr2line);
   mem_check(handle->module_name() == info.module_name_buffer,
             "handle->module_name () == info.module_name_buffer", MEM_SOURCE::addr2line);
-  handle->tool().get_data(handle->file().file_address(info), buffer, size);
+  return handle->tool().get_data(mem_file_address(info, file.e_type()), buffer, size);
 }
 
-ADDR2LINE_HANDLE* IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
+ADDR2LINE_HANDLE* IMPL::CACHE::get_handle(MEM_MODULE_FILE& file) {
   HANDLES& handles = m_handles.object;
   handles.reserve(most_tools);
-  const bool runs = mem_move_latest_to_back(handles, [&](const ADDR2LINE_HANDLE& handle) {
-    return handle.module_name() == info.module_name_buffer;
-  });
+  const bool runs = mem_move_latest_to_back(
+      handles, [&](const ADDR2LINE_HANDLE& handle) { return &handle.file() == &file; });
   if (runs) return &handles.back();
-  ADDR2LINE_HANDLE fresh(info);
+  ADDR2LINE_HANDLE fresh(file);
   if (handles.size() < most_tools) {
     handles.push_back(std::move(fresh));
   } else {
@@ -83,7 +83,7 @@ void IMPL::CACHE::clear() {
   m_handles.object = {};
 }
 
-// A cache that was locked when the process was forked may be half changed: its pipes stay open.
+// A cache that was locked when the process was forked may be half changed.
 void IMPL::CACHE::abandon() {
   if (m_lock.mutex.try_lock())
     for (const ADDR2LINE_HANDLE& handle : m_handles.object) handle.tool().abandon();
@@ -91,33 +91,14 @@ void IMPL::CACHE::abandon() {
   m_lock.unlocked = 0;
 }
 
-ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info)
-    : m_impl(std::allocate_shared<IMPL>(MEM_BOOKKEEPING_ALLOCATOR<IMPL>(), info.module_path)),
-      m_module_name(info.module_name_buffer),
-      m_file(MEM_MODULE_FILE::read(info, MEM_SOURCE::addr2line)) {}
-
-void ADDR2LINE_HANDLE::IMPL::get_data(unsigned long long address, char* buffer,
-                                      unsigned long size) {
-  constexpr int lines_of_an_answer = 2;
-  char* cursor = buffer;
-  *cursor = '\0';
-  if (!m_tool.ask(address)) return;
-  unsigned long length = size - 1;
-  int newlines = 0;
-  std::size_t count = 0;
-  while (newlines < lines_of_an_answer && m_tool.read(cursor, length, count) && count > 0) {
-    newlines += static_cast<int>(std::count(cursor, cursor + count, '\n'));
-    cursor += count;
-    // No buffer's length: a second bulk read is refused, and the rest of a long or slow answer is
-    // dropped below.
-    length -= 4294967295UL;
-  }
-  drop_rest_of_answer(cursor, lines_of_an_answer - newlines);
-  *cursor = '\0';
+ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(MEM_MODULE_FILE& file)
+    : m_impl(std::allocate_shared<IMPL>(MEM_BOOKKEEPING_ALLOCATOR<IMPL>(), file)), m_file(&file) {
+  char name[65];
+  mem_short_module_name(file.path(), name);
+  m_module_name = name;
 }
 
-void ADDR2LINE_HANDLE::IMPL::drop_rest_of_answer(char* cursor, int newlines) {
-  std::size_t count = 0;
-  while (newlines > 0 && m_tool.read(cursor, 1, count) && count > 0)
-    if (*cursor == '\n') --newlines;
+MEM_TOOL_OUTCOME ADDR2LINE_HANDLE::IMPL::get_data(unsigned long long address, char* buffer,
+                                                  unsigned long size) {
+  return m_tool.ask(address, 0, buffer, size);
 }

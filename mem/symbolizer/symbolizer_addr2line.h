@@ -1,7 +1,6 @@
 // The plain symbolizer: one addr2line child per module, one answer per address.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -9,7 +8,6 @@
 #include "mem/base/spin_lock.h"
 #include "mem/base/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
-#include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer.h"
 
 class MEM_SYMBOLIZER_ADDR2LINE final : public MEM_SYMBOLIZER {
@@ -21,11 +19,12 @@ class MEM_SYMBOLIZER_ADDR2LINE final : public MEM_SYMBOLIZER {
   bool get_module_info(void const* address, MEM_ADDRESS_INFO& info) override;
   bool get_source_and_function_info(void const* address, MEM_ADDRESS_INFO& info) override;
   using MEM_SYMBOLIZER::get_source_and_function_info;
+  MEM_SYMBOL_ANSWER ask(void const* address, MEM_ADDRESS_INFO& info,
+                        std::vector<MEM_ADDRESS_INFO>& inlined) override;
 
   class IMPL {
    public:
-    /// Parses "function, newline, location, newline" into the record. False when the tool did not
-    /// know the function.
+    /// mem_parse_plain_answer.
     static bool parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info);
 
     class ADDR2LINE_HANDLE;
@@ -33,25 +32,25 @@ class MEM_SYMBOLIZER_ADDR2LINE final : public MEM_SYMBOLIZER {
   };
 };
 
-/// A module with a tool of its own.
+/// A module's file with a tool of its own.
 class MEM_SYMBOLIZER_ADDR2LINE::IMPL::ADDR2LINE_HANDLE {
  public:
-  explicit ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info);
+  explicit ADDR2LINE_HANDLE(MEM_MODULE_FILE& file);
 
   const MEM_BOOKKEEPING_STRING& module_name() const { return m_module_name; }
-  const MEM_MODULE_FILE& file() const { return m_file; }
+  const MEM_MODULE_FILE& file() const { return *m_file; }
 
   class IMPL {
    public:
-    explicit IMPL(char const* module_path) : m_tool("-f -C", module_path) {}
+    explicit IMPL(MEM_MODULE_FILE& file)
+        : m_tool("-f -C", MEM_ADDR2LINE_TOOL::ENDING::two_lines, file) {}
 
-    /// Asks for an address of the module's file and stores the answer's two lines, terminated.
-    void get_data(unsigned long long address, char* buffer, unsigned long size);
+    /// Asks for an address of the module's file and stores the answer, cut to the buffer and
+    /// terminated.
+    MEM_TOOL_OUTCOME get_data(unsigned long long address, char* buffer, unsigned long size);
     void abandon() { m_tool.abandon(); }
 
    private:
-    void drop_rest_of_answer(char* cursor, int newlines);
-
     MEM_ADDR2LINE_TOOL m_tool;
   };
   IMPL& tool() const { return *m_impl; }
@@ -59,7 +58,7 @@ class MEM_SYMBOLIZER_ADDR2LINE::IMPL::ADDR2LINE_HANDLE {
  private:
   std::shared_ptr<IMPL> m_impl;
   MEM_BOOKKEEPING_STRING m_module_name;
-  MEM_MODULE_FILE m_file;
+  MEM_MODULE_FILE* m_file;
 };
 
 /// The running tools, most recently used last.
@@ -69,11 +68,12 @@ class MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE {
   static constexpr std::size_t most_tools = 32;
 
   /// Asks the module's tool and stores its answer. Locks: one request is in flight per process.
-  void get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size);
+  MEM_TOOL_OUTCOME get_data(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file, char* buffer,
+                            unsigned long size);
 
-  /// The handle of the record's module, started when needed, at the expense of the least recently
-  /// used one beyond 32. Hold the cache's lock.
-  ADDR2LINE_HANDLE* get_handle(const MEM_ADDRESS_INFO& info);
+  /// The handle of a module's file, made when needed, at the expense of the least recently used one
+  /// beyond 32. Hold the cache's lock.
+  ADDR2LINE_HANDLE* get_handle(MEM_MODULE_FILE& file);
 
   /// Ends every tool. A later request starts one again.
   void clear();

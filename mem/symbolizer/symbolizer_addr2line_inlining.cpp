@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "mem/base/check.h"
 #include "mem/host/settings.h"
+#include "mem/symbolizer/inlined_answer.h"
+#include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/recently_used.h"
+#include "mem/symbolizer/tool_request.h"
 
 using IMPL = MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL;
 using ADDR2LINE_HANDLE = IMPL::ADDR2LINE_HANDLE;
@@ -21,10 +25,14 @@ constinit std::atomic<int> wait_usecs =
 constinit std::atomic<bool> wait_setting_was_read = false;
 
 // Not a guarded static: a thread that waited for another's call into the host could hold a lock
-// which the host needs to answer. Until the answer is there, others wait the default.
+// which the host needs to answer. Until the answer is there, and when the host's callback throws,
+// the default holds.
 int get_wait_usecs() {
-  if (!wait_setting_was_read.exchange(true))
+  if (wait_setting_was_read.exchange(true)) return wait_usecs;
+  try {
     wait_usecs = mem_setting_integer("mem_symbolizer_addr2line_usecs");
+  } catch (...) {
+  }
   return wait_usecs;
 }
 
@@ -48,42 +56,62 @@ bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_source_and_function_info(void const*
 
 bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_source_and_function_info(
     void const* address, MEM_ADDRESS_INFO& info, std::vector<MEM_ADDRESS_INFO>& inlined) {
+  return ask(address, info, inlined) != MEM_SYMBOL_ANSWER::no_module;
+}
+
+MEM_SYMBOL_ANSWER MEM_SYMBOLIZER_ADDR2LINE_INLINING::ask(
+    void const* address, MEM_ADDRESS_INFO& info, std::vector<MEM_ADDRESS_INFO>& inlined) try {
   // Not on the stack: the thread that allocates is the host's, and may have a small one.
   constexpr std::size_t answer_size = 65536;
   using ANSWER = std::vector<char, MEM_BOOKKEEPING_ALLOCATOR<char>>;
   inlined.clear();
-  if (!info.module_info_valid && !get_module_info(address, info)) return false;
+  if (!info.module_info_valid && !get_module_info(address, info))
+    return MEM_SYMBOL_ANSWER::no_module;
   mem_check(address == info.address, "address == info.address", MEM_SOURCE::addr2line_inlining);
+  MEM_SYMBOL_ANSWER result;
+  MEM_MODULE_FILE* file = mem_file_to_ask(info, result);
+  if (file == nullptr) return result;
   get_wait_usecs();  // asks the host while no lock is held
   ANSWER answer(answer_size);
-  IMPL::CACHE::singleton_instance.get_data(info, answer.data(), answer.size());
-  return IMPL::parse_addr2line_output(answer.data(), info, inlined);
+  const MEM_TOOL_OUTCOME outcome =
+      IMPL::CACHE::singleton_instance.get_data(info, *file, answer.data(), answer.size());
+  IMPL::parse_addr2line_output(answer.data(), info, inlined);
+  return mem_conclude(outcome, *file, info);
+} catch (const std::bad_alloc&) {
+  return MEM_SYMBOL_ANSWER::for_now;
 }
 
-void IMPL::CACHE::get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size) {
-  const HANDLE handle = take_handle(info);
+bool IMPL::parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info,
+                                  std::vector<MEM_ADDRESS_INFO>& inlined) {
+  mem_parse_inlined_answer(text, info, inlined);
+  return true;
+}
+
+MEM_TOOL_OUTCOME IMPL::CACHE::get_data(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file,
+                                       char* buffer, unsigned long size) {
+  const HANDLE handle = take_handle(info, file);
   const std::lock_guard lock(handle->lock());
-  handle->get_data(handle->file().file_address(info), buffer, size);
+  return handle->get_data(mem_file_address(info, file.e_type()), buffer, size);
 }
 
-IMPL::CACHE::HANDLE IMPL::CACHE::take_handle(const MEM_ADDRESS_INFO& info) {
+IMPL::CACHE::HANDLE IMPL::CACHE::take_handle(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file) {
+  HANDLE evicted;  // ends, if nobody uses it, once the lock is given back
   const std::lock_guard lock(m_lock.mutex);
-  HANDLE handle = get_handle(info);
+  HANDLE handle = get_handle(file, evicted);
   mem_check(handle != nullptr, "handle", MEM_SOURCE::addr2line_inlining);
   mem_check(handle->module_name() == info.module_name_buffer,
             "handle->module_name () == info.module_name_buffer", MEM_SOURCE::addr2line_inlining);
   return handle;
 }
 
-IMPL::CACHE::HANDLE IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
+IMPL::CACHE::HANDLE IMPL::CACHE::get_handle(MEM_MODULE_FILE& file, HANDLE& evicted) {
   HANDLES& handles = m_handles.object;
   handles.reserve(most_tools);
-  const bool runs = mem_move_latest_to_back(handles, [&](const HANDLE& handle) {
-    return handle->module_name() == info.module_name_buffer;
-  });
+  const bool runs = mem_move_latest_to_back(
+      handles, [&](const HANDLE& handle) { return &handle->file() == &file; });
   if (runs) return handles.back();
   HANDLE fresh =
-      std::allocate_shared<ADDR2LINE_HANDLE>(MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>(), info);
+      std::allocate_shared<ADDR2LINE_HANDLE>(MEM_BOOKKEEPING_ALLOCATOR<ADDR2LINE_HANDLE>(), file);
   const auto idle = handles.size() < most_tools
                         ? handles.end()
                         : std::find_if(handles.begin(), handles.end(), [](const HANDLE& handle) {
@@ -93,7 +121,7 @@ IMPL::CACHE::HANDLE IMPL::CACHE::get_handle(const MEM_ADDRESS_INFO& info) {
     handles.push_back(std::move(fresh));
   } else {
     mem_move_to_back(handles, idle);
-    handles.back() = std::move(fresh);
+    evicted = std::exchange(handles.back(), std::move(fresh));
   }
   return handles.back();
 }
@@ -104,7 +132,7 @@ void IMPL::CACHE::clear() {
   ended.swap(m_handles.object);
 }
 
-// A cache that was locked when the process was forked may be half changed: its pipes stay open.
+// A cache that was locked when the process was forked may be half changed.
 void IMPL::CACHE::abandon() {
   if (m_lock.mutex.try_lock())
     for (const HANDLE& handle : m_handles.object) handle->abandon();
@@ -112,37 +140,15 @@ void IMPL::CACHE::abandon() {
   m_lock.unlocked = 0;
 }
 
-ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info)
-    : m_module_name(info.module_name_buffer), m_tool("-f -C -i", info.module_path) {
-  mem_check(!m_tool.is_broken(), "((long) m_pid) > 0", MEM_SOURCE::addr2line_inlining);
-  m_file = MEM_MODULE_FILE::read(info, MEM_SOURCE::addr2line_inlining);
+ADDR2LINE_HANDLE::ADDR2LINE_HANDLE(MEM_MODULE_FILE& file)
+    : m_file(file), m_tool("-f -C -i", MEM_ADDR2LINE_TOOL::ENDING::silence, file) {
+  char name[65];
+  mem_short_module_name(file.path(), name);
+  m_module_name = name;
 }
 
-void ADDR2LINE_HANDLE::get_data(unsigned long long address, char* buffer, unsigned long size) {
-  // A captured address is a return address: only the byte before it lies in the call.
-  if (!drop_stale_output() || !m_tool.ask(address - 1)) return;
-  char* cursor = buffer;
-  char* const end = buffer + size - 1;
-  std::size_t count = 0;
-  const auto append = [&] {
-    const bool has_read = m_tool.read(cursor, static_cast<std::size_t>(end - cursor), count);
-    cursor += count;
-    return has_read && count > 0;
-  };
-  while (append() && cursor[-1] != '\n') {
-  }
-  while (m_tool.wait_for_output(get_wait_usecs()) > 0 && append()) {
-  }
-  *cursor = '\0';
-}
-
-// What came too late for its own request. False when the tool is of no use any more.
-bool ADDR2LINE_HANDLE::drop_stale_output() {
-  char dropped[1024];
-  std::size_t count = 0;
-  int ready = 0;
-  do {
-    ready = m_tool.wait_for_output(0);
-  } while (ready > 0 && m_tool.read(dropped, sizeof dropped, count) && count > 0);
-  return ready >= 0;
+// A captured address is a return address: only the byte before it lies in the call.
+MEM_TOOL_OUTCOME ADDR2LINE_HANDLE::get_data(unsigned long long address, char* buffer,
+                                            unsigned long size) {
+  return m_tool.ask(address - 1, get_wait_usecs(), buffer, size);
 }

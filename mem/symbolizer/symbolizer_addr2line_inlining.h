@@ -8,10 +8,9 @@
 #include "mem/base/spin_lock.h"
 #include "mem/base/static_storage.h"
 #include "mem/symbolizer/addr2line_tool.h"
-#include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer.h"
 
-/// Nothing tells how many lines an answer has: what comes within
+/// A tool that knows no end mark does not tell how many lines its answer has: what comes within
 /// "mem_symbolizer_addr2line_usecs" microseconds after a piece still belongs to it. The setting is
 /// read with the first address; with neither a host callback nor a variable it is 0, and the
 /// answer is then what the tool has written by the time a piece ends in a line end.
@@ -26,12 +25,12 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING final : public MEM_SYMBOLIZER {
   /// `address` is a return address: the frames described are those of the call before it.
   bool get_source_and_function_info(void const* address, MEM_ADDRESS_INFO& info,
                                     std::vector<MEM_ADDRESS_INFO>& inlined) override;
+  MEM_SYMBOL_ANSWER ask(void const* address, MEM_ADDRESS_INFO& info,
+                        std::vector<MEM_ADDRESS_INFO>& inlined) override;
 
   class IMPL {
    public:
-    /// Parses pairs of a function and a location line, innermost first: the first pair into
-    /// `info`, each further one that has both a function and a file into `inlined`, as a copy of
-    /// `info` with these. Always true; what the tool did not know stays empty.
+    /// mem_parse_inlined_answer; always true.
     static bool parse_addr2line_output(char const* text, MEM_ADDRESS_INFO& info,
                                        std::vector<MEM_ADDRESS_INFO>& inlined);
 
@@ -40,11 +39,10 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING final : public MEM_SYMBOLIZER {
   };
 };
 
-/// A module with a tool of its own. A tool that can't be started is an internal error; one whose
-/// child ends later leaves its addresses unknown.
+/// A module's file with a tool of its own.
 class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::ADDR2LINE_HANDLE {
  public:
-  explicit ADDR2LINE_HANDLE(const MEM_ADDRESS_INFO& info);
+  explicit ADDR2LINE_HANDLE(MEM_MODULE_FILE& file);
 
   const MEM_BOOKKEEPING_STRING& module_name() const { return m_module_name; }
   const MEM_MODULE_FILE& file() const { return m_file; }
@@ -53,16 +51,14 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::ADDR2LINE_HANDLE {
 
   /// Asks for the byte before an address of the module's file and stores the whole answer, cut to
   /// the buffer and terminated. `buffer` comes zeroed and stays so when there is no answer.
-  void get_data(unsigned long long address, char* buffer, unsigned long size);
+  MEM_TOOL_OUTCOME get_data(unsigned long long address, char* buffer, unsigned long size);
   void abandon() { m_tool.abandon(); }
 
  private:
-  bool drop_stale_output();
-
   tbb::spin_mutex m_lock;
   MEM_BOOKKEEPING_STRING m_module_name;
+  MEM_MODULE_FILE& m_file;
   MEM_ADDR2LINE_TOOL m_tool;
-  MEM_MODULE_FILE m_file{};
 };
 
 /// The running tools, most recently used last.
@@ -77,14 +73,15 @@ class MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE {
   using HANDLE = std::shared_ptr<ADDR2LINE_HANDLE>;
 
   /// Asks the module's tool and stores its answer. Locks only the tool for that.
-  void get_data(const MEM_ADDRESS_INFO& info, char* buffer, unsigned long size);
+  MEM_TOOL_OUTCOME get_data(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file, char* buffer,
+                            unsigned long size);
 
   /// get_handle under the cache's lock. The module keeps its tool while the result lives.
-  HANDLE take_handle(const MEM_ADDRESS_INFO& info);
+  HANDLE take_handle(const MEM_ADDRESS_INFO& info, MEM_MODULE_FILE& file);
 
-  /// The handle of the record's module, started when needed, beyond 32 at the expense of the least
+  /// The handle of a module's file, made when needed, beyond 32 at the expense of the least
   /// recently used one that nobody uses; while all are in use, of none. Hold the cache's lock.
-  HANDLE get_handle(const MEM_ADDRESS_INFO& info);
+  HANDLE get_handle(MEM_MODULE_FILE& file, HANDLE& evicted);
 
   /// Ends every tool, one in use after its answer. A later request starts one again.
   void clear();

@@ -4,6 +4,7 @@
 
 #include "mem/symbolizer/symbolizer_addr2line.h"
 #include "mem/symbolizer/symbolizer_addr2line_inlining.h"
+#include "platform/thr_process.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ MEM_SYMBOLIZER* MEM_SYMBOLIZER_FACTORY::get_default_symbolizer() {
 void MEM_SYMBOLIZER_FACTORY::abandon_all_tools() {
   MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.abandon();
   MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.abandon();
+  thr_process_let_go_in_child();
 }
 
 void MEM_SYMBOLIZER_FACTORY::end_all_tools() {

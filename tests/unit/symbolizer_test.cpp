@@ -1,21 +1,25 @@
 // The symbolizers: against tools that behave as a script says, and the real one.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <set>
 #include <thread>
 
+#include "mem/symbolizer/answer_text.h"
+#include "mem/symbolizer/module_info.h"
 #include "mem/symbolizer/symbolizer_addr2line.h"
 #include "mem/symbolizer/symbolizer_addr2line_inlining.h"
 #include "mem/symbolizer/symbolizer_factory.h"
 #include "mem/symbolizer/text_field.h"
 #include "tests/support/debug_lines.h"
 #include "tests/support/inlined_chain.h"
+#include "tests/support/processes.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -27,6 +31,7 @@ using INLINING = MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL;
 using FRAMES = std::vector<std::string>;
 
 constexpr char const* both[] = {"addr2line", "addr2line_inlining"};
+constexpr char const* known_end = "ffffffffffffffff) printf '??\\n??:0\\n';;";
 const FRAMES unknown = {" :0"};
 
 FRAMES described(const MEM_ADDRESS_INFO& info, const std::vector<MEM_ADDRESS_INFO>& inlined = {}) {
@@ -44,6 +49,10 @@ FRAMES frames_at(void const* address, char const* symbolizer = both[1]) {
            ->get_source_and_function_info(address, info, inlined))
     return {};
   return described(info, inlined);
+}
+
+void const* address_in(char const* library, char const* function) {
+  return reinterpret_cast<void const* (*)()>(dlsym(dlopen(library, RTLD_NOW), function))();
 }
 
 TEST(Answer, IsParsedLineByLine) {
@@ -70,70 +79,179 @@ TEST(Answer, IsParsedLineByLine) {
   }
 }
 
+// However it is cut into pieces, an answer ends with the mark behind it, and no sooner.
+TEST(AnswerText, KnowsItsEndWhereverItIsCut) {
+  const std::string mark(mem_end_mark);
+  const std::string answers[] = {"f\n/a.c:1\n", mark, "??\n/a.c:0\n", "f\n??:?\ng\n??:0\n",
+                                 "??\n??:0 (discriminator 1)\n"};
+  for (const std::string& answer : answers)
+    for (std::size_t first = 0; first <= answer.size(); ++first) {
+      for (const std::size_t size : {std::size_t{100}, std::size_t{5}}) {
+        std::array<char, 100> buffer{};
+        MEM_ANSWER_TEXT text(buffer.data(), size);
+        const std::string all = answer + mark;
+        text.take(all.substr(0, first));
+        text.take(all.substr(first, answer.size() + mark.size() - first - 1));
+        EXPECT_FALSE(text.has_end_mark()) << answer << first;
+        text.take("\n");
+        EXPECT_TRUE(text.has_end_mark()) << answer << first;
+        text.finish();
+        EXPECT_EQ(buffer.data(), answer.substr(0, size - 1)) << first;
+      }
+    }
+}
+
 // The tool found in PATH is a script, which runs in this test's directory. Like the real tool, and
 // unlike bash, Debian's sh writes several lines printed at once in one piece.
 class SCRIPTED_TOOL : public testing::Test {
  protected:
-  ~SCRIPTED_TOOL() override { MEM_SYMBOLIZER_FACTORY::end_all_tools(); }
+  ~SCRIPTED_TOOL() override {
+    MEM_SYMBOLIZER_FACTORY::end_all_tools();
+    setenv("PATH", m_former_path.c_str(), 1);
+  }
   void script_tool(const std::string& lines) {
     MEM_SYMBOLIZER_FACTORY::end_all_tools();
     write_file("addr2line", "#!/bin/sh\n" + lines);
     std::filesystem::permissions("addr2line", std::filesystem::perms::owner_all);
     setenv("PATH", (m_directory.path + ":" + m_former_path).c_str(), 1);
   }
+  // A module of its own: tools that fail are counted by module.
+  void const* script_tool_of_a_copy(const std::string& lines) {
+    const std::string copy = directory() + "/libcopy" + std::to_string(++m_copies) + ".so";
+    std::filesystem::copy_file(INLINED_FRAMES, copy);
+    script_tool(lines);
+    return address_in(copy.c_str(), "address_in_library");
+  }
+  const std::string& directory() const { return m_directory.path; }
   void const* address = chain::three_levels();
 
  private:
+  int m_copies = 0;
   const TEMPORARY_DIRECTORY m_directory;
   const std::string m_former_path = std::getenv("PATH");
 };
 
-TEST_F(SCRIPTED_TOOL, InheritsNothingThatWouldProfileItAndALongAnswerIsCut) {
+TEST_F(SCRIPTED_TOOL, InheritsNothingOfItsHostAndIsOutOfTheWay) {
   script_tool(
-      "{ echo $*; env; ls -l /proc/$$/fd; } >child\n"
-      "while read address; do printf 'fn_%s\\nsrc.c:7\\n' $address; done\n");
+      "{ printf '<%s>' \"$@\"; env; ls -l /proc/$$/fd; ps -o sid= $$; echo $$; } >child\n"
+      "while read address; do printf 'f\\n/f:1\\n'; done\n");
   for (char const* variable :
        {"LD_PRELOAD", "KORVANE_MEM_X", "MEM_LEAK_TRACKING_IN_VX_MODE", "KEPT"})
     setenv(variable, "", 1);
   std::FILE* marker = std::fopen("inherited_marker", "w");  // not close-on-exec
-  PLAIN::ADDR2LINE_HANDLE::IMPL tool("/some/file");
-  char buffer[100];
-  tool.get_data(0x10, buffer, 8);
-  EXPECT_STREQ(buffer, "fn_10\ns");
-  tool.get_data(0x12, buffer, 100);
-  EXPECT_STREQ(buffer, "fn_12\nsrc.c:7\n") << "not the rest of the one before";
+  std::filesystem::create_directory("a \\directory");
+  std::filesystem::copy_file(INLINED_FRAMES, "a \\directory/libcopy.so");
+  EXPECT_EQ(frames_at(address_in("a \\directory/libcopy.so", "address_in_c"))[0], "f /f:1");
   std::fclose(marker);
-  EXPECT_THAT(content_of("child"), testing::StartsWith("-f -C -e /some/file\n"));
-  EXPECT_THAT(content_of("child"), HasSubstr("\nKEPT="));
+  const std::string child = content_of("child");
+  EXPECT_THAT(
+      child, testing::StartsWith("<-f><-C><-i><-e><" + directory() + "/a \\directory/libcopy.so>"));
+  EXPECT_THAT(child, HasSubstr("\nKEPT="));
   for (char const* absent : {"LD_PRELOAD", "KORVANE_MEM", "VX_MODE", "inherited_marker"})
-    EXPECT_THAT(content_of("child"), Not(HasSubstr(absent)));
+    EXPECT_THAT(child, Not(HasSubstr(absent)));
+  const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  EXPECT_LT(lowest, 10) << "low numbers are free";
+  close(lowest);
 }
 
 TEST_F(SCRIPTED_TOOL, ThatDiesLeavesItsModuleUnknownAndHarmsNobody) {
-  const std::pair<char const*, FRAMES> deaths[] = {
-      {"exit 0", unknown},
-      {"read address; printf 'half an answer'", unknown},
-      {"exec sleep 60 <&- >&-", unknown},
-      {"read address; printf 'f\\n/f:1\\n'", {"f /f:1"}},
-      {"", unknown}};
+  const std::string answer = "read address; printf 'f\\n/f:1\\n'; ";
+  struct ROW {
+    std::string script;
+    FRAMES first;
+    std::size_t messages;
+  };
+  const ROW deaths[] = {{"exit 0", unknown, 3},
+                        {answer + "read address; printf 'half an answer'", unknown, 3},
+                        {answer + "exec sleep 60 <&- >&-", unknown, 3},
+                        {answer + answer, {"f /f:1"}, 3},
+                        {"", unknown, 1}};
   for (char const* symbolizer : both)
-    for (const auto& [script, first] : deaths) {
+    for (const auto& [script, first, messages] : deaths) {
       SCOPED_TRACE(testing::Message() << symbolizer << ": " << script);
-      script_tool(script);
-      if (*script == '\0') setenv("PATH", "/nowhere", 1);
+      void const* code = script_tool_of_a_copy(script);
+      if (script.empty()) setenv("PATH", "/nowhere", 1);
       const auto said = debug_lines_of([&, &first = first] {
-        EXPECT_EQ(frames_at(address, symbolizer), first);
-        siginfo_t ended;  // so that the second request meets a broken pipe
-        waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT);
-        EXPECT_EQ(frames_at(address, symbolizer), unknown);
-        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
-        EXPECT_EQ(frames_at(address, symbolizer), unknown);
+        EXPECT_EQ(frames_at(code, symbolizer), first);
+        while (!script.empty() && !processes_in(directory()).empty()) std::this_thread::yield();
+        for (int i = 0; i < 6; ++i) frames_at(code, symbolizer);
+        EXPECT_EQ(frames_at(code, symbolizer), unknown);
       });
-      EXPECT_THAT(said, ElementsAre(HasSubstr("addr2line for ")));
+      EXPECT_EQ(said.size(), messages);
+      EXPECT_THAT(said.back(), AllOf(HasSubstr("addr2line for "), HasSubstr("stay unknown")));
+      EXPECT_THAT(processes_in(directory()), IsEmpty());
     }
 }
 
-// A second for the rest of an answer, and signals that interrupt every wait for it.
+TEST_F(SCRIPTED_TOOL, ThatFallsSilentCostsALimitedTime) {
+  MEM_ADDR2LINE_TOOL::most_time = std::chrono::milliseconds(100);
+  char const* scripts[] = {"while :; do sleep 1; done",
+                           "while read address; do case $address in %s *) printf f;; esac; done",
+                           "while read address; do case $address in %s *) while :; do echo f; "
+                           "done;; esac; done"};
+  for (char const* symbolizer : both)
+    for (const std::string script : scripts) {
+      SCOPED_TRACE(testing::Message() << symbolizer << ": " << script);
+      const std::size_t mark = script.find("%s");
+      void const* code = script_tool_of_a_copy(
+          mark == std::string::npos ? script : std::string(script).replace(mark, 2, known_end));
+      const auto start = std::chrono::steady_clock::now();
+      const auto said = debug_lines_of([&] {
+        for (int i = 0; i < 20; ++i) EXPECT_EQ(frames_at(code, symbolizer), unknown);
+      });
+      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+      EXPECT_EQ(said.size(), 3U);
+      EXPECT_THAT(processes_in(directory()), IsEmpty());
+      MEM_ADDR2LINE_TOOL::silent_in_a_row = 0;
+    }
+}
+
+// Pieces that come late, answers beyond every buffer, and no wait at all: the end mark tells.
+TEST_F(SCRIPTED_TOOL, ThatKnowsTheEndMarkNeverGivesAnAnswerToTheNext) {
+  mem_set_cfg_get_int_value_callback([](char const*, int* usecs, int) { *usecs = 0; });
+  for (char const* symbolizer : both) {
+    void const* code = script_tool_of_a_copy(
+        std::string("while read address; do case $address in ") + known_end +
+        R"( *) n=$((n + 1)); printf "first$n\n"; sleep 0.02; printf "/f:$n\n"; sleep 0.02
+            i=0; while [ $n = 2 ] && [ $i -lt 40 ]; do
+              i=$((i + 1)); printf '%05000d\n/long:1\n' 0; done
+            printf "last$n\n/l:$n\n";; esac; done)");
+    EXPECT_THAT(frames_at(code, symbolizer)[0], "first1 /f:1");
+    EXPECT_THAT(frames_at(code, symbolizer)[0], "first2 /f:2");
+    EXPECT_THAT(frames_at(code, symbolizer)[0], "first3 /f:3");
+  }
+  EXPECT_THAT(frames_at(address), ElementsAre("first1 /f:1", "last1 /l:1"));
+}
+
+// What a host does that closes all it does not know, and opens its own.
+TEST_F(SCRIPTED_TOOL, WhoseDescriptorsTheHostTakesIsStartedAgainAndTouchesNothing) {
+  script_tool("while read address; do printf 'f\\n/f:1\\n'; done");
+  int sockets[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+  const auto owned = [] {
+    std::vector<int> numbers;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+      if (const int number = std::stoi(entry.path().filename()); number > 700)
+        numbers.push_back(number);
+    return numbers;
+  };
+  for (char const* symbolizer : both)
+    for (const bool replace : {false, true}) {
+      EXPECT_THAT(frames_at(address, symbolizer), ElementsAre("f /f:1"));
+      const std::vector<int> taken = owned();
+      EXPECT_EQ(taken.size(), 3U);
+      for (const int number : taken)
+        EXPECT_EQ(replace ? dup2(sockets[0], number) : 0, replace ? number : close(number));
+      EXPECT_THAT(frames_at(address, symbolizer), ElementsAre("f /f:1"));
+      MEM_SYMBOLIZER_FACTORY::end_all_tools();
+      EXPECT_EQ(owned().size(), replace ? taken.size() : 0U);
+      for (const int number : owned()) close(number);
+    }
+  char byte = 0;
+  EXPECT_EQ(recv(sockets[1], &byte, 1, MSG_DONTWAIT), -1) << "something was written to the socket";
+}
+
+// Without the end mark: a second for the rest of an answer, and signals that interrupt every wait.
 TEST_F(SCRIPTED_TOOL, MayAnswerInPiecesAndTheNextAnswerIsItsOwn) {
   mem_set_cfg_get_int_value_callback([](char const* name, int* usecs, int) {
     EXPECT_STREQ(name, "mem_symbolizer_addr2line_usecs");
@@ -144,23 +262,24 @@ TEST_F(SCRIPTED_TOOL, MayAnswerInPiecesAndTheNextAnswerIsItsOwn) {
   std::signal(SIGALRM, [](int) {});
   const itimerval every_millisecond{{0, 1000}, {0, 1000}};
   setitimer(ITIMER_REAL, &every_millisecond, nullptr);
-  EXPECT_THAT(frames_at(address), ElementsAre("first1 /f:1", "second1 /s:1"));
-  EXPECT_THAT(frames_at(address), ElementsAre("first2 /f:2", "second2 /s:2"));
+  for (char const* number : {"2", "3"})  // the first was the question for the end mark
+    EXPECT_THAT(frames_at(address), ElementsAre(std::string("first") + number + " /f:" + number,
+                                                std::string("second") + number + " /s:" + number));
   setitimer(ITIMER_REAL, nullptr, nullptr);
 }
 
 TEST_F(SCRIPTED_TOOL, MayLeaveTheRestOfAnAnswerInThePipe) {
   script_tool(R"(while read address; do n=$((n + 1))
       printf "function$n\n/f:$n\n"
-      if [ $n = 1 ]; then
+      if [ $n = 2 ]; then
         while [ ! -e go_on ]; do sleep 0.01; done
         printf '%05000d\n/stale:1\n' 0
         : >written
       fi; done)");
-  EXPECT_THAT(frames_at(address), ElementsAre("function1 /f:1"));
+  EXPECT_THAT(frames_at(address), ElementsAre("function2 /f:2"));
   write_file("go_on", "");
   while (!std::filesystem::exists("written")) std::this_thread::yield();
-  EXPECT_THAT(frames_at(address), ElementsAre("function2 /f:2"));
+  EXPECT_THAT(frames_at(address), ElementsAre("function3 /f:3"));
 }
 
 TEST_F(SCRIPTED_TOOL, GivesEveryThreadItsOwnAnswers) {
@@ -180,8 +299,47 @@ TEST_F(SCRIPTED_TOOL, GivesEveryThreadItsOwnAnswers) {
   EXPECT_EQ(wrong, 0);
 }
 
-void const* address_in(char const* library, char const* function) {
-  return reinterpret_cast<void const* (*)()>(dlsym(dlopen(library, RTLD_NOW), function))();
+TEST_F(SCRIPTED_TOOL, BelongsToAFileAndToNoOtherOfItsName) {
+  script_tool("for path; do :; done; while read address; do printf \"${path%/*}\\n/f:1\\n\"; done");
+  for (char const* symbolizer : both)
+    for (const std::string place : {"a", "b"}) {
+      std::filesystem::create_directory(place);
+      const std::string copy = directory() + "/" + place + "/libplug.so";
+      if (!std::filesystem::exists(copy)) std::filesystem::copy_file(INLINED_FRAMES, copy);
+      EXPECT_EQ(frames_at(address_in(copy.c_str(), "address_in_c"), symbolizer)[0],
+                directory() + "/" + place + " /f:1");
+    }
+}
+
+TEST(AModule, IsUnknownWhileAnotherFileStandsInItsPlace) {
+  const TEMPORARY_DIRECTORY directory;
+  const auto fill = [](char const* how) {
+    std::filesystem::remove_all("libcopy.so");
+    if (std::system(how) != 0) std::abort();
+  };
+  std::filesystem::copy_file(INLINED_FRAMES, "original");
+  fill("cp original libcopy.so");
+  void const* code = address_in("./libcopy.so", "address_in_c");
+  MEM_ADDRESS_INFO first{};
+  EXPECT_TRUE(mem_get_module_info(code, first));
+  EXPECT_STREQ(first.symbol_name, "address_in_c");
+  const auto said = debug_lines_of([&] {
+    for (char const* how : {"true", ": >libcopy.so", "cp /bin/true libcopy.so", "mkfifo libcopy.so",
+                            "head -c 9000 original >libcopy.so", "mkdir libcopy.so"}) {
+      fill(how);
+      const bool still_the_same = std::string(how).starts_with("head");  // by all that can be seen
+      EXPECT_EQ(frames_at(code).empty(), !still_the_same) << how;
+      MEM_SYMBOLIZER_FACTORY::end_all_tools();
+      fill("cp original libcopy.so");
+      std::filesystem::current_path("/");
+      EXPECT_THAT(frames_at(code), ElementsAre("address_in_c /chain/plain.c:61")) << how;
+      std::filesystem::current_path(directory.path);
+    }
+  });
+  EXPECT_THAT(said, ElementsAre(HasSubstr("module ./libcopy.so is not the file that was loaded")));
+  MEM_ADDRESS_INFO last{};
+  EXPECT_TRUE(mem_get_module_info(code, last));
+  EXPECT_EQ(last.module_path, first.module_path);
 }
 
 TEST(RealTool, SeesEveryFrameOfAProgramALibraryAndOfC) {
@@ -213,19 +371,18 @@ class MANY_MODULES : public testing::Test {
  protected:
   MANY_MODULES() {
     for (std::size_t i = 0; i < addresses.size(); ++i) {
-      const std::string copy = "./libcopy" + std::to_string(100 + i) + ".so";
+      const std::string copy = m_directory.path + "/libcopy" + std::to_string(100 + i) + ".so";
       std::filesystem::copy_file(INLINED_FRAMES, copy);
       addresses[i] = address_in(copy.c_str(), "address_in_library");
     }
   }
-  // The numbers of the modules of this process's children.
-  static std::set<int> with_a_tool() {
+  // The numbers of the modules with a running tool.
+  std::set<int> with_a_tool() const {
     std::set<int> modules;
-    for (const auto& process : std::filesystem::directory_iterator("/proc")) {
-      const std::string status = content_of(process.path() / "status");
-      if (status.find("\nPPid:\t" + std::to_string(getpid()) + "\n") == std::string::npos) continue;
-      const std::string words = content_of(process.path() / "cmdline");
-      modules.insert(std::stoi(words.substr(words.rfind("libcopy") + 8)));
+    for (const pid_t process : processes_in(m_directory.path)) {
+      const std::string words = content_of("/proc/" + std::to_string(process) + "/cmdline");
+      if (const auto name = words.rfind("libcopy"); name != std::string::npos)
+        modules.insert(std::stoi(words.substr(name + 8)));
     }
     return modules;
   }
@@ -251,8 +408,10 @@ TEST_F(MANY_MODULES, NeverTakeAToolInUse) {
   std::vector<INLINING::CACHE::HANDLE> in_use;
   for (std::size_t i = 0; i < 32; ++i) {
     MEM_ADDRESS_INFO info{};
+    frames_at(addresses[i]);
     EXPECT_TRUE(mem_get_module_info(addresses[i], info));
-    in_use.push_back(INLINING::CACHE::singleton_instance.take_handle(info));
+    in_use.push_back(INLINING::CACHE::singleton_instance.take_handle(
+        info, MEM_MODULE_FILE::of_path(info.module_path)));
   }
   frames_at(addresses[32]);
   EXPECT_EQ(with_a_tool().size(), 33U);

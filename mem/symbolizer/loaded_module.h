@@ -1,0 +1,26 @@
+// What the dynamic loader knows of a module, asked without its lock: a thread inside dlopen holds
+// that while constructors run, which may wait for others that allocate.
+#pragma once
+
+#include <cstdint>
+
+struct link_map;
+
+/// A symbol that a module gives to others.
+struct MEM_LOADED_SYMBOL {
+  char const* name = nullptr;  ///< the module's text; null for none
+  void* address = nullptr;
+};
+
+struct MEM_LOADED_MODULE {
+  char const* name = nullptr;  ///< the loader's text; empty for the executable
+  void* start = nullptr;       ///< where its first segment begins
+  std::uintptr_t bias = 0;     ///< its addresses less those of its file
+  const link_map* map = nullptr;
+
+  /// False for an address in no module.
+  bool find(void const* address);
+
+  /// The symbol that an address of the module lies in, as dladdr tells it.
+  MEM_LOADED_SYMBOL nearest_symbol(void const* address) const;
+};
