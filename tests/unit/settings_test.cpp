@@ -154,7 +154,7 @@ TEST(Number, OfASettingIsNothingButANumber) {
 
 // One table for the code and for whoever reads about it.
 
-std::string source_file(const std::string& name) { return content_of(SOURCE_DIRECTORY "/" + name); }
+std::string source_file(const std::string& name) { return content_of(SOURCES "/" + name); }
 
 std::string readme_line(const MEM_SETTINGS_ROW& row) {
   std::string names[3];
@@ -195,7 +195,7 @@ TEST(TheTable, IsHowTheLibraryReads) {
       "getenv\\(|mem_cfg_(is_on|get_value|get_int_value)\\(\"|mem_env_is_on\\(\"");
   for (const char* folder : {"mem", "platform"})
     for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(SOURCE_DIRECTORY "/" + std::string(folder)))
+         std::filesystem::recursive_directory_iterator(SOURCES "/" + std::string(folder)))
       if (entry.is_regular_file() && entry.path().filename() != "environment.cpp") {
         EXPECT_FALSE(std::regex_search(content_of(entry.path()), reading)) << entry.path();
       }
