@@ -1,16 +1,22 @@
 #include "mem/records/site_map.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <iterator>
 #include <mutex>
+#include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "mem/base/static_storage.h"
 
 constinit MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map = nullptr;
+constinit MEM_RETIRED_SITES* mem_retired_sites = nullptr;
 
 struct MEM_SITE_RECORDS {
   MEM_ADDRESS_TRACKER_MAP map;
+  MEM_RETIRED_SITES retired;
   std::atomic<int> holders{1};  // the tracker is one of them
 };
 
@@ -63,8 +69,31 @@ void replace_records(MEM_SITE_RECORDS* next) {
     recently_found.fill({});
     former = std::exchange(current_records, next);
     mem_address_tracker_map = next == nullptr ? nullptr : &next->map;
+    mem_retired_sites = next == nullptr ? nullptr : &next->retired;
   }
   let_go_of(former);
+}
+
+bool say_the_same(const MEM_ADDRESS_TRACKER& a, const MEM_ADDRESS_TRACKER& b) {
+  const auto key = [](const MEM_ADDRESS_TRACKER& verdict) {
+    const MEM_ADDRESS_INFO& info = verdict.address_info;
+    return std::make_tuple(verdict.filtered, info.line, std::string_view(info.module_name_buffer),
+                           std::string_view(info.file_name_buffer),
+                           std::string_view(info.function_name_buffer));
+  };
+  return key(a) == key(b);
+}
+
+// Without it a host that loads and unloads one plug-in for ever would collect records for ever.
+bool bring_back_retired(const MEM_ADDRESS_TRACKER& verdict, void const* address) {
+  const auto [first, last] = mem_retired_sites->equal_range(address);
+  const auto same = std::find_if(
+      first, last, [&](const auto& retired) { return say_the_same(retired.second, verdict); });
+  if (same == last) return false;
+  same->second.address_info = verdict.address_info;
+  mem_address_tracker_map->reserve(mem_address_tracker_map->size() + 1);
+  mem_address_tracker_map->insert(mem_retired_sites->extract(same));
+  return true;
 }
 
 void begin_anew() { replace_records(make_records()); }
@@ -73,6 +102,7 @@ void abandon() {
   recently_found.fill({});
   mem_abandon(current_records);
   mem_address_tracker_map = nullptr;
+  mem_retired_sites = nullptr;
   mem_trace_lock.abandon();
 }
 
@@ -93,6 +123,28 @@ MEM_ADDRESS_TRACKER* mem_find_site(void const* address) {
   if (place.address == address && place.record != nullptr) [[likely]]
     return place.record;
   return find_in_map(address);
+}
+
+MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRACKER& verdict) {
+  const auto found = mem_address_tracker_map->find(address);
+  if (found != mem_address_tracker_map->end()) return found->second;
+  if (bring_back_retired(verdict, address)) return mem_address_tracker_map->find(address)->second;
+  return mem_address_tracker_map->emplace(address, verdict).first->second;
+}
+
+// The room is there before a record leaves the map: without it the record would be lost on the way.
+void mem_retire_sites(std::uintptr_t begin, std::uintptr_t end) {
+  recently_found.fill({});
+  for (auto site = mem_address_tracker_map->begin(); site != mem_address_tracker_map->end();) {
+    const auto next = std::next(site);
+    if (reinterpret_cast<std::uintptr_t>(site->first) - begin < end - begin) {
+      mem_retired_sites->reserve(mem_retired_sites->size() + 1);
+      // A text of the module itself.
+      site->second.address_info.symbol_name = nullptr;
+      mem_retired_sites->insert(mem_address_tracker_map->extract(site));
+    }
+    site = next;
+  }
 }
 
 MEM_ADDRESS_TRACKER& mem_catch_all_site() { return (*mem_address_tracker_map)[nullptr]; }

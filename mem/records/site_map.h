@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <unordered_map>
 
@@ -52,10 +53,18 @@ using MEM_ADDRESS_TRACKER_MAP =
                        std::equal_to<void const*>,
                        MEM_SITE_ALLOCATOR<std::pair<void const* const, MEM_ADDRESS_TRACKER>>>;
 
-/// Every code address ever seen on a captured stack, also the filtered ones. The null address is
-/// the catch-all: what no site could be found for. Entries stay while tracking runs, so pointers
-/// to them stay valid. From initialisation to cleanup.
+/// Every code address seen on a captured stack, also the filtered ones. The null address is the
+/// catch-all: what no site could be found for. A record leaves the map when the loader removes its
+/// module, and is retired then: it stays while tracking runs, so pointers to it stay valid. From
+/// initialisation to cleanup.
 extern MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map;
+
+/// The records of modules that are gone: several of an address that several modules had. From and
+/// until the same moments. Its nodes are those of the map above.
+using MEM_RETIRED_SITES =
+    std::unordered_multimap<void const*, MEM_ADDRESS_TRACKER, std::hash<void const*>,
+                            std::equal_to<void const*>, MEM_ADDRESS_TRACKER_MAP::allocator_type>;
+extern MEM_RETIRED_SITES* mem_retired_sites;
 
 /// A reset or the cleanup lets go of all records at once. Whoever still reads their texts holds
 /// them by one of these: the last holder frees them. Taken and given back without a lock.
@@ -79,6 +88,22 @@ inline constexpr MEM_TRACE_LOCK& mem_trace_lock = mem_hot_line.trace_lock;
 
 /// The record of an address, null when the address is unknown. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER* mem_find_site(void const* address);
+
+/// The record of an address that had none: with this verdict, or as it was retired with the same
+/// one, when the same module is back at its place. Another thread may have been faster: the first
+/// insertion wins. Hold mem_trace_lock. May throw std::bad_alloc.
+MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRACKER& verdict);
+
+/// Retires all records of [begin, end), where a module was that the loader has removed. Hold
+/// mem_trace_lock. May throw std::bad_alloc, between two records.
+void mem_retire_sites(std::uintptr_t begin, std::uintptr_t end);
+
+/// Calls `visit` with every record and its address, the retired ones too. Hold mem_trace_lock.
+template <class VISIT>
+void mem_for_each_site(VISIT visit) {
+  for (auto& [address, site] : *mem_address_tracker_map) visit(address, site);
+  for (auto& [address, site] : *mem_retired_sites) visit(address, site);
+}
 
 /// The catch-all record, created when it is not there. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();

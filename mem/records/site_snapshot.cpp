@@ -16,11 +16,13 @@ MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT(IS_WANTED is_wanted) {
   m_texts.emplace();
   m_index_at_peak = mem_estimated_timeline_idx_at_peak;
   std::size_t wanted = 0;
-  for (const auto& [address, site] : *mem_address_tracker_map)
+  mem_for_each_site([&](void const* address, const MEM_ADDRESS_TRACKER& site) {
     wanted += is_wanted(address, site) ? 1 : 0;
+  });
   m_rows.reserve(wanted);
-  for (const auto& [address, site] : *mem_address_tracker_map)
+  mem_for_each_site([&](void const* address, const MEM_ADDRESS_TRACKER& site) {
     if (is_wanted(address, site)) m_rows.push_back({address, site, &site.address_info});
+  });
 }
 
 void MEM_SITE_SNAPSHOT::sort_by_peak() {

@@ -7,6 +7,7 @@
 #include "mem/base/host_thread.h"
 #include "mem/host/message.h"
 #include "mem/host/settings.h"
+#include "mem/modules/module_watch.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
@@ -66,6 +67,8 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
 
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER classify(void const* address) {
   const MEM_CANCELLATION_HELD not_cancelled;
+  // Walkers other than our own don't.
+  mem_watch_module_of(reinterpret_cast<std::uintptr_t>(address));
   MEM_ADDRESS_TRACKER verdict{};
   verdict.address_info.address = address;
   verdict.filtered = !address_is_kept(address, verdict.address_info);
@@ -73,8 +76,7 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
   return verdict;
 }
 
-// The record of an address that was unknown a moment ago. Another thread may have been faster:
-// the first insertion wins. Null when tracking has ended.
+// The record of an address that was unknown a moment ago. Null when tracking has ended.
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
     void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
   lock.unlock();
@@ -85,7 +87,7 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
   }
   lock.lock();
   if (mem_tbb_tracking_ended) return nullptr;
-  return &mem_address_tracker_map->try_emplace(address, verdict).first->second;
+  return &mem_insert_site(address, verdict);
 }
 
 }  // namespace

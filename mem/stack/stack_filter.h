@@ -20,7 +20,8 @@ extern const MEM_PART mem_symbolizer_part;
 extern std::atomic<bool> mem_want_tbb_filters_file;
 
 /// The record of the first frame, from the innermost, that no rule rejects; the catch-all record
-/// when there is none. Every address is symbolized at most once per process, its verdict is kept.
+/// when there is none. An address is symbolized once; its verdict is kept for as long as its module
+/// is loaded.
 ///
 /// Call inside the cat-and-mouse lock as a mouse, with `lock` owning mem_trace_lock. Both are
 /// given up while an unknown address is symbolized, which talks to a child process and may wait

@@ -211,8 +211,8 @@ void finish_event(std::uint32_t granularity, bool sample, const TOTAL& total) {
 }  // namespace
 
 // The captures stand in this function itself, and nothing here may become a tail call or be
-// inlined into the hook: see the ignore depth. A stack is walked outside the tracker's lock: the
-// walk may wait for the loader, whose thread may wait for the tracker.
+// inlined into the hook: see the ignore depth. A stack is walked outside the tracker's lock: a
+// host's own walker may wait for the loader, whose thread may wait for the tracker.
 [[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
                                        std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;

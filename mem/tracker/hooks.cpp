@@ -6,10 +6,12 @@
 #include "mem/allocator/allocator_functions.h"
 #include "mem/base/host_thread.h"
 #include "mem/base/standard_error.h"
+#include "mem/modules/module_watch.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 #include "mem/tracker/accounting.h"
+#include "mem/tracker/removed_modules.h"
 
 namespace {
 
@@ -41,7 +43,10 @@ void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested) {
 }
 
 void mem_tcmalloc_tracker_delete_hook(void const* ptr) {
-  if (nothing_is_tracked() || !mem_allocator_owns(ptr)) return;
+  if (nothing_is_tracked()) return;
+  if (mem_loader_is_removing()) [[unlikely]]
+    mem_retire_modules_removed_now();
+  if (!mem_allocator_owns(ptr)) return;
   mem_account_release(ptr, mem_allocated_size(ptr));
 }
 
@@ -61,6 +66,7 @@ void mem_account_release(void const* ptr, std::size_t allocated) {
 
 void mem_install_tracker_hooks() {
   if (std::exchange(hooks_are_installed, true)) return;
+  mem_retire_modules_removed_unseen();
   ptrfunc_AddNewHook(mem_tcmalloc_tracker_new_hook);
   ptrfunc_AddDeleteHook(mem_tcmalloc_tracker_delete_hook);
 }

@@ -27,13 +27,17 @@ constinit std::atomic<std::int64_t> thresholded_peak_memory{0};
 constinit std::atomic<std::int64_t> next_peak_memory{first_doubling};
 constinit std::atomic<std::int64_t> flushed_peak_memory{0};
 
+// By address, since it outlives a reset, which replaces all records; of those in use it also knows
+// which it is of, since modules that came and went may have had the same addresses.
 struct SITE_PEAK {
   std::int64_t bytes;
   std::int32_t blocks;
+  MEM_ADDRESS_TRACKER const* site;  // null after a reset: of whatever has the address now
 };
 using FLUSHED_PEAK_DATA =
-    std::unordered_map<void const*, SITE_PEAK, std::hash<void const*>, std::equal_to<void const*>,
-                       MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, SITE_PEAK>>>;
+    std::unordered_multimap<void const*, SITE_PEAK, std::hash<void const*>,
+                            std::equal_to<void const*>,
+                            MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, SITE_PEAK>>>;
 
 // Guarded by mem_trace_lock; empty until the first flush. Constructed then.
 constinit MEM_STATIC_STORAGE<FLUSHED_PEAK_DATA> flushed_peak_storage;
@@ -61,10 +65,10 @@ void keep_current_as_peak() {
   const MEM_INSIDE_AS_CAT cat;
   if (mem_tbb_tracking_ended) return;
   const std::lock_guard trace(mem_trace_lock);
-  for (auto& [address, site] : *mem_address_tracker_map) {
+  mem_for_each_site([](void const*, MEM_ADDRESS_TRACKER& site) {
     site.peak_blocks = site.current_blocks;
     site.peak_bytes = site.current_bytes;
-  }
+  });
   mem_estimated_timeline_idx_at_peak = mem_estimated_timeline_idx.load();
 }
 
@@ -88,11 +92,12 @@ void flush_site_peaks() {
   }
   timeline_idx_at_flushed_peak = mem_estimated_timeline_idx_at_peak;
   mem_flushed_peak_data->clear();
-  mem_flushed_peak_data->reserve(mem_address_tracker_map->size());
-  for (const auto& [address, site] : *mem_address_tracker_map)
+  mem_flushed_peak_data->reserve(mem_address_tracker_map->size() + mem_retired_sites->size());
+  mem_for_each_site([](void const* address, const MEM_ADDRESS_TRACKER& site) {
     if (site.peak_bytes != 0)
       mem_flushed_peak_data->emplace(
-          address, SITE_PEAK{site.peak_bytes, static_cast<std::int32_t>(site.peak_blocks)});
+          address, SITE_PEAK{site.peak_bytes, static_cast<std::int32_t>(site.peak_blocks), &site});
+  });
 }
 
 void flush_recorded_peak() {
@@ -121,15 +126,40 @@ void flush_global_peak() {
   mem_pbin_stats.global_peak.store({0, 0});
 }
 
+bool has_address_now(const MEM_ADDRESS_TRACKER& site, void const* address) {
+  const auto now = mem_address_tracker_map->find(address);
+  return now != mem_address_tracker_map->end() && &now->second == &site;
+}
+
+// Null when none was flushed.
+SITE_PEAK const* flushed_peak_of(const MEM_ADDRESS_TRACKER& site, void const* address) {
+  const auto [first, last] = mem_flushed_peak_data->equal_range(address);
+  const auto found = std::find_if(first, last, [&](const auto& flushed) {
+    SITE_PEAK const& peak = flushed.second;
+    return peak.site == &site || (peak.site == nullptr && has_address_now(site, address));
+  });
+  return found == last ? nullptr : &found->second;
+}
+
 void restore_site_peaks() {
   const std::lock_guard trace(mem_trace_lock);
   mem_estimated_timeline_idx_at_peak = timeline_idx_at_flushed_peak;
-  for (auto& [address, site] : *mem_address_tracker_map) {
-    const auto flushed = mem_flushed_peak_data->find(address);
-    const bool known = flushed != mem_flushed_peak_data->end();
-    site.peak_bytes = known ? flushed->second.bytes : 0;
-    site.peak_blocks = known ? static_cast<std::uint32_t>(flushed->second.blocks) : 0;
-  }
+  mem_for_each_site([](void const* address, MEM_ADDRESS_TRACKER& site) {
+    SITE_PEAK const* const flushed = flushed_peak_of(site, address);
+    site.peak_bytes = flushed == nullptr ? 0 : flushed->bytes;
+    site.peak_blocks = flushed == nullptr ? 0 : static_cast<std::uint32_t>(flushed->blocks);
+  });
+}
+
+// The records are about to go. Of a module that is gone nothing is left then to get a peak back.
+void part_peaks_from_records() {
+  const std::lock_guard trace(mem_trace_lock);
+  if (mem_flushed_peak_data == nullptr) return;
+  std::erase_if(*mem_flushed_peak_data, [](const auto& flushed) {
+    SITE_PEAK const& peak = flushed.second;
+    return peak.site != nullptr && !has_address_now(*peak.site, flushed.first);
+  });
+  for (auto& [address, peak] : *mem_flushed_peak_data) peak.site = nullptr;
 }
 
 }  // namespace
@@ -169,6 +199,9 @@ void mem_restore_flushed_peak() {
 constinit const MEM_PART mem_peaks_part(MEM_CREATE{[](MEM_TRACKING_GRANULARITY) {
                                           mem_rearm_peak_detection();
                                         }},
-                                        MEM_RESET{mem_rearm_peak_detection},
+                                        MEM_RESET{[] {
+                                          mem_rearm_peak_detection();
+                                          part_peaks_from_records();
+                                        }},
                                         MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
                                         MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }});

@@ -6,7 +6,7 @@
 
 namespace {
 
-using testing::ContainsRegex, testing::HasSubstr;
+using testing::ContainsRegex, testing::ElementsAre, testing::HasSubstr;
 
 const ENVIRONMENT everything = {{"KORVANE_MEM_PROFILE_ALL", "1"}};
 
@@ -104,6 +104,46 @@ TEST(AModule, WhoseFileIsGoneIsLookedThrough) {
   EXPECT_EQ(report.row("Subsystem", "copy0").number("Cumulative requested bytes"), 300);
   EXPECT_THROW(report.row("Subsystem", "copy1"), std::out_of_range);
   EXPECT_EQ(report.row("Subsystem", "copy2").number("Cumulative requested bytes"), 300);
+}
+
+TEST(AModule, RebuiltAtTheSamePlaceIsWalkedByItsOwnRules) {
+  const RUN run(tracked("survival", {"reload_plugins"}, everything));
+  EXPECT_EQ(run.status(), 0) << run.err();
+  EXPECT_EQ(run.out(), "4 at the same place\n");
+  const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
+  for (const auto& [function, bytes] : {std::pair("first", 4 * 1000), {"rebuilt", 4 * 2000}})
+    EXPECT_EQ(report.sum("Cumulative requested bytes", "Function",
+                         "(anonymous namespace)::take_by_" + std::string(function) +
+                             "((anonymous namespace)::PLUGIN const&)"),
+              bytes);
+}
+
+TEST(AModule, KeepsItsFiguresAndBlocksWhenAnotherTakesItsPlace) {
+  const RUN run(tracked("survival", {"replace_module"}, everything));
+  EXPECT_EQ(run.out(), "1 at the same place\n2 left\n");
+  const REPORT report(run.file("mem_tbb_subsystem.kvi.log"));
+  const auto& first = report.row("Subsystem", "first");
+  const auto& second = report.row("Subsystem", "second");
+  EXPECT_EQ(first.number("Cumulative requested bytes"), (1 << 20) + 500 + 250);
+  EXPECT_EQ(first.number("Current bytes"), 256);
+  EXPECT_EQ(second.number("Current bytes"), 3072);
+  const REPORT sites(run.file("mem_tbb_fileline.kvi.log"));
+  std::map<std::int64_t, std::int64_t> peak_by_current;
+  for (const REPORT::ROW& row : sites.rows)
+    if (row.text("Function") == "allocate_in_shared_library")
+      peak_by_current[row.number("Current bytes")] = row.number("Peak bytes");
+  EXPECT_THAT(peak_by_current, ElementsAre(std::pair(256, 1 << 20), std::pair(3072, 0)));
+}
+
+TEST(AStack, OfAFiberOrAHandlerIsWalked) {
+  const RUN run(tracked("survival", {"stand_on_other_stacks"}, everything));
+  EXPECT_EQ(run.status(), 0) << run.err();
+  const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
+  const auto taken = [&](const char* function) {
+    return report.sum("Cumulative requested bytes", "Function", function);
+  };
+  EXPECT_EQ(taken("(anonymous namespace)::take_on_fiber()"), 1000);
+  EXPECT_EQ(taken("(anonymous namespace)::take_in_handler(int)"), 2000);
 }
 
 TEST(AMissingTool, LeavesEverythingToTheCatchAll) {

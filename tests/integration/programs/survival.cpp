@@ -1,7 +1,9 @@
 // A host that makes the profiler's life hard. Every scenario ends with a block of 4096 bytes that
 // take_last() allocated, so that a report shows tracking to have survived.
+#include <sys/mman.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -116,6 +118,113 @@ void load_and_unload() {
   take_last();
 }
 
+using TAKE_IN_PLUGIN = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
+
+// A plug-in without debug information: its frames are looked through, for whoever called it.
+struct PLUGIN {
+  explicit PLUGIN(int frame_size) {
+    std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
+                               "plugin.so");
+    m_module = dlopen("./plugin.so", RTLD_NOW);
+    take = reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(m_module, "take_in_plugin"));
+  }
+  PLUGIN(const PLUGIN&) = delete;
+  PLUGIN& operator=(const PLUGIN&) = delete;
+  ~PLUGIN() {
+    dlclose(m_module);
+    std::filesystem::remove("plugin.so");
+  }
+
+  TAKE_IN_PLUGIN take;
+
+ private:
+  void* m_module;
+};
+
+[[gnu::noipa]] void* take_by_first(const PLUGIN& plugin) {
+  void* volatile block = plugin.take(std::malloc, 1000);  // no tail call
+  return block;
+}
+[[gnu::noipa]] void* take_by_rebuilt(const PLUGIN& plugin) {
+  void* volatile block = plugin.take(std::malloc, 2000);
+  return block;
+}
+
+// Rebuilt with other frame sizes and loaded again at the same place: unloaded by a thread that is
+// tracked, by one that is blocked, and while nobody is.
+void reload_plugins() {
+  int at_same_place = 0;
+  const auto reload = [&](int first_size, int rebuilt_size, auto before_unloading,
+                          auto afterwards) {
+    auto* const first = new PLUGIN(first_size);
+    auto* const place = first->take;
+    give(take_by_first(*first));
+    before_unloading();
+    delete first;
+    const PLUGIN rebuilt(rebuilt_size);
+    afterwards();
+    if (rebuilt.take == place) ++at_same_place;
+    give(take_by_rebuilt(rebuilt));
+  };
+  const auto nothing = [] {};
+  reload(300'000, 200'000, nothing, nothing);
+  reload(3000, 2000, nothing, nothing);
+  reload(900, 1900, mem_block_thread_tracking, mem_unblock_thread_tracking);
+  reload(
+      200'000, 300'000, [] { mem_disable_tracking(MEM_TRACK_ALL); },
+      [] { mem_enable_tracking(MEM_TRACK_ALL); });
+  std::printf("%d at the same place\n", at_same_place);
+  take_last();
+}
+
+// Another module comes to the place of one that has left blocks behind and a peak.
+void replace_module() {
+  void* const first = load_copy("./libfirst.so");
+  void* const place = dlsym(first, "allocate_in_shared_library");
+  give(allocate_in(first, 1 << 20));
+  mem_tbb_tracking_flush_peak();
+  void* const left_behind = allocate_in(first, 500);
+  void* const not_freed = allocate_in(first, 250);
+  dlclose(first);
+  void* const second = load_copy("./libsecond.so");
+  void* const kept = allocate_in(second, 3000);
+  std::printf("%d at the same place\n", dlsym(second, "allocate_in_shared_library") == place);
+  give(left_behind);
+  std::printf("%d left\n", (not_freed != nullptr) + (kept != nullptr));
+  take_last();
+}
+
+const PLUGIN* plugin_in_use = nullptr;
+[[gnu::noipa]] void take_on_fiber() { give(plugin_in_use->take(std::malloc, 1000)); }
+[[gnu::noipa]] void take_in_handler(int) { give(plugin_in_use->take(std::malloc, 2000)); }
+
+// Small stacks between pages that can't be read: a fiber's, and one for signal handlers.
+void stand_on_other_stacks() {
+  const PLUGIN plugin(3000);
+  plugin_in_use = &plugin;
+  constexpr std::size_t guard = 4096, size = std::size_t{1} << 18;
+  const auto map_stack = [] {
+    auto* const pages = static_cast<char*>(
+        mmap(nullptr, size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(pages + guard, size, PROT_READ | PROT_WRITE);
+    return stack_t{.ss_sp = pages + guard, .ss_flags = 0, .ss_size = size};
+  };
+  static ucontext_t fiber, here;
+  getcontext(&fiber);
+  fiber.uc_stack = map_stack();
+  fiber.uc_link = &here;
+  makecontext(&fiber, take_on_fiber, 0);
+  swapcontext(&here, &fiber);
+  const stack_t for_handlers = map_stack();
+  sigaltstack(&for_handlers, nullptr);
+  struct sigaction action {};
+  action.sa_flags = SA_ONSTACK;
+  action.sa_handler = take_in_handler;
+  sigaction(SIGUSR1, &action, nullptr);
+  std::raise(SIGUSR1);
+  take_last();
+}
+
 // Signals interrupt every system call of the tracker, and the host reaps its tools.
 void interrupt() {
   std::signal(SIGALRM, [](int) {
@@ -135,6 +244,9 @@ constexpr SCENARIO scenarios[] = {
     {"end_threads_in_every_way", end_threads_in_every_way},
     {"start_again_after_the_end", start_again_after_the_end},
     {"load_and_unload", load_and_unload},
+    {"reload_plugins", reload_plugins},
+    {"replace_module", replace_module},
+    {"stand_on_other_stacks", stand_on_other_stacks},
     {"interrupt", interrupt},
     {"just_end", take_last},
     {"quick_exit", [] { take_last(), std::quick_exit(5); }},
