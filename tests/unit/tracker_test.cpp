@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <barrier>
+#include <mutex>
 #include <random>
+#include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "mem/bins/pbin_tracker_map.h"
@@ -15,40 +19,17 @@
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "platform/udm_notifier.h"
-#include "tests/support/scripted_symbolizer.h"
-#include "tests/support/stand_in_allocator.h"
+#include "tests/support/tracked_sites.h"
 
 namespace {
 
 using FRAMES = SCRIPTED_SYMBOLIZER::FRAMES;
-
-// An allocation site of its own for every number.
-template <int SITE>
-[[gnu::noipa]] void* allocate_at(std::size_t size) {
-  void* block = STAND_IN::allocate(size);
-  asm volatile("" : : "i"(SITE));  // no tail call: the frame has to stay
-  return block;
-}
-
-MEM_TRACKING_GRANULARITY bits(int value) { return static_cast<MEM_TRACKING_GRANULARITY>(value); }
 
 MEM_ADDRESS_TRACKER site_of(void const* block) {
   MEM_ADDRESS_TRACKER site{};
   EXPECT_TRUE(mem_get_address_tracker(block, site));
   return site;
 }
-
-class TRACKER : public testing::Test {
- protected:
-  TRACKER() {
-    m_symbolizer.frames_at = [](void const*) { return FRAMES{frame(site_module, "f", "/f.cpp")}; };
-  }
-  ~TRACKER() override { mem_disable_tracking(bits(127)); }
-
-  // The module in which this thread's next new site lies.
-  static inline thread_local char const* site_module = "alpha";
-  SCRIPTED_SYMBOLIZER m_symbolizer;
-};
 
 // Current and cumulative bytes.
 template <class MAP>
@@ -100,6 +81,151 @@ TEST_F(TRACKER, ForgetsAtAResetAllButBins) {
   EXPECT_EQ((*mem_pbin_tag_tracker)[0].current, 32);
   EXPECT_EQ((*mem_pbin_tracker)[0].cumulative, 112 + 32);
   EXPECT_EQ((*mem_pbin_tracker)[0].current, 32);
+}
+
+// A reset comes while threads charge and release under detailed bins.
+TEST_F(TRACKER, OwesNoTagAByteOfABlockFromBeforeAReset) {
+  constexpr int threads = 3, rounds = 500;
+  mem_enable_tracking(bits(2));
+  std::atomic<bool> working;
+  std::barrier phase(threads + 1);
+  std::vector<std::thread> workers;
+  for (int worker = 0; worker < threads; ++worker)
+    workers.emplace_back([&] {
+      for (int round = 0; round < rounds; ++round) {
+        phase.arrive_and_wait();
+        while (working) STAND_IN::release(allocate_at<0>(20));
+        phase.arrive_and_wait();
+      }
+    });
+  std::int64_t owed = 0;
+  for (int round = 0; round < rounds; ++round) {
+    working = true;
+    phase.arrive_and_wait();
+    std::this_thread::sleep_for(std::chrono::microseconds(300));
+    mem_reset_tracking_entries();
+    working = false;
+    phase.arrive_and_wait();
+    owed += std::abs(mem_current_bytes);
+    if (mem_pbin_tag_tracker->size() > 0) owed += std::abs((*mem_pbin_tag_tracker)[0].current);
+  }
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(owed, 0);
+}
+
+// Once reset, only blocks that either record knows are taken from the total.
+TEST_F(TRACKER, KnowsABlockAfterAResetUnderWhicheverKindItIsReleased) {
+  constexpr int rows[][2] = {{2, 6}, {2, 10}, {2, 18}, {2, 4}, {4, 2}, {8, 2}, {8, 14}, {14, 8}};
+  void* before = (mem_enable_tracking(bits(8)), allocate_at<0>(500));
+  mem_reset_tracking_entries();
+  mem_disable_tracking(bits(8));
+  for (const auto& [charged, released] : rows) {
+    mem_enable_tracking(bits(charged));
+    void* block = allocate_at<0>(20);
+    EXPECT_EQ(mem_current_bytes, 32) << charged;
+    mem_enable_tracking(bits(released));
+    mem_disable_tracking(bits(charged & ~released));
+    STAND_IN::release(block);
+    EXPECT_EQ(mem_current_bytes, 0) << charged << " then " << released;
+    mem_disable_tracking(bits(released));
+  }
+  mem_enable_tracking(bits(8));
+  STAND_IN::release(before);
+  EXPECT_EQ(mem_current_bytes, 0);
+}
+
+// What hosts do in the callback that hears of a peak, inside the tracker's accounting.
+int calls_of_callback = 0;
+bool callback_throws = false;
+
+bool meddle(const char*, const char*, va_list) {
+  if (callback_throws) throw std::runtime_error("the host's own");
+  if (++calls_of_callback > 2) return true;  // or it would never end
+  mem_disable_tracking(bits(1));
+  mem_enable_tracking(bits(1));
+  mem_reset_tracking_entries();
+  mem_unblock_thread_tracking();
+  STAND_IN::release(STAND_IN::allocate(5000));
+  return true;
+}
+
+TEST_F(TRACKER, StaysInsideItselfWhileACallbackMeddlesAndCountsTheEventOfOneThatThrows) {
+  mem_enable_tracking(bits(1 | 2 | 8));
+  for (const bool throws : {true, false}) {
+    callback_throws = throws;
+    const MEM_BASE_STATS before = mem_get_global_current();
+    void* block = allocate_at<0>(throws ? 2000 : 8000);
+    mem_set_msg_local_vdebug_callback(meddle);
+    STAND_IN::release(block);
+    mem_set_msg_local_vdebug_callback(nullptr);
+    EXPECT_EQ(mem_get_global_current().count, before.count) << "throws " << throws;
+  }
+  EXPECT_EQ(calls_of_callback, 1);
+  EXPECT_EQ(mem_abandoned_events, 0U);
+}
+
+TEST_F(TRACKER, CountsWhatABlockedThreadDoesAsItsOwnTraffic) {
+  static char mapping;
+  mem_enable_tracking(bits(1 | 8));
+  EXPECT_FALSE(mem_block_thread_tracking());
+  EXPECT_TRUE(mem_block_thread_tracking());
+  std::thread([] { EXPECT_FALSE(mem_am_blocked()); }).join();
+  void* kept = allocate_at<0>(20);
+  STAND_IN::release(allocate_at<0>(100));
+  mem_notify_memory_mapping_added(&mapping, 4096);
+  const MEM_PROFILER_STATS& own = mem_profiler_stats;
+  EXPECT_EQ(own.num_allocs, 3U);
+  EXPECT_EQ(own.num_deallocs, 1U);
+  EXPECT_EQ(own.requested_total, 20U + 100 + 4096);
+  EXPECT_EQ(own.allocated_total, 32U + 112 + 4096);
+  EXPECT_EQ(own.allocated_outstanding, 32U + 4096);
+  mem_notify_memory_mapping_removed(&mapping, 4096);
+  STAND_IN::release(kept);
+  EXPECT_EQ(own.num_deallocs, 3U);
+  EXPECT_EQ(own.allocated_freed, own.allocated_total);
+  EXPECT_EQ(own.allocated_outstanding, 0U);
+  EXPECT_TRUE(mem_unblock_thread_tracking());
+  EXPECT_FALSE(mem_unblock_thread_tracking());
+  EXPECT_EQ(mem_get_stats().global_peak.count, 0);
+  EXPECT_EQ(mem_current_bytes, 0);
+}
+
+void call_everything() {
+  std::ostringstream out;
+  MEM_ADDRESS_TRACKER site{};
+  std::uint64_t bytes[3] = {};
+  mem_enable_tracking(bits(127));
+  STAND_IN::release(allocate_at<0>(5000));
+  mem_open_profile_bin("bin", "tag");
+  mem_close_profile_bin("tag", &bytes[0], &bytes[1], &bytes[2]);
+  mem_set_timeline_label("label");
+  mem_get_address_tracker(nullptr, site);
+  mem_get_module_tracker("alpha", site);
+  mem_tbb_tracking_flush_peak();
+  mem_reset_tracking_entries();
+  mem_dump_tbb_fileline_tracking(out);
+  mem_dump_tbb_subsystem_tracking(out);
+  mem_dump_tbb_module_tracking(out, out);
+  mem_dump_tbb_profile_bin_stats_tracking(out);
+  mem_dump_tbb_profile_bin_tag_stats_tracking(out);
+  mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out);
+  mem_cleanup_tbb_tracking();
+}
+
+// Another thread holds what it can while this one forks.
+TEST_F(TRACKER, IsFreeInAForkedChildWhoeverWasInsideIt) {
+  mem_enable_tracking(bits(127));
+  std::atomic<bool> inside = false, done = false;
+  std::thread holder([&] {
+    const MEM_INSIDE_AS_CAT cat;
+    const std::lock_guard trace(mem_trace_lock);
+    const std::lock_guard modules(mem_module_tracker_lock);
+    for (inside = true; !done;) std::this_thread::yield();
+  });
+  while (!inside) std::this_thread::yield();
+  EXPECT_EXIT((alarm(20), call_everything(), std::_Exit(0)), testing::ExitedWithCode(0), "");
+  done = true;
+  holder.join();
 }
 
 [[gnu::noipa]] void map_a_page(void const* address) {
