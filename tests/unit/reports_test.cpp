@@ -1,0 +1,238 @@
+// Reports: what they show, in which order, to which stream.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <locale>
+#include <ostream>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "mem/bins/user_memory_tracker.h"
+#include "mem/stack/unwinder.h"
+#include "tests/support/debug_lines.h"
+#include "tests/support/report.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/tracked_sites.h"
+
+namespace {
+
+using testing::HasSubstr, testing::MatchesRegex;
+
+class REPORTS : public TRACKER {};
+
+using DUMP = void (*)(std::ostream&);
+constexpr DUMP dumps[] = {
+    [](std::ostream& out) { mem_dump_tbb_fileline_tracking(out); },
+    [](std::ostream& out) { mem_dump_tbb_subsystem_tracking(out); },
+    [](std::ostream& out) { mem_dump_tbb_profile_bin_stats_tracking(out); },
+    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_stats_tracking(out); },
+    [](std::ostream& out) { mem_dump_tbb_module_tracking(out, out); },
+    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out); }};
+
+std::string text_of(DUMP dump) {
+  std::ostringstream out;
+  dump(out);
+  return out.str();
+}
+
+// What of a dump does not tell the time.
+std::string figures_of(const std::string& text) {
+  return std::regex_replace(
+      text, std::regex("Time spent dumping:\t[0-9]+ clicks\\.\t[0-9.e-]+ seconds\\."), "timed");
+}
+
+// Gets on only when another thread has allocated and been sampled.
+class NEEDS_ANOTHER_THREAD : public std::streambuf {
+  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+  std::streamsize xsputn(char const*, std::streamsize count) override {
+    std::thread([] {
+      STAND_IN::release(allocate_at<1>(20));
+      mem_user_snapshot_tracking_data();
+    }).join();
+    return count;
+  }
+};
+
+TEST_F(REPORTS, HoldNoLockWhileTheHostsStreamWrites) {
+  mem_enable_tracking(MEM_TRACK_ALL);
+  allocate_at<0>(100);
+  mem_user_snapshot_tracking_data();
+  alarm(60);  // a hang is a failure
+  NEEDS_ANOTHER_THREAD buffer;
+  std::ostream out(&buffer);
+  for (const DUMP dump : dumps) dump(out);
+  alarm(0);
+}
+
+struct GROUPING : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  char do_decimal_point() const override { return ';'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(REPORTS, LookTheSameWhateverLocaleAndFlags) {
+  mem_enable_tracking(MEM_TRACK_ALL);
+  allocate_at<0>(2000000);
+  mem_user_snapshot_tracking_data();
+  const std::locale odd(std::locale::classic(), new GROUPING);
+  const std::locale former = std::locale::global(odd);
+  for (const DUMP dump : dumps) {
+    std::ostringstream plain;
+    plain.imbue(std::locale::classic());
+    dump(plain);
+    std::ostringstream out;
+    out.imbue(odd);
+    out << std::hex << std::showbase << std::showpos << std::scientific << std::left;
+    out.precision(2);
+    out.fill('*');
+    const std::ios::fmtflags flags = out.flags();
+    dump(out);
+    EXPECT_THAT(plain.str(), HasSubstr("2000000")) << "not grouped";
+    EXPECT_EQ(figures_of(out.str()), figures_of(plain.str()));
+    EXPECT_EQ(out.flags(), flags);
+    EXPECT_EQ(out.precision(), 2);
+    EXPECT_EQ(out.fill(), '*');
+    EXPECT_TRUE(out.getloc() == odd);
+  }
+  std::locale::global(former);
+}
+
+// Every stack is a new address.
+class COUNTING_UNWINDER final : public ERR_UNWINDER {
+ public:
+  char const* name() const override { return "counting"; }
+  int capture(void const** buffer, int, int, int) override {
+    buffer[0] = ++m_address;
+    return 1;
+  }
+
+ private:
+  char const* m_address = nullptr;
+};
+
+#if !defined __SANITIZE_ADDRESS__ && !defined __SANITIZE_THREAD__  // they use memory of their own
+TEST_F(REPORTS, OfAHundredThousandSitesTakeTwentyMegabytes) {
+  COUNTING_UNWINDER unwinder;
+  mem_tbb_unwinder = &unwinder;
+  mem_enable_tracking(bits(8));
+  for (int site = 0; site < 100000; ++site) STAND_IN::release(STAND_IN::allocate(20));
+  for (const DUMP dump : {dumps[0], dumps[1]}) {
+    write_file("/proc/self/clear_refs", "5");  // the peak starts again
+    const std::uint64_t before = mem_info_get_process_current_working_set_size();
+    std::ostream nowhere(nullptr);
+    dump(nowhere);
+    EXPECT_LT(mem_info_get_process_peak_working_set_size(), before + 20000000);
+  }
+}
+#endif
+
+// Ties go by what is held, by what was ever held, and by address; that of the catch-all, which has
+// the figures of some sites here, is null. No peak is recorded.
+TEST_F(REPORTS, OrderSitesWithoutAPeak) {
+  const TEMPORARY_DIRECTORY directory;
+  m_symbolizer.frames_at = [line = 0](void const*) mutable {
+    ++line;  // each site is asked about twice
+    return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "f", "/f.cpp", line / 2)};
+  };
+  mem_enable_tracking(bits(8 | 16));
+  void* (*sites[])(std::size_t) = {allocate_at<0>, allocate_at<1>, allocate_at<2>, allocate_at<3>,
+                                   allocate_at<4>, allocate_at<5>, allocate_at<6>, allocate_at<7>};
+  constexpr std::size_t held[] = {16, 32, 16, 16, 32, 48, 16, 16};
+  for (const int site : {5, 2, 7, 0, 3, 6, 1, 4}) sites[site](held[site]);
+  for (const int site : {3, 0}) STAND_IN::release(sites[site](16));
+  m_symbolizer.frames_at = [](void const*) {
+    return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "std::f", "/f.cpp")};
+  };
+  allocate_at<8>(16);
+
+  const REPORT fileline(text_of(dumps[0]));
+  std::vector<std::string> lines;
+  std::tuple<std::int64_t, std::int64_t, std::uint64_t> former(-1000, 0, 0);
+  for (const REPORT::ROW& row : fileline.rows) {
+    const bool is_catch_all = row.text("Address") == "OTHER";
+    const std::tuple order(-row.number("Current bytes"), -row.number("Cumulative bytes"),
+                           is_catch_all ? 0 : std::stoull(row.text("Address"), nullptr, 16));
+    EXPECT_EQ(row.number("Peak bytes"), 0);
+    EXPECT_TRUE(former < order) << row.text("Address");
+    former = order;
+    if (!is_catch_all) lines.push_back(row.text("Line"));
+  }
+  EXPECT_EQ(lines.size(), 8U);
+
+  mem_shutdown_tbb_tracking();
+  std::vector<std::string> leaks;
+  for (const std::string& line : split(content_of("mem_tbb_leak_warning.kvi.log"), '\n'))
+    if (line.starts_with("alpha leaked ")) leaks.push_back(split(split(line, ':')[1], ' ')[0]);
+  EXPECT_EQ(leaks, lines);
+}
+
+// The first rows of the module timeline: label and bytes.
+std::vector<std::string> timeline_rows() {
+  std::vector<std::string> rows;
+  for (const REPORT::ROW& row : REPORT(text_of([](std::ostream& out) {
+                                  std::ostringstream summary;
+                                  mem_dump_tbb_module_tracking(summary, out);
+                                })).rows)
+    rows.push_back(row.text("") + " " + row.text("alpha"));
+  return rows;
+}
+
+TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
+  const TEMPORARY_DIRECTORY directory;
+  mem_set_timeline_label("early");
+  mem_enable_tracking(bits(2));
+  allocate_at<0>(20);  // the first event takes a sample, of tags and label alone
+  mem_set_timeline_label("late");
+  mem_enable_tracking(bits(4));
+  allocate_at<0>(100);
+  mem_user_snapshot_tracking_data();
+  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112"));
+  mem_set_timeline_label("end");
+  mem_shutdown_tbb_tracking();
+  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112", "end 112"));
+  EXPECT_THAT(content_of("mem_tbb_cumulative_blocks_timeline_detailed.kvi.log"),
+              HasSubstr("\nlate\t1\t0\nend\t1\t0\n"));
+}
+
+TEST_F(REPORTS, AreAllWrittenWhileABinIsOpenThatNoTimelineCanName) {
+  const TEMPORARY_DIRECTORY directory;
+  mem_enable_tracking(bits(2 | 4 | 16));
+  MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory_per_bin_detailed = true;
+  allocate_at<0>(20);
+  for (int id = 0; id <= 65535; ++id) mem_open_profile_bin(std::to_string(id), "");
+  allocate_at<0>(100);
+  EXPECT_THAT(debug_lines_of(mem_shutdown_tbb_tracking), testing::Contains(HasSubstr("65536")));
+  const REPORT samples(content_of("mem_tbb_pbin_tag_timeline.kvi.log"));
+  ASSERT_EQ(samples.rows.size(), 1U);
+  EXPECT_EQ(samples.rows[0].text(""), "Root");
+  EXPECT_EQ(REPORT(content_of("mem_tbb_pbin_stats.kvi.log")).rows.back().text("Name"),
+            "Root::65535");
+  EXPECT_THAT(content_of("mem_tbb_leak_warning.kvi.log"), HasSubstr("\nTotal leaked bytes: 144\n"));
+}
+
+TEST_F(REPORTS, KnowTheNamesOfBinsThatAreBeingOpened) {
+  mem_enable_tracking(bits(2));
+  MEM_USER_MEMORY_TRACKER::s_tbb_track_user_memory_per_bin_detailed = true;
+  std::atomic<bool> done = false;
+  std::thread opener([&] {
+    std::uint64_t bytes[3];
+    for (int bin = 0; bin < 20000; ++bin) {
+      const std::string tag = std::to_string(bin % 1000);
+      mem_open_profile_bin(std::to_string(bin), tag);
+      STAND_IN::release(allocate_at<0>(20));
+      mem_close_profile_bin(tag, &bytes[0], &bytes[1], &bytes[2]);
+    }
+    done = true;
+  });
+  while (!done) {
+    for (const REPORT::ROW& row : REPORT(text_of(dumps[2])).rows)
+      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+::[0-9]+"));
+    for (const REPORT::ROW& row : REPORT(text_of(dumps[3])).rows)
+      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+"));
+  }
+  opener.join();
+}
+
+}  // namespace
