@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "tests/integration/tracked_program.h"
 
@@ -31,7 +32,7 @@ TEST(ProfileBins, AreChargedWithWhatIsAllocatedWhileTheyAreOpen) {
   ASSERT_EQ(run.status(), 0) << run.err();
   const REPORT bins(run.file("mem_tbb_pbin_stats.kvi.log"));
   constexpr std::tuple<const char*, int, int, int> rows[] = {
-      {"T::outer", 2, 3, 2}, {"T::inner", 2, 2, 0}, {"Root::outer", 1, 1, 1}};
+      {"T::outer", 4, 7, 2}, {"T::inner", 2, 2, 0}, {"Root::outer", 1, 1, 1}};
   EXPECT_EQ(bins.rows.size(), 1 + std::size(rows));
   for (const auto& [name, max, cumulative, current] : rows) {
     const REPORT::ROW& row = bins.row("Name", name);
@@ -42,25 +43,67 @@ TEST(ProfileBins, AreChargedWithWhatIsAllocatedWhileTheyAreOpen) {
   EXPECT_THAT(run.file("mem_tbb_pbin_tag_stats_mb.kvi.log"),
               MatchesRegex("Memory Tracking - Profile Tag Stats \\(MiB\\)\n\n"
                            "Name\tMax MiB\tPeak MiB\tCumulative MiB\tCurrent MiB\n"
-                           ".*\nT\t3.000\t[0-9.]+\t5.000\t2.000\n.*"));
+                           ".*\nT\t4.000\t[0-9.]+\t9.000\t2.000\n.*"));
 }
 
 TEST(SummaryBins, MeasureGrowthAndPeak) {
   EXPECT_EQ(RUN(tracked("phases", {"open_bins"}, {{"KORVANE_MEM_PROFILE_PER_BIN", "1"}})).out(),
             "bin inner grew by 1048576 and reached 2097152\n"
-            "bin outer grew by 2097152 and reached 3145728\n"
+            "bin outer grew by 2097152 and reached 4194304\n"
             "bin outer grew by 1048576 and reached 1048576\n"
             "bin outer grew by 0 and reached 1048576\n");
 }
 
-// The second phase holds its large block when its peak is found.
+// What was said of every peak from `smallest` bytes on: total, timeline index and next peak.
+struct PEAK {
+  std::int64_t bytes, index, next;
+};
+std::vector<PEAK> peaks_said(const std::string& text, std::int64_t smallest) {
+  std::vector<PEAK> peaks;
+  for (const std::string& line : split(text, '\n')) {
+    long bytes = 0, index = 0, next = 0;
+    if (std::sscanf(line.c_str(),
+                    "Debug: MEM: Memory tracking: recording peak bytes at %ld bytes (timeline "
+                    "index %ld), next peak at >= %ld bytes",
+                    &bytes, &index, &next) == 3 &&
+        bytes >= smallest)
+      peaks.push_back({bytes, index, next});
+  }
+  return peaks;
+}
+
+// By doubling up to the step of the setting, then by every step.
+TEST(Peaks, AreRecordedWhereTheTotalHasDoubledOrCrossedAStep) {
+  ENVIRONMENT environment = everything;
+  environment["KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD"] = "1";
+  environment["mem_profile_fileline_peak_snapshot_threshold"] = "4194304";
+  environment["debug_msg"] = "on";
+  const RUN run(tracked("phases", {"climb"}, environment));
+  std::vector<std::int64_t> mibs;
+  for (const PEAK& peak : peaks_said(run.out(), mib)) {
+    mibs.push_back(peak.bytes / mib);
+    EXPECT_EQ(peak.next, std::min(2 * peak.bytes, (peak.bytes / (4 * mib) + 1) * 4 * mib));
+  }
+  EXPECT_THAT(mibs, ElementsAre(1, 3, 4, 8, 12, 16));
+  // Held by the module at a sample, but not at the peak.
+  const REPORT subsystem(run.file("mem_tbb_subsystem.kvi.log"));
+  EXPECT_EQ(subsystem.row("Subsystem", "early").number("Max bytes"), 256 * kib);
+  EXPECT_EQ(subsystem.row("Subsystem", "early").number("Peak bytes"), 0);
+  const REPORT::ROW& program = subsystem.row("Subsystem", "phases");
+  EXPECT_GE(program.number("Max bytes"), program.number("Peak bytes"));
+}
+
+// The second phase holds its large block when its peak is found. The title tells the moment of the
+// peak shown.
 TEST(Peaks, AtTheEndAreThoseOfTheHigherPhase) {
   constexpr std::tuple<const char*, std::int64_t, std::int64_t> rows[] = {
       {"flush_before_a_smaller_phase", 3 * mib, 0},
       {"flush_before_a_larger_phase", 0, 8 * mib + kib}};
   for (const auto& [scenario, first_phase, second_phase] : rows) {
     SCOPED_TRACE(scenario);
-    const RUN run(tracked("phases", {scenario}, everything));
+    ENVIRONMENT environment = everything;
+    environment["debug_msg"] = "on";
+    const RUN run(tracked("phases", {scenario}, environment));
     const REPORT tags(run.file("mem_tbb_pbin_tag_stats.kvi.log"));
     EXPECT_EQ(tags.row("Name", "P1").number("Peak bytes"), first_phase);
     EXPECT_EQ(tags.row("Name", "P2").number("Peak bytes"), second_phase);
@@ -68,6 +111,10 @@ TEST(Peaks, AtTheEndAreThoseOfTheHigherPhase) {
     EXPECT_EQ(fileline.sum("Peak bytes", "Function", "take(unsigned long)"),
               first_phase + second_phase);
     EXPECT_EQ(fileline.sum("Peak blocks", "Function", "take(unsigned long)"), 2);
+    const auto peaks = peaks_said(run.out(), 0);
+    const PEAK& highest = *std::ranges::max_element(peaks, {}, &PEAK::bytes);
+    EXPECT_THAT(fileline.title,
+                testing::EndsWith("[at index " + std::to_string(highest.index) + "]"));
     for (std::size_t i = 1; i < fileline.rows.size(); ++i)
       EXPECT_GE(fileline.rows[i - 1].number("Peak bytes"), fileline.rows[i].number("Peak bytes"));
   }

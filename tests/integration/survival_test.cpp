@@ -72,6 +72,16 @@ TEST(TheLibrary, MayBeLoadedLateAndLetGo) {
   EXPECT_EQ(taken("Current bytes"), 3072);
 }
 
+TEST(TheLibrary, IsStartedByAMappingBeforeItsTurnAndLosesNothing) {
+  ENVIRONMENT environment = everything;
+  environment["MAP_EARLY"] = "1";
+  const RUN run(tracked("survival", {"just_end"}, environment));
+  EXPECT_EQ(last_block(run), 4096);
+  const REPORT fileline(run.file("mem_tbb_fileline.kvi.log"));
+  EXPECT_EQ(fileline.sum("Current bytes", "Function", "map_early"), 123456);
+  EXPECT_EQ(fileline.sum("Cumulative blocks", "Function", "map_early"), 1);
+}
+
 TEST(AReport, ThatCannotBeWrittenIsReportedAndKeepsNoOtherBack) {
   constexpr std::tuple<const char*, const char*, const char*> rows[] = {
       {"ln -s /dev/full mem_tbb_fileline.kvi.log;", "",

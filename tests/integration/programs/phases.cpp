@@ -26,6 +26,7 @@ void in_bin(const char* name, const char* tag, WORK work) {
 void open_bins() {
   void* kept = nullptr;
   in_bin("outer", "T", [&] {
+    give(take(4 * mib));         // T::outer 0, 4 at most
     void* released = take(mib);  // T::outer 1
     in_bin("inner", "", [&] {
       void* first = take(mib);  // T::inner 1
@@ -98,7 +99,20 @@ void peak_at_a_release() {
   });
 }
 
+// Climbs to 16 MiB in steps of one, with a release at each; before, a module holds a quarter of one
+// for the time of a sample.
+void climb() {
+  void* early = allocate_in(load_copy("./libearly.so"), 256 * kib);
+  mem_user_snapshot_tracking_data();
+  give(early);
+  for (int step = 1; step <= 16; ++step) {
+    take(mib);
+    give(take(kib));
+  }
+}
+
 constexpr SCENARIO scenarios[] = {
+    {"climb", climb},
     {"open_bins", open_bins},
     {"flush_before_a_smaller_phase", [] { run_two_phases(1 * mib); }},
     {"flush_before_a_larger_phase", [] { run_two_phases(8 * mib); }},
