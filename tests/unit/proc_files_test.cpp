@@ -3,8 +3,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <locale>
 
@@ -41,21 +44,76 @@ constexpr std::tuple<std::string (*)(const char*), const char*, const char*> row
     {reading_of<MEM_LINUX_PROC_MEMINFO_T>, "MemTotal: 1 kB\nMemFree: 2 kB\nSwapTotal: 3 kB\n",
      "-1 1 2 3 0 asker: error: found 3 items, expected 4"}};
 
+TEST(ProcFile, KeepsTheListedFieldsAndReportsWhatIsMissing) {
+  for (const auto& [read, text, reading] : rows) EXPECT_EQ(read(text), reading);
+}
+
+// The figure of `key` in a file below /proc, in bytes.
+std::uint64_t kernel_says(const std::string& file, const std::string& key) {
+  std::istringstream text(content_of("/proc/" + file));
+  for (std::string word; text >> word;)
+    if (word == key && text >> word) return std::stoull(word) * 1024;
+  return 0;
+}
+
+struct QUERY {
+  std::uint64_t (*of_process)(unsigned long pid);
+  std::uint64_t (*of_self)();
+  char const* key;
+};
+constexpr QUERY queries[] = {
+    {mem_info_get_process_current_virtual_used, mem_info_get_process_current_virtual_used,
+     "VmSize:"},
+    {mem_info_get_process_current_working_set_size, mem_info_get_process_current_working_set_size,
+     "VmRSS:"},
+    {mem_info_get_process_peak_working_set_size, mem_info_get_process_peak_working_set_size,
+     "VmHWM:"},
+    {mem_info_get_process_peak_virtual_used_from_os, mem_info_get_process_peak_virtual_used_from_os,
+     "VmPeak:"},
+    {mem_info_get_process_peak_virtual_used, mem_info_get_process_peak_virtual_used, "VmPeak:"}};
+
 struct GROUPING : std::numpunct<char> {
   char do_thousands_sep() const override { return ','; }
   std::string do_grouping() const override { return "\1"; }
 };
 
-TEST(ProcFile, IsNamedByAPidWhateverTheGlobalLocale) {
+// In a locale that writes the number of a process with commas.
+TEST(ProcessInfo, IsWhatTheKernelSays) {
   const std::locale former = std::locale::global({std::locale(), new GROUPING});
-  EXPECT_GT(mem_info_get_process_peak_virtual_used(static_cast<unsigned long>(getpid())), 0U);
-  EXPECT_THAT(debug_lines_of([] { mem_info_get_process_current_working_set_size(99999999); }),
-              testing::ElementsAre(testing::EndsWith(": error opening /proc/99999999/statm")));
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    for (;;) pause();
+  }
+  for (const auto& [of_process, of_self, key] : queries) {
+    EXPECT_EQ(of_process(static_cast<unsigned long>(child)),
+              kernel_says(std::to_string(child) + "/status", key))
+        << key;
+    EXPECT_NEAR(static_cast<double>(of_self()),
+                static_cast<double>(kernel_says("self/status", key)), 4e6)
+        << key;
+    EXPECT_THAT(debug_lines_of([ask = of_process] { EXPECT_EQ(ask(99999999), 0U); }),
+                testing::ElementsAre(testing::HasSubstr(": error opening /proc/99999999/stat")));
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
   std::locale::global(former);
 }
 
-TEST(ProcFile, KeepsTheListedFieldsAndReportsWhatIsMissing) {
-  for (const auto& [read, text, reading] : rows) EXPECT_EQ(read(text), reading);
+TEST(SystemInfo, IsWhatTheKernelSays) {
+  const auto in_use = [] {
+    return kernel_says("meminfo", "SwapTotal:") - kernel_says("meminfo", "SwapFree:");
+  };
+  const std::uint64_t before = in_use();
+  for (const auto query :
+       {mem_info_get_system_current_physical_in_use, mem_info_get_system_current_page_file_in_use,
+        mem_info_get_system_peak_physical_in_use, mem_info_get_system_peak_page_file_in_use})
+    EXPECT_NEAR(static_cast<double>(query()), static_cast<double>(before), 64e6);
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  EXPECT_NEAR(static_cast<double>(mem_info_get_process_page_fault_count()),
+              static_cast<double>(usage.ru_minflt + usage.ru_majflt), 1000);
+  EXPECT_EQ(mem_getpagesize(), static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
 }
 
 }  // namespace
