@@ -17,6 +17,6 @@ __attribute__((no_sanitize("address", "thread"))) inline std::uintptr_t mem_load
 
 /// None when it can't be read.
 inline std::optional<std::uintptr_t> mem_load_word_checked(std::uintptr_t address) {
-  if (!mem_is_readable(address, sizeof address)) return std::nullopt;
+  if (address == 0 || !mem_is_readable(address, sizeof address)) return std::nullopt;
   return mem_load_word(address);
 }

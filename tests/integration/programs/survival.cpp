@@ -222,6 +222,7 @@ void stand_on_other_stacks() {
   action.sa_handler = take_in_handler;
   sigaction(SIGUSR1, &action, nullptr);
   std::raise(SIGUSR1);
+  plugin_in_use = nullptr;
   take_last();
 }
 
