@@ -29,6 +29,7 @@ class RUN {
   int status() const { return m_status; }  ///< exit status, or 128 + the signal it died of
   const std::string& out() const { return m_out; }
   const std::string& err() const { return m_err; }
+  const std::filesystem::path& directory() const { return m_directory; }
   std::string file(const std::string& name) const;  ///< "" when there is none
   std::set<std::string> file_names() const;
 

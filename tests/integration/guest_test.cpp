@@ -1,0 +1,135 @@
+// Being profiled shows in nothing that a program, its parent or its children see: programs that
+// nobody here wrote, and one that does what these do on purpose.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "tests/integration/tracked_program.h"
+#include "tests/support/processes.h"
+
+namespace {
+
+using testing::AllOf, testing::HasSubstr, testing::IsEmpty, testing::MatchesRegex, testing::Not;
+
+const ENVIRONMENT per_line = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"}};
+
+// The tools run in their host's directory, where nothing else does.
+std::vector<int> tools_after_a_second(const RUN& run) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  std::vector<int> left = processes_in(run.directory());
+  while (!left.empty() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    left = processes_in(run.directory());
+  }
+  return left;
+}
+
+PROGRAM shell(const std::string& script, const std::string& prefix = "") {
+  PROGRAM program{.path = "/bin/bash",
+                  .arguments = {"-c", script},
+                  .environment = per_line,
+                  .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
+                  .shell_prefix = prefix};
+  return program;
+}
+
+TEST(Guest, LeavesNoToolBehindHoweverTheHostEnds) {
+  constexpr std::pair<const char*, int> ends[] = {
+      {"return", 0},       {"_exit", 0},       {"quick_exit", 0},   {"exit_in_a_thread", 0},
+      {"pthread_exit", 0}, {"abort", 128 + 6}, {"SEGV", 128 + 11},  {"TERM", 128 + 15},
+      {"KILL", 128 + 9},   {"exec", 0},        {"leave_a_child", 0}};
+  for (const auto& [scenario, status] : ends) {
+    SCOPED_TRACE(scenario);
+    const RUN run(tracked("guest", {scenario}, per_line));
+    EXPECT_EQ(run.status(), status) << run.err();
+    EXPECT_EQ(run.out(),
+              std::string(scenario) == "exec" ? "tools run: 1\ntools left: 0\n" : "tools run: 1\n");
+    EXPECT_THAT(tools_after_a_second(run), IsEmpty());
+  }
+}
+
+TEST(Guest, TakesNothingOfTheHosts) {
+  constexpr std::pair<const char*, const char*> rows[] = {
+      {"wait_with_a_handler", "tools run: 1\nchildren: 0\nsignals: 0\n"},
+      {"wait_as_subreaper", "tools run: 1\nchildren: 0\nsignals: 0\n"},
+      {"wait_ignoring_children", "tools run: 1\nchildren: 0\nsignals: 0\n"},
+      {"take_descriptors", "tools run: 1\nopened: 1021\nlost or written to: 0\n"},
+      {"load_a_module_that_waits", "loaded: 1\n"},
+      {"start_without_descriptors", ""}};
+  for (const auto& [scenario, out] : rows) {
+    SCOPED_TRACE(scenario);
+    const RUN run(tracked("guest", {scenario}, per_line));
+    EXPECT_EQ(run.status(), 0) << run.err();
+    EXPECT_EQ(run.out(), out);
+    if (std::string(scenario) == "start_without_descriptors") {
+      EXPECT_EQ(run.file("out"), "in place: 3\n");
+    }
+  }
+}
+
+// Where an orphan goes decides who is to be a tool's parent: bash takes care of every child that
+// ends, dash does not.
+TEST(Guest, IsTheSameUnderEveryKindOfInit) {
+  if (std::system("unshare -fp --mount-proc true 2>/dev/null") != 0)
+    GTEST_SKIP() << "needs the right to be init";
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  for (const std::string init : {"bash", "dash"}) {
+    const RUN run({.path = "/usr/bin/unshare",
+                   .arguments = {"-fp", "--mount-proc", init, "-c",
+                                 self + " --gtest_filter=Guest.Leaves*:Guest.Takes*; exit $?"}});
+    EXPECT_EQ(run.status(), 0) << init << run.out();
+  }
+}
+
+TEST(Guest, IsNotNoticedByProgramsInTheWild) {
+  const std::pair<PROGRAM, testing::Matcher<std::string>> rows[] = {
+      {shell("exec 3>o3 4>o4 5>o5 6>o6 7>o7 8>o8 9>o9; for i in 1 2; do x=$(echo $i); "
+             "declare -A m$i; echo $x >&6; done; cat o?"),
+       "1\n2\n"},
+      {shell("perl -e \"\\$n++ while wait() > 0; print 0+\\$n\""), "0"},
+      {shell("exec perl -e \"print wait()\""), "-1"},
+      {shell("/usr/bin/python3 -c \"import os\ntry:\n  while True: print(os.wait())\n"
+             "except ChildProcessError: print(0)\""),
+       "0\n"},
+      {shell("strace -f -o trace ls /dev/null; grep -c addr2line trace; true"), "/dev/null\n0\n"},
+      {shell("gdb -nx -q -batch -ex run --args /bin/true 2>&1"),
+       AllOf(HasSubstr("exited normally"), Not(HasSubstr("etaching")))},
+      {shell("git --version", "mkdir git bash;"), MatchesRegex("git version .*\n")},
+      {shell("git init -q a && git clone -q a b 2>/dev/null; echo $?"), "0\n"},
+      {shell("ulimit -n 8; exec ls /dev/null"), "/dev/null\n"}};
+  for (const auto& [program, out] : rows) {
+    SCOPED_TRACE(program.arguments[1]);
+    const RUN run(program);
+    EXPECT_EQ(run.status(), 0) << run.err();
+    EXPECT_THAT(run.out(), out);
+    EXPECT_THAT(run.err(), IsEmpty());
+    EXPECT_THAT(tools_after_a_second(run), IsEmpty());
+  }
+}
+
+// What the system has no room for, or a file that may not be read, is said once.
+TEST(Guest, SaysWhatItCannotAsk) {
+  const auto as_nobody = [](const std::string& script) {
+    PROGRAM program = shell("exec setpriv --reuid 65534 --clear-groups bash -c \"" + script + "\"",
+                            "chmod 777 .; cp /bin/ls own_ls; chmod 711 own_ls;");
+    return program;
+  };
+  std::pair<PROGRAM, const char*> rows[] = {
+      {shell("ulimit -n 8; exec ls /dev/null"), "can't be started, for want of "},
+      {as_nobody("ulimit -u 1; exec ls /dev/null"), "can't be started, for want of "},
+      {as_nobody("exec ./own_ls /dev/null"), "own_ls can't be read"},
+      {tracked("guest", {"forbid_children"}, per_line), "guest can't be started"}};
+  for (auto& [program, said] : rows) {
+    SCOPED_TRACE(program.arguments.back());
+    if (program.arguments.back().find("setpriv") != std::string::npos && geteuid() != 0) continue;
+    program.environment["debug_msg"] = "on";
+    const RUN run(program);
+    EXPECT_EQ(run.status(), 0) << run.err();
+    EXPECT_THAT(run.out(), HasSubstr(said));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+// A host with tools running that ends, waits for children, or takes descriptors, in every way.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <thread>
+
+#include "tests/integration/programs/run_scenario.h"
+#include "tests/support/processes.h"
+
+namespace {
+
+// Everything else of the test that runs here: the tools.
+int tools() { return static_cast<int>(processes_in(std::filesystem::current_path()).size()); }
+
+void say(char const* what, int count) {
+  std::printf("%s %d\n", what, count);
+  std::fflush(stdout);
+}
+
+void start_tools() {
+  give(take(100));
+  say("tools run:", tools() > 0 ? 1 : 0);
+}
+
+// A call site of its own for every caller.
+[[gnu::always_inline]] inline void allocate_anew() {
+  void* volatile block = std::malloc(200);
+  std::free(block);
+}
+
+void count_later() {
+  sleep(1);
+  say("tools left:", tools());
+}
+
+void execute() {
+  for (char const* variable : {"LD_PRELOAD", "KORVANE_MEM_PROFILE_PER_FILELINE"})
+    unsetenv(variable);
+  execl("/proc/self/exe", "guest", "count_later", nullptr);
+}
+
+void leave_a_child() {
+  if (fork() == 0) {
+    if (chdir("/") != 0) _exit(1);
+    std::fclose(stdout);
+    sleep(5);
+    _exit(0);
+  }
+  _exit(0);
+}
+
+template <void (*END)()>
+void end() {
+  start_tools();
+  END();
+}
+
+template <int SIGNAL>
+void raise_it() {
+  std::raise(SIGNAL);
+}
+
+volatile std::sig_atomic_t signals = 0;
+
+// Also for a tool that dies.
+void wait_for_all() {
+  start_tools();
+  for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
+  allocate_anew();
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
+  say("signals:", signals);
+}
+
+void wait_with_a_handler() {
+  std::signal(SIGCHLD, [](int) { signals = signals + 1; });
+  wait_for_all();
+}
+
+void wait_as_subreaper() {
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  wait_with_a_handler();
+}
+
+void wait_ignoring_children() {
+  std::signal(SIGCHLD, SIG_IGN);
+  wait_for_all();
+}
+
+// Like a daemon: closes what it does not know, and fills the table with its own.
+void take_descriptors() {
+  start_tools();
+  for (int number = 3; number < 1024; ++number) close(number);
+  int opened = 0;
+  for (int number = 3; number < 1024; ++number)
+    opened += open("own", O_RDWR | O_CREAT, 0600) == number ? 1 : 0;
+  allocate_anew();
+  int lost = 0;
+  for (int number = 3; number < 1024; ++number) {
+    struct stat own {};
+    lost += fstat(number, &own) != 0 || own.st_size != 0 ? 1 : 0;
+  }
+  say("opened:", opened);
+  say("lost or written to:", lost);
+}
+
+void start_without_descriptors() {
+  for (const int number : {0, 1, 2}) close(number);
+  allocate_anew();
+  int in_place = 0;
+  for (const int number : {0, 1, 2})
+    in_place += open("out", O_RDWR | O_CREAT, 0600) == number ? 1 : 0;
+  allocate_anew();
+  dprintf(1, "in place: %d\n", in_place);
+}
+
+void forbid_children() {
+  constexpr auto number = static_cast<std::uint32_t>(offsetof(seccomp_data, nr));
+  sock_filter rules[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 4, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 3, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_vfork, 2, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pipe2, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+  };
+  const sock_fprog program{std::size(rules), rules};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  say("forbidden:", prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0));
+  for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
+  allocate_anew();
+}
+
+// The constructor of the module waits for a thread that allocates.
+void load_a_module_that_waits() {
+  alarm(20);
+  say("loaded:", dlopen(PROGRAMS_DIRECTORY "/libwaiting_module.so", RTLD_NOW) != nullptr ? 1 : 0);
+}
+
+constexpr SCENARIO scenarios[] = {
+    {"return", start_tools},
+    {"_exit", end<[] { _exit(0); }>},
+    {"quick_exit", end<[] { std::quick_exit(0); }>},
+    {"exit_in_a_thread", end<[] { std::thread([] { std::exit(0); }).join(); }>},
+    {"pthread_exit", end<[] { pthread_exit(nullptr); }>},
+    {"abort", end<raise_it<SIGABRT>>},
+    {"SEGV", end<raise_it<SIGSEGV>>},
+    {"TERM", end<raise_it<SIGTERM>>},
+    {"KILL", end<raise_it<SIGKILL>>},
+    {"exec", end<execute>},
+    {"count_later", count_later},
+    {"leave_a_child", end<leave_a_child>},
+    {"wait_with_a_handler", wait_with_a_handler},
+    {"wait_as_subreaper", wait_as_subreaper},
+    {"wait_ignoring_children", wait_ignoring_children},
+    {"take_descriptors", take_descriptors},
+    {"start_without_descriptors", start_without_descriptors},
+    {"forbid_children", forbid_children},
+    {"load_a_module_that_waits", load_a_module_that_waits},
+};
+
+}  // namespace
+
+int main(int count, char** arguments) { return run_scenario(scenarios, count, arguments); }
