@@ -44,6 +44,7 @@ class MEM_POOL_ALLOCATOR {
   static T* allocate_from_host(std::size_t count) {
     constexpr std::size_t alignment = alignof(T) < sizeof(void*) ? sizeof(void*) : alignof(T);
     void* memory = nullptr;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): a container's buckets may be pointers.
     if (posix_memalign(&memory, alignment, count * sizeof(T)) != 0) throw std::bad_alloc();
     return static_cast<T*>(memory);
   }

@@ -119,7 +119,7 @@ void switch_tracking() {
 
 void churn() {
   std::vector<void*> blocks;
-  for (int i = 0; i < 50; ++i) blocks.push_back(allocate_block(static_cast<std::size_t>(8 + i)));
+  for (std::size_t size = 8; size < 58; ++size) blocks.push_back(allocate_block(size));
   for (void* block : blocks) release_block(block);
 }
 
@@ -281,7 +281,7 @@ void check_reports(const END& end, const fs::path& directory, LEAKS leaks) {
     if (!name.starts_with("mem_tbb_")) continue;
     found.insert(name.substr(0, name.find('.')));
     if (const std::string torn = what_is_torn(lines_of(entry.path())); !torn.empty())
-      fault(end, name + " " + torn);
+      fault(end, std::string(name).append(" ").append(torn));
   }
   const bool reported = found.contains("mem_tbb_leak_warning") == (leaks == LEAKS::FULL) &&
                         found.contains("mem_tbb_fast_leak_warning") == (leaks == LEAKS::FAST) &&
@@ -319,7 +319,8 @@ void run_process(std::size_t end, unsigned seed, const fs::path& directory) {
   constexpr std::chrono::seconds limit(60);
   const int status = status_within(child, limit);
   if (status != ends[end].status)
-    fault(ends[end], status < 0 ? "hangs" : "ends with status " + std::to_string(status));
+    fault(ends[end],
+          status < 0 ? "hangs" : std::string("ends with status ").append(std::to_string(status)));
   else
     check_reports(ends[end], directory, leaks);
 }
