@@ -3,6 +3,7 @@
 #include <oneapi/tbb/concurrent_hash_map.h>
 
 #include <array>
+#include <atomic>
 
 #include "mem/base/bookkeeping.h"
 #include "mem/base/static_storage.h"
@@ -17,10 +18,12 @@ constexpr std::size_t bank_count = 4096;
 using BANKS = std::array<MEM_HASH_BANK, bank_count>;
 
 constinit MEM_STATIC_STORAGE<BANKS> storage;
-constinit BANKS* mem_addr_to_bpin_pair_hash = nullptr;
+// Created while events go on: those that look meanwhile find none, or all.
+constinit std::atomic<BANKS*> mem_addr_to_bpin_pair_hash = nullptr;
 
 MEM_HASH_BANK& bank_of(void const* block) {
-  return (*mem_addr_to_bpin_pair_hash)[reinterpret_cast<std::uintptr_t>(block) & (bank_count - 1)];
+  return (*mem_addr_to_bpin_pair_hash.load(
+      std::memory_order_acquire))[reinterpret_cast<std::uintptr_t>(block) & (bank_count - 1)];
 }
 
 }  // namespace
@@ -48,5 +51,11 @@ std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {
 constinit const MEM_PART mem_block_bins_part(
     MEM_CREATE{mem_nothing},  // the first granularity that has the bit creates them
     MEM_RESET{mem_nothing},   // blocks from before still credit their bins
-    MEM_FREE{[] { mem_destroy(mem_addr_to_bpin_pair_hash); }},
-    MEM_ABANDON{[] { mem_abandon(mem_addr_to_bpin_pair_hash); }});
+    MEM_FREE{[] {
+      BANKS* banks = mem_addr_to_bpin_pair_hash.exchange(nullptr);
+      mem_destroy(banks);
+    }},
+    MEM_ABANDON{[] {
+      BANKS* banks = mem_addr_to_bpin_pair_hash.exchange(nullptr);
+      mem_abandon(banks);
+    }});

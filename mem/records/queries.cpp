@@ -24,8 +24,15 @@ bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out) {
   if (!visit || mem_address_tracker_map == nullptr) return false;
   MEM_ADDRESS_TRACKER const* site = nullptr;
   if (block != nullptr && (site = site_of(block)) == nullptr) return false;
-  const std::lock_guard trace(mem_trace_lock);
-  out = block == nullptr ? mem_catch_all_site() : *site;
+  {
+    const std::lock_guard trace(mem_trace_lock);
+    if (site == nullptr) site = &mem_catch_all_site();
+    static_cast<MEMORY_TRACKER_BASE&>(out) = *site;
+    out.address_info = site->address_info;
+    out.filtered = site->filtered;
+  }
+  const std::lock_guard modules(mem_module_tracker_lock);
+  out.module = site->module;
   return true;
 }
 

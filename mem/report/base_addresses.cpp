@@ -17,10 +17,15 @@ bool was_charged(void const* address, const MEM_ADDRESS_TRACKER& site) {
 using MODULE_FILE = std::tuple<std::string_view, void const*, std::string_view>;
 using MODULE_FILES = std::set<MODULE_FILE, std::less<>, MEM_BOOKKEEPING_ALLOCATOR<MODULE_FILE>>;
 
+// A host's own symbolizer may know a name and no path.
+std::string_view path_of(const MEM_ADDRESS_INFO& info) {
+  return info.module_path == nullptr ? std::string_view() : info.module_path;
+}
+
 MODULE_FILES files_of(const MEM_SITE_SNAPSHOT& sites) {
   MODULE_FILES files;
   for (const MEM_SITE_ROW& row : sites.rows())
-    files.emplace(row.info->module_name_buffer, row.info->module_base, row.info->module_path);
+    files.emplace(row.info->module_name_buffer, row.info->module_base, path_of(*row.info));
   return files;
 }
 

@@ -5,3 +5,6 @@
 
 void* allocate_block(std::size_t size);
 void release_block(void* block);
+
+/// Before any other thread: what a process needs that allocates these blocks.
+void prepare_process();

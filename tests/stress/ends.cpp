@@ -208,6 +208,7 @@ const END ends[] = {
 };
 
 int be_a_process(std::size_t end, unsigned seed) {
+  prepare_process();
   srand(seed);
   mem_set_tbb_exe_string("one");
   for (unsigned worker = 1; worker <= workers; ++worker)

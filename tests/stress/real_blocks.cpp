@@ -4,3 +4,4 @@
 
 [[gnu::noinline]] void* allocate_block(std::size_t size) { return std::malloc(size); }
 void release_block(void* block) { std::free(block); }
+void prepare_process() {}
