@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "mem/unwind/stack_walk.h"
 
@@ -127,10 +128,11 @@ void warm_up(ERR_UNWINDER& unwinder) {
 template <class UNWINDER>
 ERR_UNWINDER* warm_instance() {
   // Never destroyed: allocations of other modules' destructors are still walked at exit.
+  alignas(UNWINDER) static unsigned char room[sizeof(UNWINDER)];
   static UNWINDER* const unwinder = [] {
-    static UNWINDER instance;
-    warm_up(instance);
-    return &instance;
+    auto* const instance = new (room) UNWINDER;
+    warm_up(*instance);
+    return instance;
   }();
   return unwinder;
 }

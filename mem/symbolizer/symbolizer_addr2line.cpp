@@ -15,8 +15,8 @@ using ADDR2LINE_HANDLE = IMPL::ADDR2LINE_HANDLE;
 constinit IMPL::CACHE IMPL::CACHE::singleton_instance;
 
 MEM_SYMBOLIZER_ADDR2LINE* MEM_SYMBOLIZER_ADDR2LINE::get_instance() {
-  static MEM_SYMBOLIZER_ADDR2LINE instance;
-  return &instance;
+  static constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE> instance;
+  return &instance.object;
 }
 
 bool MEM_SYMBOLIZER_ADDR2LINE::get_module_info(void const* address, MEM_ADDRESS_INFO& info) {

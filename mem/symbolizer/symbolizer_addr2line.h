@@ -12,7 +12,7 @@
 
 class MEM_SYMBOLIZER_ADDR2LINE final : public MEM_SYMBOLIZER {
  public:
-  /// Built on first use, destroyed at process exit.
+  /// There to the end of the process: threads may still ask while it exits.
   static MEM_SYMBOLIZER_ADDR2LINE* get_instance();
 
   char const* get_name() const override { return "addr2line"; }

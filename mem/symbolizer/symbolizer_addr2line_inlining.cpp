@@ -39,8 +39,8 @@ int get_wait_usecs() {
 }  // namespace
 
 MEM_SYMBOLIZER_ADDR2LINE_INLINING* MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_instance() {
-  static MEM_SYMBOLIZER_ADDR2LINE_INLINING instance;
-  return &instance;
+  static constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE_INLINING> instance;
+  return &instance.object;
 }
 
 bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_module_info(void const* address,

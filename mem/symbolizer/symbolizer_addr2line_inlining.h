@@ -16,7 +16,7 @@
 /// answer is then what the tool has written by the time a piece ends in a line end.
 class MEM_SYMBOLIZER_ADDR2LINE_INLINING final : public MEM_SYMBOLIZER {
  public:
-  /// Built on first use, destroyed at process exit.
+  /// There to the end of the process: threads may still ask while it exits.
   static MEM_SYMBOLIZER_ADDR2LINE_INLINING* get_instance();
 
   char const* get_name() const override { return "addr2line_inlining"; }
