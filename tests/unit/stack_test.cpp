@@ -13,11 +13,13 @@
 #include <cstring>
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "mem/modules/module_watch.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
+#include "mem/stack/unknown_for_now.h"
 #include "mem/stack/user_filters.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/unwind/stack_walk.h"
@@ -86,6 +88,21 @@ TEST(StackFilter, ChoosesTheFirstFrameThatIsKept) {
   EXPECT_EQ(symbolizer.source_requests, 4) << "once per address, never in a rejected module";
   mem_allow_no_fileline_info = true;
   EXPECT_EQ(site_of({&known[5]}), "no file");
+}
+
+// One more allocation at the address asks once its rest is over, not before.
+TEST(StackFilter, AsksAgainForWhatIsUnknownForNow) {
+  SCRIPTED_SYMBOLIZER symbolizer;
+  symbolizer.frames_at = [](void const*) { return FRAMES{frame("tool", "found", "/a.cpp")}; };
+  symbolizer.answers_hold = MEM_SYMBOL_ANSWER::for_now;
+  static const char address = 0;
+  EXPECT_EQ(site_of({&address}), "catch-all");
+  symbolizer.answers_hold = MEM_SYMBOL_ANSWER::for_good;
+  EXPECT_EQ(site_of({&address}), "catch-all");
+  EXPECT_EQ(symbolizer.source_requests, 1);
+  const auto rest = std::exchange(mem_unknown_address_rest, std::chrono::milliseconds(0));
+  EXPECT_EQ(site_of({&address}), "found");
+  mem_unknown_address_rest = rest;
 }
 
 TEST(UserFilters, AreReadLineByLine) {
