@@ -258,7 +258,10 @@ TUK_MEM_API void mem_allocate_spare_memory();
 /// Frees the calling thread's spare block and the process-wide one.
 TUK_MEM_API void mem_free_spare_memory();
 /// Frees the spare blocks, reports once (through the host's handler, else on standard error with
-/// the process's peak in decimal megabytes) and ends the process with status 1.
+/// the process's peak in decimal megabytes) and ends the process with status 1. Any thread; a
+/// second one waits for the first one's reports, ten seconds at most, and ends the process without
+/// more. Where the library itself is at work on this thread it throws std::bad_alloc instead, which
+/// the library catches.
 [[noreturn]] TUK_MEM_API void mem_out_of_memory();
 /// mem_out_of_memory in the shape of a handler that returns an int.
 TUK_MEM_API int mem_microsoft_new_handler();

@@ -6,12 +6,8 @@
 
 #include "mem/base/host_thread.h"
 
-namespace {
-constexpr int longest_wait_ms = 100;
-}
-
 // A write to a pipe without a reader would end the host by a signal.
-void mem_say_on_standard_error(std::string_view line) {
+void mem_say_on_standard_error(std::string_view line, int longest_wait_ms) {
   const MEM_ERRNO_KEPT host_errno;
   const MEM_CANCELLATION_HELD not_cancelled;
   pollfd descriptor = {STDERR_FILENO, POLLOUT, 0};

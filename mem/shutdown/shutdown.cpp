@@ -1,5 +1,6 @@
 // Ending a tracked run: no further event is counted, every report is written.
 #include <algorithm>
+#include <new>
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
@@ -67,13 +68,24 @@ struct TIMELINES {
   }
 };
 
+// A sample takes memory, which may have run out.
+template <class CAPTURE>
+void capture_if_possible(CAPTURE capture) {
+  try {
+    capture();
+  } catch (const std::bad_alloc&) {
+    mem_tracker_debug(
+        "Memory tracking: the last sample of a timeline is left out, for want of memory");
+  }
+}
+
 void write_auxiliary_timeline() {
-  mem_auxiliary_timeline_file_t::capture();
+  capture_if_possible(mem_auxiliary_timeline_file_t::capture);
   mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
 }
 
 void write_module_timelines() {
-  mem_module_timeline->capture();
+  capture_if_possible([] { mem_module_timeline->capture(); });
   mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
                         mem_dump_tbb_module_tracking);
   const MEM_SERIES_SELECTED selected(MEM_MODULE_TIMELINE::SELECTION::CUMULATIVE_BLOCKS);
@@ -84,7 +96,7 @@ void write_module_timelines() {
 
 void capture_last_tags() {
   if (MEM_PB_TAG_SNAPSHOT::can_record_current_bin())
-    mem_pbin_tag_snapshots->capture();
+    capture_if_possible([] { mem_pbin_tag_snapshots->capture(); });
   else
     mem_tracker_debug(
         "Memory tracking: the open bin is beyond the 65536 that a tag timeline can name, the last "
@@ -104,7 +116,7 @@ void write_bin_reports() {
 void write_timelines(MEM_TRACKING_GRANULARITY granularity) {
   const TIMELINES kept(granularity);
   if (!kept.auxiliary && !kept.modules && !kept.bins) return;
-  mem_timeline_labels->capture();
+  capture_if_possible([] { mem_timeline_labels->capture(); });
   if (kept.auxiliary) write_auxiliary_timeline();
   if (kept.modules) write_module_timelines();
   if (kept.bins) write_bin_reports();
@@ -167,6 +179,7 @@ bool mem_end_tracking() {
   stop_bins(granularity);
   stop_counting();
   write_reports(granularity);
+  mem_tbb_reports_are_written = true;
   return true;
 }
 
