@@ -46,11 +46,45 @@ TEST(OutOfMemory, EndsWithThePeakReportedOnceOrAsTheHostsHandlerSays) {
   }
 }
 
+// Small blocks leave no room for any other. Two threads find the memory gone at the same time.
+TEST(OutOfMemory, LeavesTheReportsWhole) {
+  using testing::HasSubstr, testing::EndsWith;
+  const std::tuple<std::vector<std::string>, const char*> rows[] = {
+      {{"library", "small"}, "\nOut of memory ("},
+      {{"library", "small", "threads"}, "\nOut of memory ("},
+      {{"throws", "small"}, ""}};
+  for (const auto& [words, err] : rows) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    PROGRAM program = tracked("runs_out_of_memory", words, {{"KORVANE_MEM_PROFILE_ALL", "1"}});
+    program.shell_prefix = "ulimit -v 250000;";
+    const RUN run(program);
+    EXPECT_EQ(run.status(), 1);
+    EXPECT_THAT(run.err(), HasSubstr(err));
+    const std::string sites = run.file("mem_tbb_fileline.kvi.log");
+    EXPECT_THAT(sites, HasSubstr("\nTime spent dumping:"));
+    EXPECT_GT(REPORT(sites).sum("Current bytes", "Module", "runs_out_of_memory"), 20'000'000);
+    EXPECT_THAT(run.file("mem_tbb_timeline.kvi.log"), EndsWith(" seconds.\n\n"));
+    EXPECT_THAT(run.file("mem_tbb_leak_warning.kvi.log"), HasSubstr("\nTotal leaked bytes: "));
+  }
+}
+
 TEST(MallocExtension, ReachesTheAllocatorOrAnswersNeutrally) {
   PROGRAM program = tracked("scenarios", {"ask_the_allocator"});
   EXPECT_THAT(RUN(program).out(), testing::ContainsRegex("^known 1, grown 50[0-9]{6}, rate -1\n"));
   program.preload = {};
   EXPECT_EQ(RUN(program).out(), "known -1, grown 0, rate -1\n");
+}
+
+// As the allocator tells of them, blocks that realloc keeps and calloc has zeroed are new ones.
+TEST(FillPatterns, SpareWhatAProgramCountsOn) {
+  EXPECT_EQ(RUN(tracked("scenarios", {"fill_blocks"})).out(),
+            "malloc P, calloc ., kept x, moved x, released F\n");
+  for (const char* setting : {"mem_alloc_pattern", "mem_free_pattern"}) {
+    PROGRAM program = tracked("perl", {"-e", "print join q(,), sort 1..9"}, {{setting, "205"}});
+    program.path = "/usr/bin/perl";
+    program.preload.insert(program.preload.begin(), TUK_MEM_LIBRARY);
+    EXPECT_EQ(RUN(program).out(), "1,2,3,4,5,6,7,8,9") << setting;
+  }
 }
 
 TEST(TheArena, GivesZerosThoughNewBlocksAreFilled) {

@@ -64,6 +64,27 @@ void fill_new_blocks_with_a_pattern() {
     std::printf(" %d", filled(chunks.chunk_malloc(size, 8), size));
 }
 
+// What stands in the middle of a block when the program first, or last, sees it.
+void fill_blocks() {
+  constexpr std::size_t size = 100;
+  mem_set_alloc_pattern('P');
+  mem_set_free_pattern('F');
+  const auto look = [](void const* block) {
+    const char c = static_cast<volatile char const*>(block)[size / 2];
+    return c == 0 ? '.' : c;
+  };
+  void* volatile block = std::malloc(size);
+  void* volatile zeros = std::calloc(1, size);
+  std::printf("malloc %c, calloc %c, ", look(block), look(zeros));
+  block = std::memset(block, 'x', size);
+  block = std::realloc(block, size + 1);
+  std::printf("kept %c, ", look(block));
+  block = std::realloc(block, 1000 * size);
+  std::printf("moved %c, ", look(block));
+  std::free(block);
+  std::printf("released %c\n", look(block));
+}
+
 void shut_down_twice() {
   take(1000);
   mem_shutdown_tbb_tracking();
@@ -97,6 +118,7 @@ void run_threads() {
 constexpr SCENARIO scenarios[] = {
     {"ask_the_allocator", ask_the_allocator},
     {"fill_new_blocks_with_a_pattern", fill_new_blocks_with_a_pattern},
+    {"fill_blocks", fill_blocks},
     {"leak", leak},
     {"start_late", start_late},
     {"shut_down_twice", shut_down_twice},
