@@ -1,7 +1,4 @@
 // When, and for what: bins, tags, timelines, labels and peaks of hosts that bracket their work.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 
@@ -13,7 +10,6 @@ using testing::ElementsAre, testing::MatchesRegex;
 
 constexpr std::int64_t kib = 1024;
 constexpr std::int64_t mib = 1024 * kib;
-const ENVIRONMENT everything = {{"KORVANE_MEM_PROFILE_ALL", "1"}};
 
 // The first sample with a label. The column of the labels has no title.
 const REPORT::ROW& labelled(const REPORT& timeline, const std::string& label) {

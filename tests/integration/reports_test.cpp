@@ -1,14 +1,9 @@
 // What a run leaves behind: which files, and what is in them to the byte.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "tests/integration/tracked_program.h"
 
 namespace {
 
 using testing::ContainsRegex, testing::MatchesRegex, testing::StartsWith;
-
-const ENVIRONMENT per_fileline = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"}};
 
 TEST(Reports, AreWrittenByFlag) {
   const std::pair<ENVIRONMENT, std::set<std::string>> rows[] = {
@@ -78,26 +73,6 @@ TEST(FastLeakReport, CollectsOneSummaryAProcess) {
                            "Leaked bytes:      [ 0-9]{8}[0-9]{4}\n"
                            "Peak bytes on heap:[ 0-9]{8}[0-9]{4}\n"
                            "===============================\n\n){2}"));
-}
-
-TEST(Tracking, CreditsABlockFromBeforeItToTheCatchAll) {
-  EXPECT_EQ(RUN(tracked("scenarios", {"start_late"}, {})).out(), "-1024 -1\n");
-}
-
-TEST(Tracking, IsExactUnderThreads) {
-  constexpr std::int64_t threads = 8;
-  constexpr std::int64_t blocks = 20000;
-  std::int64_t requested = 0;
-  for (std::int64_t i = 0; i < blocks; ++i) requested += threads * (16 + i % 7 * 100);
-  for (const char* variable : {"KORVANE_MEM_PROFILE_PER_FILELINE", "KORVANE_MEM_PROFILE_ALL"}) {
-    const RUN run(tracked("scenarios", {"run_threads"}, {{variable, "1"}}));
-    const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
-    const REPORT::ROW& site = report.row("Cumulative blocks", std::to_string(threads * blocks));
-    EXPECT_EQ(site.number("Cumulative requested bytes"), requested);
-    EXPECT_EQ(site.number("Current bytes"), 0);
-    EXPECT_EQ(site.number("Current blocks"), 0);
-    EXPECT_LE(site.number("Max blocks"), 2 * threads);
-  }
 }
 
 // Said once, by whoever asks for it: at start-up, or later on in the program.
