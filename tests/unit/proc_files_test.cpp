@@ -9,10 +9,10 @@
 
 #include <csignal>
 #include <cstring>
-#include <locale>
 
 #include "include/tuk_mem.h"
 #include "tests/support/debug_lines.h"
+#include "tests/support/grouping.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -71,11 +71,6 @@ constexpr QUERY queries[] = {
     {mem_info_get_process_peak_virtual_used_from_os, mem_info_get_process_peak_virtual_used_from_os,
      "VmPeak:"},
     {mem_info_get_process_peak_virtual_used, mem_info_get_process_peak_virtual_used, "VmPeak:"}};
-
-struct GROUPING : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  std::string do_grouping() const override { return "\1"; }
-};
 
 // In a locale that writes the number of a process with commas.
 TEST(ProcessInfo, IsWhatTheKernelSays) {

@@ -1,17 +1,13 @@
 // Reports: what they show, in which order, to which stream.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <locale>
-#include <ostream>
 #include <regex>
-#include <sstream>
-#include <thread>
 
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/stack/unwinder.h"
 #include "tests/support/debug_lines.h"
+#include "tests/support/dumps.h"
+#include "tests/support/grouping.h"
 #include "tests/support/report.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/tracked_sites.h"
@@ -22,55 +18,25 @@ using testing::HasSubstr, testing::MatchesRegex;
 
 class REPORTS : public TRACKER {};
 
-using DUMP = void (*)(std::ostream&);
-constexpr DUMP dumps[] = {
-    [](std::ostream& out) { mem_dump_tbb_fileline_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_subsystem_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_stats_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_stats_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_module_tracking(out, out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out); }};
-
-std::string text_of(DUMP dump) {
-  std::ostringstream out;
-  dump(out);
-  return out.str();
-}
-
 // What of a dump does not tell the time.
 std::string figures_of(const std::string& text) {
   return std::regex_replace(
       text, std::regex("Time spent dumping:\t[0-9]+ clicks\\.\t[0-9.e-]+ seconds\\."), "timed");
 }
 
-// Gets on only when another thread has allocated and been sampled.
-class NEEDS_ANOTHER_THREAD : public std::streambuf {
-  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-  std::streamsize xsputn(char const*, std::streamsize count) override {
-    std::thread([] {
-      STAND_IN::release(allocate_at<1>(20));
-      mem_user_snapshot_tracking_data();
-    }).join();
-    return count;
-  }
-};
-
 TEST_F(REPORTS, HoldNoLockWhileTheHostsStreamWrites) {
   mem_enable_tracking(MEM_TRACK_ALL);
   allocate_at<0>(100);
   mem_user_snapshot_tracking_data();
   alarm(60);  // a hang is a failure
-  NEEDS_ANOTHER_THREAD buffer;
+  NEEDS_ANOTHER_THREAD buffer([] {
+    STAND_IN::release(allocate_at<1>(20));
+    mem_user_snapshot_tracking_data();
+  });
   std::ostream out(&buffer);
-  for (const DUMP dump : dumps) dump(out);
+  dump_all(out);
   alarm(0);
 }
-
-struct GROUPING : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  char do_decimal_point() const override { return ';'; }
-  std::string do_grouping() const override { return "\3"; }
-};
 
 TEST_F(REPORTS, LookTheSameWhateverLocaleAndFlags) {
   mem_enable_tracking(MEM_TRACK_ALL);
@@ -137,11 +103,9 @@ TEST_F(REPORTS, OrderSitesWithoutAPeak) {
     return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "f", "/f.cpp", line / 2)};
   };
   mem_enable_tracking(bits(8 | 16));
-  void* (*sites[])(std::size_t) = {allocate_at<0>, allocate_at<1>, allocate_at<2>, allocate_at<3>,
-                                   allocate_at<4>, allocate_at<5>, allocate_at<6>, allocate_at<7>};
   constexpr std::size_t held[] = {16, 32, 16, 16, 32, 48, 16, 16};
-  for (const int site : {5, 2, 7, 0, 3, 6, 1, 4}) sites[site](held[site]);
-  for (const int site : {3, 0}) STAND_IN::release(sites[site](16));
+  for (const std::size_t site : {5U, 2U, 7U, 0U, 3U, 6U, 1U, 4U}) sites_at[site](held[site]);
+  for (const std::size_t site : {3U, 0U}) STAND_IN::release(sites_at[site](16));
   m_symbolizer.frames_at = [](void const*) {
     return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "std::f", "/f.cpp")};
   };

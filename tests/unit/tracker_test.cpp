@@ -1,14 +1,10 @@
 // Accounting, on an allocator with the hook interface whose sizes are multiples of 16.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <barrier>
 #include <mutex>
 #include <random>
-#include <sstream>
 #include <stdexcept>
-#include <thread>
 
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/manager/statistics.h"
@@ -19,6 +15,7 @@
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "platform/udm_notifier.h"
+#include "tests/support/dumps.h"
 #include "tests/support/tracked_sites.h"
 
 namespace {
@@ -191,7 +188,6 @@ TEST_F(TRACKER, CountsWhatABlockedThreadDoesAsItsOwnTraffic) {
 }
 
 void call_everything() {
-  std::ostringstream out;
   MEM_ADDRESS_TRACKER site{};
   std::uint64_t bytes[3] = {};
   mem_enable_tracking(bits(127));
@@ -203,12 +199,7 @@ void call_everything() {
   mem_get_module_tracker("alpha", site);
   mem_tbb_tracking_flush_peak();
   mem_reset_tracking_entries();
-  mem_dump_tbb_fileline_tracking(out);
-  mem_dump_tbb_subsystem_tracking(out);
-  mem_dump_tbb_module_tracking(out, out);
-  mem_dump_tbb_profile_bin_stats_tracking(out);
-  mem_dump_tbb_profile_bin_tag_stats_tracking(out);
-  mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out);
+  text_of(dump_all);
   mem_cleanup_tbb_tracking();
 }
 
@@ -321,12 +312,10 @@ BOOK books[4];
 std::atomic<void*> slots[64];
 
 void* allocate_and_book(std::size_t site, std::size_t size) {
-  constexpr void* (*sites[])(std::size_t) = {allocate_at<0>, allocate_at<1>, allocate_at<2>,
-                                             allocate_at<3>};
   books[site].blocks += 1;
   books[site].bytes += STAND_IN::rounded(size);
   books[site].requested += size;
-  return new (sites[site](size)) LABEL{site, size, std::this_thread::get_id()};
+  return new (sites_at[site](size)) LABEL{site, size, std::this_thread::get_id()};
 }
 
 void release_and_book(void* block) {
@@ -346,7 +335,7 @@ void exchange_blocks(unsigned seed) {
 }
 
 TEST_F(TRACKER, BooksBalanceWhileThreadsExchangeBlocksAndACatComesIn) {
-  mem_enable_tracking(bits(4 | 8));
+  mem_enable_tracking(bits(1 | 4 | 8));
   void* witnesses[4];
   for (std::size_t site = 0; site < 4; ++site) {
     site_module = site % 2 == 0 ? "even" : "odd";
@@ -357,9 +346,7 @@ TEST_F(TRACKER, BooksBalanceWhileThreadsExchangeBlocksAndACatComesIn) {
   for (unsigned seed = 1; seed <= 8; ++seed)
     workers.emplace_back([&, seed] { exchange_blocks(seed), --working; });
   while (working > 0) {
-    std::ostringstream reports;
-    mem_dump_tbb_fileline_tracking(reports);
-    mem_dump_tbb_subsystem_tracking(reports);
+    text_of(dump_all);
     const MEM_INSIDE_AS_CAT nothing_moves;
     EXPECT_EQ(sums_of(*mem_module_tracker_map), sums_of(*mem_address_tracker_map));
   }
@@ -374,6 +361,10 @@ TEST_F(TRACKER, BooksBalanceWhileThreadsExchangeBlocksAndACatComesIn) {
     EXPECT_EQ(record.cumulative_mismatched_bytes, books[site].mismatched);
   }
   EXPECT_EQ(sums_of(*mem_module_tracker_map), sums_of(*mem_address_tracker_map));
+  constexpr std::int64_t left = 4 * std::int64_t{STAND_IN::rounded(sizeof(LABEL))};
+  EXPECT_EQ(mem_current_bytes, left);
+  EXPECT_EQ(mem_get_global_current().bytes, left);
+  EXPECT_EQ(mem_get_global_current().count, 4);
 }
 
 }  // namespace
