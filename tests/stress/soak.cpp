@@ -7,6 +7,7 @@
 //   soak [seconds]      3 unless given, for each half; run it for 10 minutes after a change of the
 //                       tracker
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,12 +51,6 @@ struct LABEL {
   std::thread::id owner;
 };
 
-std::int64_t allocated_size(void* block) {
-  using SIZE = std::size_t (*)(void*);
-  static const auto size = reinterpret_cast<SIZE>(dlsym(RTLD_DEFAULT, "tc_malloc_size"));
-  return static_cast<std::int64_t>(size(block));
-}
-
 // Each number is an allocation site of its own.
 template <std::size_t SITE>
 [[gnu::noipa]] void* take_at(void* former, std::size_t size) {
@@ -81,7 +76,7 @@ void take_out_of_books(void* block) {
 void* enter_into_books(void* former, std::size_t site, std::size_t size) {
   if (former != nullptr) take_out_of_books(former);
   void* block = take[site](former, size);
-  const std::int64_t bytes = allocated_size(block);
+  const auto bytes = static_cast<std::int64_t>(malloc_usable_size(block));
   new (block) LABEL{site, bytes, std::this_thread::get_id()};
   book(site, {bytes, 1, bytes, 1, static_cast<std::int64_t>(size), 0});
   return block;

@@ -55,12 +55,6 @@ void sample(const std::string& label) {
   mem_user_snapshot_tracking_data();
 }
 
-std::vector<std::string> column(const REPORT& report, const std::string& title) {
-  std::vector<std::string> cells;
-  for (const REPORT::ROW& row : report.rows) cells.push_back(row.text(title));
-  return cells;
-}
-
 // Nested, reopened, with and without a tag; what each holds stands beside, in MiB.
 TEST_F(PHASES, ChargeTheirBinsAndMeasureGrowthAndPeak) {
   void* kept = nullptr;
@@ -241,10 +235,10 @@ TEST_F(PHASES, AreLabelledInEveryTimeline) {
   mem_shutdown_tbb_tracking();
   const REPORT tags = written("pbin_tag_timeline_detailed");
   EXPECT_THAT(tags.header, ElementsAre("", "Root", "L"));
-  EXPECT_THAT(column(tags, ""), ElementsAre("Root", "Root", "Root", "L::late", "L::later", "Root"));
-  EXPECT_THAT(column(tags, "L"), ElementsAre("0", "0", "0", "4096", "4096", "4096"));
-  EXPECT_THAT(column(written("timeline"), ""), ElementsAre("first event", "a", "a", "L", "b", "a"));
-  EXPECT_THAT(column(written("timeline"), "alpha"),
+  EXPECT_THAT(tags.column(""), ElementsAre("Root", "Root", "Root", "L::late", "L::later", "Root"));
+  EXPECT_THAT(tags.column("L"), ElementsAre("0", "0", "0", "4096", "4096", "4096"));
+  EXPECT_THAT(written("timeline").column(""), ElementsAre("first event", "a", "a", "L", "b", "a"));
+  EXPECT_THAT(written("timeline").column("alpha"),
               ElementsAre("1024", "1024", "1024", "5120", "5120", "5120"));
 }
 
@@ -259,7 +253,7 @@ TEST_F(PHASES, HoldTheMomentOfAPeakInEveryTimeline) {
   });
   mem_shutdown_tbb_tracking();
   const REPORT modules = written("timeline"), auxiliary = written("auxiliary_timeline");
-  EXPECT_THAT(column(modules, ""), ElementsAre("Other", "peak", "Other"));
+  EXPECT_THAT(modules.column(""), ElementsAre("Other", "peak", "Other"));
   EXPECT_EQ(modules.row("", "peak").number("alpha"), kib);
   EXPECT_EQ(written("pbin_tag_timeline").row("", "R::rising").number("R"), 16 * mib);
   ASSERT_EQ(auxiliary.rows.size(), 3U);

@@ -14,7 +14,7 @@
 
 namespace {
 
-using testing::HasSubstr, testing::MatchesRegex;
+using testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
 
 class REPORTS : public TRACKER {};
 
@@ -132,17 +132,6 @@ TEST_F(REPORTS, OrderSitesWithoutAPeak) {
   EXPECT_EQ(leaks, lines);
 }
 
-// The first rows of the module timeline: label and bytes.
-std::vector<std::string> timeline_rows() {
-  std::vector<std::string> rows;
-  for (const REPORT::ROW& row : REPORT(text_of([](std::ostream& out) {
-                                  std::ostringstream summary;
-                                  mem_dump_tbb_module_tracking(summary, out);
-                                })).rows)
-    rows.push_back(row.text("") + " " + row.text("alpha"));
-  return rows;
-}
-
 TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
   const TEMPORARY_DIRECTORY directory;
   mem_set_timeline_label("early");
@@ -152,10 +141,11 @@ TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
   mem_enable_tracking(bits(4));
   allocate_at<0>(100);
   mem_user_snapshot_tracking_data();
-  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112"));
   mem_set_timeline_label("end");
   mem_shutdown_tbb_tracking();
-  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112", "end 112"));
+  const REPORT timeline(text_of(dumps[4]));
+  EXPECT_THAT(timeline.column(""), ElementsAre("late", "end"));
+  EXPECT_THAT(timeline.column("alpha"), ElementsAre("112", "112"));
   EXPECT_THAT(content_of("mem_tbb_cumulative_blocks_timeline_detailed.kvi.log"),
               HasSubstr("\nlate\t1\t0\nend\t1\t0\n"));
 }
