@@ -97,7 +97,7 @@ TEST(AModule, RebuiltAtTheSamePlaceIsWalkedByItsOwnRules) {
   for (const int bytes : {1000, 2000})
     EXPECT_EQ(report.sum("Cumulative requested bytes", "Function",
                          "void* (anonymous namespace)::take_by<" + std::to_string(bytes) +
-                             ">(PLUGIN const&)"),
+                             ">((anonymous namespace)::PLUGIN const&)"),
               4 * bytes);
 }
 

@@ -159,38 +159,33 @@ int be_a_process(std::size_t end, unsigned seed) {
 
 // The driver.
 
-struct SHAPE {
-  char const* first_line;
-  char const* last_line;
-  char separator;  // every row has as many as the header; 0 for a text
-  std::size_t header_row;
-};
+constexpr std::pair<char const*, char const*> first_and_last_lines[] = {
+    {"MEM: TBB Leak Checking Summary.", "Total leaked bytes: "},
+    {"MEM: TBB ", "Time spent dumping:\t"},
+    {"Memory Tracking - Profile ", ""},
+    {"\"base address\"", ""},
+    {"\"PC\"", ""},
+    {"For more detail", "====="}};
 
-constexpr SHAPE shapes[] = {{"MEM: TBB Leak Checking Summary.", "Total leaked bytes: ", 0, 0},
-                            {"MEM: TBB ", "Time spent dumping:\t", '\t', 2},
-                            {"Memory Tracking - Profile ", "", '\t', 2},
-                            {"\"base address\"", "", '"', 0},
-                            {"\"PC\"", "", '"', 0},
-                            {"For more detail", "=====", 0, 0}};
-
-// "" when the report is whole.
+// "" when the report is whole: each row has as many cells as the header, which texts have not.
 std::string what_is_torn(const std::string& text) {
   std::vector<std::string> lines = split(text, '\n');
   while (!lines.empty() && lines.back().empty()) lines.pop_back();
   if (lines.empty()) return "is empty";
-  const auto* shape = std::ranges::find_if(
-      shapes, [&](const SHAPE& one) { return lines[0].starts_with(one.first_line); });
-  if (shape == std::end(shapes)) return "begins with " + lines[0];
-  if (!lines.back().starts_with(shape->last_line)) return "ends with " + lines.back();
+  const auto* known = std::ranges::find_if(first_and_last_lines, [&](const auto& first_and_last) {
+    return lines[0].starts_with(first_and_last.first);
+  });
+  if (known == std::end(first_and_last_lines)) return "begins with " + lines[0];
+  if (!lines.back().starts_with(known->second)) return "ends with " + lines.back();
   if (std::ranges::count(lines, lines[0]) != 1) return "is there twice";
   if (std::ranges::count(lines, " memory leak summary") > 1) return "has two summaries";
-  if (shape->separator == 0) return "";
+  const bool quoted = lines[0].starts_with('"');
   const auto cells_in = [&](const std::string& line) {
-    return std::ranges::count(line, shape->separator);
+    return std::ranges::count(line, quoted ? '"' : '\t');
   };
-  for (std::size_t row = shape->header_row; row < lines.size(); ++row)
-    if (!lines[row].starts_with("Time spent dumping:\t") &&
-        cells_in(lines[row]) != cells_in(lines[shape->header_row]))
+  const std::size_t header = quoted ? 0 : 2;
+  for (std::size_t row = header; row < lines.size(); ++row)
+    if (!lines[row].starts_with("Time spent") && cells_in(lines[row]) != cells_in(lines[header]))
       return "has a torn row: " + lines[row];
   return "";
 }

@@ -58,12 +58,10 @@ template <std::size_t SITE>
   return block;
 }
 
-using TAKE = void* (*)(void* former, std::size_t size);
-template <std::size_t... SITE>
-constexpr std::array<TAKE, sites> all_sites(std::index_sequence<SITE...>) {
-  return {take_at<SITE>...};
+constexpr auto take = []<std::size_t... SITE>(std::index_sequence<SITE...>) {
+  return std::array{&take_at<SITE>...};
 }
-constexpr std::array<TAKE, sites> take = all_sites(std::make_index_sequence<sites>());
+(std::make_index_sequence<sites>());
 
 void take_out_of_books(void* block) {
   const LABEL& label = *static_cast<LABEL*>(block);

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <thread>
 
-#include "mem/modules/module_watch.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
@@ -21,7 +20,6 @@
 #include "mem/unwind/stack_walk.h"
 #include "platform/err_unwinder.h"
 #include "tests/support/debug_lines.h"
-#include "tests/support/plugin.h"
 #include "tests/support/scripted_symbolizer.h"
 #include "tests/support/temporary_directory.h"
 
@@ -228,45 +226,6 @@ TEST(AWalk, EndsWhereTheStackDoes) {
         const int count = mem_walk_stack({code, end - below, frame_pointer}, 0, frames.data(), 60);
         ASSERT_LE(count, 2) << address << " " << below;
       }
-}
-
-int retired = 0;
-int retire(MEM_MODULE_LOOK look) {
-  retired = 0;
-  mem_retire_removed_modules(look, [](std::uintptr_t begin, std::uintptr_t end) {
-    ++retired;
-    mem_forget_unwind_rules(begin, end);
-  });
-  return retired;
-}
-
-// Loads a plug-in, has it call back, and unloads it. Where its code was.
-TAKE_IN_PLUGIN walk_in_plugin(int frame_size) {
-  const PLUGIN plugin(frame_size);
-  plugin.take(
-      [](std::size_t) -> void* {
-        found = innermost();
-        return nullptr;
-      },
-      0);
-  EXPECT_EQ(found.ours, found.expected) << frame_size;
-  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 0) << "it is still there";
-  plugin.unload();
-  return plugin.take;
-}
-
-TEST(WhatWasLearntOfAModule, GoesWithIt) {
-  const TEMPORARY_DIRECTORY directory;
-  const TAKE_IN_PLUGIN place = walk_in_plugin(3000);
-  for (const int frame_size : {2000, 900, 1900, 300'000, 200'000}) {
-    EXPECT_EQ(retire(MEM_MODULE_LOOK::REMOVED), 1);
-    ASSERT_EQ(walk_in_plugin(frame_size), place);
-  }
-  // Nobody looks in time: the next one stands in its place already.
-  const PLUGIN next(900);
-  ASSERT_EQ(next.take, place);
-  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 1);
-  next.unload();
 }
 
 }  // namespace

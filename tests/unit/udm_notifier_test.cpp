@@ -26,21 +26,20 @@ struct CALLS_BACK : NOTIFIER::OBSERVER {
 
 TEST(MappingNotifier, TellsEveryObserverOfWhatHappensWhileItIsRegistered) {
   CALLS_BACK observers[40];
+  CALLS_BACK& last = observers[39];
   for (CALLS_BACK& observer : observers) NOTIFIER::add_observer(&observer);
   observers[0].when_added = [&] {
     for (CALLS_BACK& observer : observers)
-      if (&observer != &observers[39]) NOTIFIER::remove_observer(&observer);
+      if (&observer != &last) NOTIFIER::remove_observer(&observer);
   };
   NOTIFIER::notify_removed(nullptr, 1);
   NOTIFIER::notify_added(nullptr, 10);
   NOTIFIER::notify_added(nullptr, 100);
-  NOTIFIER::remove_observer(&observers[39]);
+  NOTIFIER::remove_observer(&last);
   NOTIFIER::notify_removed(nullptr, 1000);
   for (CALLS_BACK& observer : observers) {
     EXPECT_EQ(observer.removed, 1U);
-    EXPECT_EQ(observer.added, &observer == &observers[0]    ? 10
-                              : &observer == &observers[39] ? 110
-                                                            : 0);
+    EXPECT_EQ(observer.added, &observer == &last ? 110 : &observer == observers ? 10 : 0);
     EXPECT_FALSE(NOTIFIER::is_registered(&observer));
   }
 }

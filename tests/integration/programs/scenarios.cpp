@@ -40,7 +40,7 @@ void fill_new_blocks_with_a_pattern() {
   const auto filled = [](const void* piece, std::size_t size) {
     return std::memchr(piece, 'P', size) != nullptr;
   };
-  std::printf("%d", filled(take(100), 100));
+  std::printf("%d %d", chunks.chunk_allocation_is_enabled(), filled(take(100), 100));
   for (const std::size_t size : {100U, 200U, 32700U, 40000U})
     std::printf(" %d", filled(chunks.chunk_malloc(size, 8), size));
 }

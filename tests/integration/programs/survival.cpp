@@ -8,7 +8,6 @@
 #include "include/tuk_mem.h"
 #include "platform/thr_thread.h"
 #include "tests/integration/programs/run_scenario.h"
-#include "tests/support/plugin.h"
 
 namespace {
 
@@ -75,6 +74,24 @@ void start_again_after_the_end() {
   const MEM_INITIALIZER late("LATE");
   run_thread([](void* text) { return text; });
 }
+
+// Calls `allocate` from a frame of the build's size, which has no debug information.
+using TAKE_IN_PLUGIN = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
+
+struct PLUGIN {
+  explicit PLUGIN(int frame_size) {
+    std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
+                               "plugin.so", std::filesystem::copy_options::overwrite_existing);
+    m_module = dlopen("./plugin.so", RTLD_NOW);
+    take = reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(m_module, "take_in_plugin"));
+  }
+  void unload() const { dlclose(m_module); }
+
+  TAKE_IN_PLUGIN take;
+
+ private:
+  void* m_module;
+};
 
 template <int SIZE>
 [[gnu::noipa]] void* take_by(const PLUGIN& plugin) {
