@@ -18,3 +18,12 @@ inline constexpr void (*actions[])() = {
     mem_tbb_tracking_flush_peak,
     mem_user_snapshot_tracking_data,
 };
+
+/// One kind of `kinds`, picked at random.
+template <std::size_t COUNT>
+void switch_off_and_on(const int (&kinds)[COUNT]) {
+  const auto kind =
+      static_cast<MEM_TRACKING_GRANULARITY>(kinds[static_cast<std::size_t>(std::rand()) % COUNT]);
+  mem_disable_tracking(kind);
+  mem_enable_tracking(kind);
+}

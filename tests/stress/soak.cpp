@@ -133,18 +133,14 @@ void query() {
   std::free(block);
 }
 
-void switch_off_and_on() {
-  constexpr int kinds[] = {1, 2, 4, 8, 16, 64, 95};
-  const auto kind = static_cast<MEM_TRACKING_GRANULARITY>(kinds[std::rand() % 7]);
-  mem_disable_tracking(kind);
-  mem_enable_tracking(kind);
-}
-
 void suspend_bins() { const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT suspended; }
 
 constexpr void (*more_actions[])() = {open_and_close_bins, fork_a_child, load_a_module, query,
                                       // from here on what the books can't follow
-                                      switch_off_and_on, suspend_bins, mem_reset_tracking_entries};
+                                      [] {
+                                        switch_off_and_on({1, 2, 4, 8, 16, 64, 95});
+                                      },
+                                      suspend_bins, mem_reset_tracking_entries};
 constexpr std::size_t all_actions = std::size(actions) + std::size(more_actions);
 constexpr std::size_t accountable_actions = all_actions - 3;
 

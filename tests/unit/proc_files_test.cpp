@@ -56,12 +56,9 @@ std::uint64_t kernel_says(const std::string& file, const std::string& key) {
   return 0;
 }
 
-struct QUERY {
-  std::uint64_t (*of_process)(unsigned long pid);
-  std::uint64_t (*of_self)();
-  char const* key;
-};
-constexpr QUERY queries[] = {
+using OF_PROCESS = std::uint64_t (*)(unsigned long pid);
+using OF_SELF = std::uint64_t (*)();
+constexpr std::tuple<OF_PROCESS, OF_SELF, char const*> queries[] = {
     {mem_info_get_process_current_virtual_used, mem_info_get_process_current_virtual_used,
      "VmSize:"},
     {mem_info_get_process_current_working_set_size, mem_info_get_process_current_working_set_size,

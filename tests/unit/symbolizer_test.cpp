@@ -262,23 +262,6 @@ TEST_F(SCRIPTED_TOOL, MayAnswerInPiecesAndTheNextAnswerIsItsOwn) {
   setitimer(ITIMER_REAL, nullptr, nullptr);
 }
 
-TEST_F(SCRIPTED_TOOL, GivesEveryThreadItsOwnAnswers) {
-  script_tool("while read address; do printf \"$address\\n/f:1\\n\"; done");
-  const auto offset_at = [](char const* code) {
-    return reinterpret_cast<std::uintptr_t>(code) - std::stoull(frames_at(code)[0], nullptr, 16);
-  };
-  const auto* code = static_cast<char const*>(address);
-  const std::uintptr_t offset = offset_at(code);
-  std::atomic<int> wrong = 0;
-  std::vector<std::thread> threads;
-  for (std::ptrdiff_t thread = 0; thread < 4; ++thread)
-    threads.emplace_back([&, thread] {
-      for (std::ptrdiff_t i = 0; i < 50; ++i) wrong += offset_at(code + 4 * i + thread) != offset;
-    });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(wrong, 0);
-}
-
 TEST_F(SCRIPTED_TOOL, BelongsToAFileAndToNoOtherOfItsName) {
   script_tool("for path; do :; done; while read address; do printf \"${path%/*}\\n/f:1\\n\"; done");
   for (char const* symbolizer : both)
