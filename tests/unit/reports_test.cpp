@@ -14,7 +14,7 @@
 
 namespace {
 
-using testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
+using testing::Each, testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
 
 class REPORTS : public TRACKER {};
 
@@ -181,10 +181,9 @@ TEST_F(REPORTS, KnowTheNamesOfBinsThatAreBeingOpened) {
     done = true;
   });
   while (!done) {
-    for (const REPORT::ROW& row : REPORT(text_of(dumps[2])).rows)
-      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+::[0-9]+"));
-    for (const REPORT::ROW& row : REPORT(text_of(dumps[3])).rows)
-      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+"));
+    ASSERT_THAT(REPORT(text_of(dumps[2])).column("Name"),
+                Each(MatchesRegex("Root|[0-9]+::[0-9]+")));
+    ASSERT_THAT(REPORT(text_of(dumps[3])).column("Name"), Each(MatchesRegex("Root|[0-9]+")));
   }
   opener.join();
 }

@@ -79,19 +79,15 @@ void start_again_after_the_end() {
 using TAKE_IN_PLUGIN = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
 
 struct PLUGIN {
-  explicit PLUGIN(int frame_size) {
-    std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
-                               "plugin.so", std::filesystem::copy_options::overwrite_existing);
-    m_module = dlopen("./plugin.so", RTLD_NOW);
-    take = reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(m_module, "take_in_plugin"));
-  }
-  void unload() const { dlclose(m_module); }
-
+  void* module;
   TAKE_IN_PLUGIN take;
-
- private:
-  void* m_module;
 };
+PLUGIN load_plugin(int frame_size) {
+  std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
+                             "plugin.so", std::filesystem::copy_options::overwrite_existing);
+  void* const module = dlopen("./plugin.so", RTLD_NOW);
+  return {module, reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(module, "take_in_plugin"))};
+}
 
 template <int SIZE>
 [[gnu::noipa]] void* take_by(const PLUGIN& plugin) {
@@ -105,15 +101,15 @@ void reload_plugins() {
   int at_same_place = 0;
   const auto reload = [&](int first_size, int rebuilt_size, auto before_unloading,
                           auto afterwards) {
-    const PLUGIN first(first_size);
+    const PLUGIN first = load_plugin(first_size);
     give(take_by<1000>(first));
     before_unloading();
-    first.unload();
-    const PLUGIN rebuilt(rebuilt_size);
+    dlclose(first.module);
+    const PLUGIN rebuilt = load_plugin(rebuilt_size);
     afterwards();
     at_same_place += rebuilt.take == first.take;
     give(take_by<2000>(rebuilt));
-    rebuilt.unload();
+    dlclose(rebuilt.module);
   };
   const auto nothing = [] {};
   reload(300'000, 200'000, nothing, nothing);
