@@ -9,12 +9,12 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <locale>
 #include <string_view>
 
 #include "include/tuk_mem.h"
 #include "platform/thr_runtime.h"
 #include "platform/thr_thread.h"
+#include "tests/support/grouping.h"
 
 namespace {
 
@@ -47,10 +47,6 @@ void on_two_threads() {
   for (pthread_t& started : threads) thr_thread_create(&started, thread, nullptr);
   for (const pthread_t started : threads) thr_thread_join(started, nullptr);
 }
-
-struct GROUPING : std::numpunct<char> {
-  std::string do_grouping() const override { return "\1"; }
-};
 
 }  // namespace
 
