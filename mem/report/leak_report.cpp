@@ -1,11 +1,7 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <string>
 
 #include "include/tuk_mem.h"
-#include "mem/host/message.h"
 #include "mem/host/settings.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_snapshot.h"
@@ -17,6 +13,7 @@ namespace {
 
 constexpr char const* vx_leak_file = "korvane_vx_leak_warning.txt";
 constexpr char const* fast_leak_file = "mem_tbb_fast_leak_warning.log";
+constexpr char const* first_hint = "For more detail, use INI mem_check_leaks=on\n\n";
 
 bool is_in_vx_mode() { return mem_setting_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"); }
 
@@ -48,14 +45,17 @@ std::string fast_leak_summary() {
          "\n===============================\n\n";
 }
 
-bool write_whole(int file, const std::string& text) {
-  return write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+void write_summary(MEM_OUTPUT_FILE& file, const std::string& text) {
+  if (file.is_open()) file.write(text);
+  file.close();
+  file.say_trouble();
 }
 
 }  // namespace
 
 void mem_write_full_leak_report() {
-  MEM_REPORT_FILE file(is_in_vx_mode() ? vx_leak_file : mem_report_name("mem_tbb_leak_warning."));
+  MEM_REPORT_FILE file(is_in_vx_mode() ? MEM_OUTPUT_PATH{vx_leak_file}
+                                       : mem_report_path("mem_tbb_leak_warning."));
   if (!file.is_open()) return;
   MEM_SITE_SNAPSHOT sites(is_leaking);
   sites.sort_by_peak();
@@ -73,16 +73,10 @@ void mem_write_full_leak_report() {
 // Processes that end together append one write each, so that their summaries never mix; the one
 // that creates the file puts the hint before its own.
 void mem_write_fast_leak_report() {
-  constexpr mode_t mode = 0666;
-  char const* name = is_in_vx_mode() ? vx_leak_file : fast_leak_file;
-  std::string text = fast_leak_summary();
-  int file = open(name, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (file >= 0)
-    text.insert(0, "For more detail, use INI mem_check_leaks=on\n\n");
-  else
-    file = open(name, O_WRONLY | O_APPEND | O_CLOEXEC);
-  if (file < 0) return;
-  if (!write_whole(file, text))
-    mem_tracker_debug("report %s is incomplete: writing it failed", name);
-  close(file);
+  const MEM_OUTPUT_PATH path{is_in_vx_mode() ? vx_leak_file : fast_leak_file};
+  const std::string text = fast_leak_summary();
+  MEM_OUTPUT_FILE created(path, MEM_OUTPUT_FILE::OPEN::NEW);
+  if (created.is_open()) return write_summary(created, first_hint + text);
+  MEM_OUTPUT_FILE shared(path, MEM_OUTPUT_FILE::OPEN::OLD);
+  write_summary(shared, text);
 }
