@@ -8,6 +8,7 @@
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
+#include "mem/output/report_directory.h"
 #include "mem/records/site_map.h"
 #include "mem/report/report_file.h"
 #include "mem/report/shutdown_reports.h"
@@ -38,6 +39,16 @@ void restore_global_peak(MEM_TRACKING_GRANULARITY granularity) {
   if (granularity != MEM_TRACK_LEAKS_FAST) return;
   std::atomic<std::int64_t>& peak = mem_pbin_stats.global_peak.bytes;
   peak = std::max(peak.load(), mem_flushed_peak_memory());
+}
+
+// Beside the reports, when these go to a directory of their own.
+void write_run_file(MEM_TRACKING_GRANULARITY granularity) {
+  const bool has_reports = granularity != MEM_TRACK_NONE || mem_tracking_fileline_env_set ||
+                           mem_tracking_library_env_set || mem_tracking_per_bin_detailed_env_set ||
+                           mem_tracking_auxiliary_timeline_env_set;
+  if (has_reports && mem_report_directory() != nullptr)
+    mem_write_report("mem_tbb_run.",
+                     [granularity](std::ostream& out) { mem_write_run_file(out, granularity); });
 }
 
 void write_site_reports() {
@@ -178,6 +189,7 @@ bool mem_end_tracking() {
   mem_close_allocation_log();
   stop_bins(granularity);
   stop_counting();
+  write_run_file(granularity);
   write_reports(granularity);
   mem_tbb_reports_are_written = true;
   return true;
