@@ -95,6 +95,14 @@ void wait_as_subreaper() {
   wait_with_a_handler();
 }
 
+void wait_for_another_host() {
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  if (fork() == 0) execl("/proc/self/exe", "guest", "return", nullptr);
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
+}
+
 void wait_ignoring_children() {
   std::signal(SIGCHLD, SIG_IGN);
   wait_for_all();
@@ -166,6 +174,7 @@ constexpr SCENARIO scenarios[] = {
     {"leave_a_child", end<leave_a_child>},
     {"wait_with_a_handler", wait_with_a_handler},
     {"wait_as_subreaper", wait_as_subreaper},
+    {"wait_for_another_host", wait_for_another_host},
     {"wait_ignoring_children", wait_ignoring_children},
     {"take_descriptors", take_descriptors},
     {"start_without_descriptors", start_without_descriptors},
