@@ -141,7 +141,8 @@ MEM_TOOL_OUTCOME MEM_ADDR2LINE_TOOL::failed(EXCHANGE exchange) {
 
 MEM_ADDR2LINE_TOOL::EXCHANGE MEM_ADDR2LINE_TOOL::exchange(std::string_view request, int usecs,
                                                           MEM_ANSWER_TEXT& answer) {
-  const DEADLINE deadline = CLOCK::now() + (m_has_read_file ? most_time : 3 * most_time);
+  const bool may_take_longer = !m_has_read_file && silent_in_a_row == 0;
+  const DEADLINE deadline = CLOCK::now() + (may_take_longer ? 3 * most_time : most_time);
   if (!m_marks_ends) drop_stale_output();
   char text[64];
   char* end = std::copy(request.begin(), request.end(), text);
