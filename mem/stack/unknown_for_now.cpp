@@ -11,14 +11,19 @@ namespace {
 
 using MILLISECONDS = std::chrono::milliseconds;
 
-// One address a place: one that lost its place is just asked for earlier. An address may be noted
-// in the life of one tracker and looked for in the next, where it is as unknown.
+// An address may be noted in the life of one tracker and looked for in the next, where it is as
+// unknown.
 struct PLACE {
   void const* address;
   MILLISECONDS noted;
 };
 constexpr int place_bits = 10;
 constinit std::array<PLACE, 1U << place_bits> places{};
+
+// The last address that took the place of one that rested. While it rests itself, all do: there are
+// more of them than places, each would be asked for at every event, and what is wanting, as
+// processes are, is wanting for all.
+constinit PLACE one_too_many{};
 
 PLACE& place_of(void const* address) {
   const auto spread = reinterpret_cast<std::uintptr_t>(address) * 0x9E3779B97F4A7C15ULL;
@@ -32,11 +37,20 @@ MILLISECONDS now() {
                                                   std::chrono::nanoseconds(time.tv_nsec));
 }
 
+bool rests(const PLACE& place) {
+  return place.address != nullptr && now() - place.noted < mem_unknown_address_rest;
+}
+
 }  // namespace
 
 bool mem_is_unknown_for_now(void const* address) {
   const PLACE& place = place_of(address);
-  return place.address == address && now() - place.noted < mem_unknown_address_rest;
+  return (place.address == address && rests(place)) || rests(one_too_many);
 }
 
-void mem_note_unknown_for_now(void const* address) { place_of(address) = {address, now()}; }
+void mem_note_unknown_for_now(void const* address) {
+  PLACE& place = place_of(address);
+  const bool takes_anothers = place.address != address && rests(place);
+  place = {address, now()};
+  if (takes_anothers) one_too_many = place;
+}

@@ -7,7 +7,8 @@
 /// as filtered, without a record: the blocks go to the next frame. Tests shorten it.
 extern std::chrono::milliseconds mem_unknown_address_rest;
 
-/// Whether the address was noted less than the rest ago. Hold mem_trace_lock.
+/// Whether the address was noted less than the rest ago, or so many were that all others rest too.
+/// Hold mem_trace_lock.
 bool mem_is_unknown_for_now(void const* address);
 
 /// Hold mem_trace_lock.

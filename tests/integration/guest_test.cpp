@@ -55,6 +55,7 @@ TEST(Guest, TakesNothingOfTheHosts) {
   constexpr std::pair<const char*, const char*> rows[] = {
       {"wait_with_a_handler", "tools run: 1\nchildren: 0\nsignals: 0\n"},
       {"wait_as_subreaper", "tools run: 1\nchildren: 0\nsignals: 0\n"},
+      {"wait_for_another_host", "tools run: 1\nchildren: 1\n"},
       {"wait_ignoring_children", "tools run: 1\nchildren: 0\nsignals: 0\n"},
       {"take_descriptors", "tools run: 1\nopened: 1021\nlost or written to: 0\n"},
       {"load_a_module_that_waits", "loaded: 1\n"},

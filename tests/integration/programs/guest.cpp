@@ -87,6 +87,14 @@ void wait_as_subreaper() {
   wait_for_all();
 }
 
+void wait_for_another_host() {
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  if (fork() == 0) execl("/proc/self/exe", "guest", "return", nullptr);
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
+}
+
 // Like a daemon: closes what it does not know, and fills the table with its own.
 void take_descriptors() {
   start_tools();
@@ -154,6 +162,7 @@ constexpr SCENARIO scenarios[] = {
     {"wait_with_a_handler", [] { wait_for_all(); }},
     {"wait_as_subreaper", wait_as_subreaper},
     {"wait_ignoring_children", [] { wait_for_all(SIG_IGN); }},
+    {"wait_for_another_host", wait_for_another_host},
     {"take_descriptors", take_descriptors},
     {"start_without_descriptors", start_without_descriptors},
     {"forbid_children", forbid_children},
