@@ -18,7 +18,7 @@
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
-#include "mem/state/tracker_state.h"
+#include "mem/state/tracker_visit.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
@@ -90,13 +90,21 @@ void capture_if_possible(CAPTURE capture) {
   }
 }
 
+template <class SERIES>
+void capture_last(SERIES* series) {
+  capture_if_possible([series] {
+    const MEM_TRACKER_VISIT visit;
+    series->capture();
+  });
+}
+
 void write_auxiliary_timeline() {
   capture_if_possible(mem_auxiliary_timeline_file_t::capture);
   mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
 }
 
 void write_module_timelines() {
-  capture_if_possible([] { mem_module_timeline->capture(); });
+  capture_last(mem_module_timeline);
   mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
                         mem_dump_tbb_module_tracking);
   const MEM_SERIES_SELECTED selected(MEM_MODULE_TIMELINE::SELECTION::CUMULATIVE_BLOCKS);
@@ -107,7 +115,7 @@ void write_module_timelines() {
 
 void capture_last_tags() {
   if (MEM_PB_TAG_SNAPSHOT::can_record_current_bin())
-    capture_if_possible([] { mem_pbin_tag_snapshots->capture(); });
+    capture_last(mem_pbin_tag_snapshots);
   else
     mem_tracker_debug(
         "Memory tracking: the open bin is beyond the 65536 that a tag timeline can name, the last "
@@ -127,7 +135,7 @@ void write_bin_reports() {
 void write_timelines(MEM_TRACKING_GRANULARITY granularity) {
   const TIMELINES kept(granularity);
   if (!kept.auxiliary && !kept.modules && !kept.bins) return;
-  capture_if_possible([] { mem_timeline_labels->capture(); });
+  capture_last(mem_timeline_labels);
   if (kept.auxiliary) write_auxiliary_timeline();
   if (kept.modules) write_module_timelines();
   if (kept.bins) write_bin_reports();
@@ -169,6 +177,7 @@ void write_reports(MEM_TRACKING_GRANULARITY granularity) {
   const MEM_INSIDE_AS_CAT cat;
   restore_global_peak(granularity);
   mem_restore_flushed_peak();
+  const MEM_CAT_IS resting(MEM_THREAD_PLACE::CAT_AT_REST);
   write_site_reports();
   write_timelines(granularity);
   write_leak_report(granularity);

@@ -208,6 +208,19 @@ TEST_F(TRACKER, IsFreeInAForkedChildWhoeverWasInsideIt) {
   holder.join();
 }
 
+// A signal handler may have interrupted a reset on its own thread.
+TEST_F(TRACKER, DoesNothingForAHandlerOfTheThreadThatIsTheCat) {
+  std::ostringstream out;
+  MEM_ADDRESS_TRACKER site;
+  alarm(20);
+  const MEM_INSIDE_AS_CAT cat;
+  const std::lock_guard trace(mem_trace_lock);
+  EXPECT_FALSE(mem_dump_tbb_fileline_tracking(out));
+  EXPECT_FALSE(mem_get_address_tracker(nullptr, site));
+  mem_user_snapshot_tracking_data();
+  mem_tbb_tracking_flush_peak();
+}
+
 [[gnu::noipa]] void map_a_page(void const* address) {
   mem_notify_memory_mapping_added(address, 4096);
   asm volatile("");  // no tail call
