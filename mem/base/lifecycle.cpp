@@ -2,4 +2,5 @@
 
 constinit bool mem_dll_was_dynamically_loaded = false;
 constinit bool mem_exiting = false;
+constinit bool mem_forked_inside = false;
 constinit bool mem_pgo_debug = false;
