@@ -9,6 +9,11 @@ extern bool mem_dll_was_dynamically_loaded;
 /// Set only while the last MEM_INITIALIZER takes the critical section down.
 extern bool mem_exiting;
 
+/// Set in a child made by fork whose thread stood inside the tracker's lock: a signal handler
+/// forked that had interrupted it. Back from the handler, the thread goes on with what it was
+/// changing, so all of that stays for it, and nobody else looks at it any more.
+extern bool mem_forked_inside;
+
 /// The setting "debug_msg" as start-up found it.
 extern bool mem_pgo_debug;
 

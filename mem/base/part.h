@@ -21,7 +21,8 @@ struct MEM_FREE {
 struct MEM_ABANDON {
   /// In a child made by fork: lets go of everything, unlocked, as if it were not there yet. Other
   /// threads may have held any lock and been half through any change: nothing is destroyed,
-  /// allocated or locked here, neither is a pool asked.
+  /// allocated or locked here, neither is a pool asked. Where mem_forked_inside is set, only locks
+  /// are let go of.
   void (*run)();
 };
 

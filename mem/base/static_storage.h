@@ -4,6 +4,8 @@
 #include <new>
 #include <utility>
 
+#include "mem/base/lifecycle.h"
+
 /// Room for an object that is constructed when wanted: nothing is allocated for it, and no
 /// destructor runs at exit. A second construction takes the same room: after the object has been
 /// destroyed, or in a child made by fork, which has let go of it.
@@ -41,9 +43,10 @@ union MEM_NEVER_DESTROYED {
 };
 
 /// Lets go of an object in a child made by fork, where another thread may have left it half
-/// changed. It stays reachable: a leak checker in the child has nothing to say.
+/// changed. It stays reachable: a leak checker in the child has nothing to say. Where
+/// mem_forked_inside is set, it stays as it is.
 template <class OBJECT>
 void mem_abandon(OBJECT*& object) {
   [[maybe_unused]] static constinit OBJECT* volatile left_behind = nullptr;
-  if (object != nullptr) left_behind = std::exchange(object, nullptr);
+  if (object != nullptr && !mem_forked_inside) left_behind = std::exchange(object, nullptr);
 }

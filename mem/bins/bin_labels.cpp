@@ -6,6 +6,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
+#include "mem/base/lifecycle.h"
 #include "mem/base/static_storage.h"
 #include "mem/state/tracker_visit.h"
 #include "mem/timeline/timeline_labels.h"
@@ -40,8 +41,8 @@ void change_labels(CHANGE change) {
 
 // A child that needs the list goes on with an empty one; the parent's texts stay where they are.
 void abandon() {
-  new (&label_storage.object) LABELS;
   labels_lock.abandon();
+  if (!mem_forked_inside) new (&label_storage.object) LABELS;
 }
 
 }  // namespace

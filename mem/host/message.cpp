@@ -7,11 +7,11 @@
 #include "mem/host/callbacks.h"
 #include "mem/host/settings.h"
 
-constinit bool is_shutting_down = false;
+constinit std::atomic<bool> is_shutting_down = false;
 
 namespace {
 
-constinit std::int32_t mem_ipc_mode = MEM_IPC_MODE_NONE;
+constinit std::atomic<std::int32_t> mem_ipc_mode = MEM_IPC_MODE_NONE;
 
 // What stands around a debug message. The text between is put in as it is: the
 // library's own messages hold no quotes, braces or backslashes.
@@ -95,9 +95,7 @@ void mem_tracker_debug(const char* format, ...) {
 void mem_tbb_tracking_notify_msg_shutting_down() { is_shutting_down = true; }
 
 MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT::MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT()
-    : m_was_clear(!is_shutting_down) {
-  is_shutting_down = true;
-}
+    : m_was_clear(!is_shutting_down.exchange(true)) {}
 
 MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT::~MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT() {
   if (m_was_clear) is_shutting_down = false;

@@ -1,13 +1,14 @@
 // Diagnostics beyond the exported message functions.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "include/tuk_mem.h"
 
 /// Set while the host's message module is going away: the tracker then prints its debug lines
-/// itself. Plain on purpose; a late read only changes where one line goes.
-extern bool is_shutting_down;
+/// itself. Any thread.
+extern std::atomic<bool> is_shutting_down;
 
 /// The tracker's debug line, without a line end: through mem_msg_vdebug or, once is_shutting_down
 /// is set, printed as the same line on standard output. An exception of the host's callback ends

@@ -60,6 +60,7 @@ constinit const MEM_PART mem_block_bins_part(
       mem_destroy(banks);
     }},
     MEM_ABANDON{[] {
-      BANKS* banks = mem_addr_to_bpin_pair_hash.exchange(nullptr);
+      BANKS* banks = mem_addr_to_bpin_pair_hash;
       mem_abandon(banks);
+      mem_addr_to_bpin_pair_hash = banks;
     }});

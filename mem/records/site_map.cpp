@@ -103,10 +103,11 @@ void begin_anew() { replace_records(make_records()); }
 
 void abandon() {
   recently_found.fill({});
+  mem_trace_lock.abandon();
   mem_abandon(current_records);
+  if (current_records != nullptr) return;
   mem_address_tracker_map = nullptr;
   mem_retired_sites = nullptr;
-  mem_trace_lock.abandon();
 }
 
 }  // namespace

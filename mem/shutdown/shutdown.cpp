@@ -4,6 +4,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
+#include "mem/base/lifecycle.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
@@ -189,6 +190,7 @@ void write_reports(MEM_TRACKING_GRANULARITY granularity) {
 }  // namespace
 
 bool mem_end_tracking() {
+  if (mem_forked_inside) return false;
   if (mem_thread_place != MEM_THREAD_PLACE::OUTSIDE) {
     mem_tracker_debug("Memory tracking: the process ends inside the tracker, no report is written");
     return false;

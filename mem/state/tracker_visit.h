@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "mem/base/lifecycle.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/tracker_state.h"
@@ -27,13 +28,13 @@ class MEM_CAT_IS {
 /// Inside the tracker's lock as a mouse for a scope, with the thread marked as inside the tracker.
 /// While it is admitted, the records are there, whole, or they are all gone: whoever empties or
 /// frees them is a cat. Any thread, at any time:
-/// - not admitted before initialisation, and on a thread that already is at work in the lock, as in
-///   a signal handler that interrupted it there;
+/// - not admitted before initialisation, where mem_forked_inside is set, and on a thread that is at
+///   work in the lock already, as in a signal handler that interrupted it there;
 /// - on the thread that is the cat at rest, in the reports of the end, admitted without entering.
 class MEM_TRACKER_VISIT {
  public:
   MEM_TRACKER_VISIT() {
-    if (!mem_tbb_tracker_inited) return;
+    if (!mem_tbb_tracker_inited || mem_forked_inside) return;
     m_admitted = !mem_visit_is_refused();
     if (mem_thread_place == MEM_THREAD_PLACE::OUTSIDE)
       m_mouse.emplace();

@@ -4,6 +4,7 @@
 #include "mem/base/bookkeeping.h"
 #include "mem/base/critical_section.h"
 #include "mem/base/kept_text.h"
+#include "mem/base/lifecycle.h"
 #include "mem/base/lock_order.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
@@ -20,6 +21,7 @@ namespace {
 // Nothing is locked before a fork: another thread may hold any lock while it waits for one that a
 // host's own handler holds. So the child finds everything as it happened to be, and lets go of it.
 void in_child() {
+  mem_forked_inside = mem_thread_place != MEM_THREAD_PLACE::OUTSIDE;
   mem_pools = MEM_POOLS::ABANDONED;
   mem_tbb_tracking_ended = true;
   mem_tracker_gate.abandon();

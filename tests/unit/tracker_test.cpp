@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <optional>
 #include <random>
 #include <stdexcept>
 
@@ -206,6 +207,15 @@ TEST_F(TRACKER, IsFreeInAForkedChildWhoeverWasInsideIt) {
   EXPECT_EXIT((alarm(20), call_everything(), std::_Exit(0)), testing::ExitedWithCode(0), "");
   done = true;
   holder.join();
+}
+
+// A signal handler may fork that has interrupted its own thread inside.
+TEST_F(TRACKER, LetsAForkedChildFinishWhatItWasDoingInside) {
+  mem_enable_tracking(bits(127));
+  std::optional<MEM_INSIDE_AS_MOUSE> mouse(std::in_place);
+  EXPECT_EXIT((alarm(20), mem_catch_all_site().cumulative_blocks += 1, mouse.reset(),
+               call_everything(), std::_Exit(0)),
+              testing::ExitedWithCode(0), "");
 }
 
 // A signal handler may have interrupted a reset on its own thread.
