@@ -20,6 +20,7 @@
 #include "tests/stress/blocks.h"
 #include "tests/support/report.h"
 #include "tests/support/run_program.h"
+#include "tests/support/threads.h"
 
 // As pthread_atfork does, but for good: what a module registers goes when the process's end reaches
 // that module, and the C library aborts a fork that is just running handlers then.
@@ -90,13 +91,6 @@ void open_and_close_a_bin() {
   }
 }
 
-void in_two_threads(void (*action)()) {
-  std::thread first(action);
-  std::thread second(action);
-  first.join();
-  second.join();
-}
-
 [[maybe_unused]] void fork_and_wait() {
   for (;;) {
     const pid_t child = fork();
@@ -120,8 +114,10 @@ constexpr END ends[] = {
     {"return", 0, true, [] {}},
     {"exit", 3, true, [] { std::exit(3); }},
     {"exit in a thread", 4, true, [] { std::thread([] { std::exit(4); }).join(); }},
-    {"two cleanups", 0, true, [] { in_two_threads(mem_cleanup_tbb_tracking); }},
-    {"two shutdowns", 0, true, [] { in_two_threads(mem_shutdown_tbb_tracking); }},
+    {"two cleanups", 0, true,
+     [] { start_threads(2, [](unsigned) { mem_cleanup_tbb_tracking(); }); }},
+    {"two shutdowns", 0, true,
+     [] { start_threads(2, [](unsigned) { mem_shutdown_tbb_tracking(); }); }},
     {"shutdown, then return", 0, true, mem_shutdown_tbb_tracking},
     {"a thread that ends while main returns", 0, true,
      [] { std::thread(mem_cleanup_tbb_tracking).detach(); }},

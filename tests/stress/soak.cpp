@@ -21,11 +21,12 @@
 
 #include "tests/stress/actions.h"
 #include "tests/support/report.h"
+#include "tests/support/threads.h"
 
 namespace {
 
 constexpr std::size_t sites = 64;
-constexpr int threads = 8;
+constexpr unsigned threads = 8;
 constexpr std::int64_t largest_mismatched_block = 8128;
 
 std::atomic<int> failures = 0;
@@ -148,18 +149,17 @@ constexpr std::size_t accountable_actions = all_actions - 3;
 std::int64_t work_for(std::chrono::seconds time, std::size_t kinds_of_action) {
   std::atomic<bool> done{false};
   std::atomic<std::int64_t> rounds{0};
-  std::vector<std::thread> workers;
-  for (unsigned worker = 1; worker <= threads; ++worker)
-    workers.emplace_back([&, random = std::minstd_rand(worker)]() mutable {
-      for (; !done; ++rounds) work_a_round(random);
-    });
+  auto workers = start_threads(threads, [&](unsigned worker) {
+    std::minstd_rand random(worker + 1);
+    for (; !done; ++rounds) work_a_round(random);
+  });
   const auto end = std::chrono::steady_clock::now() + time;
   while (std::chrono::steady_clock::now() < end) {
     const std::size_t action = static_cast<std::size_t>(std::rand()) % kinds_of_action;
     action < std::size(actions) ? actions[action]() : more_actions[action - std::size(actions)]();
   }
   done = true;
-  for (std::thread& worker : workers) worker.join();
+  workers.clear();
   return rounds;
 }
 

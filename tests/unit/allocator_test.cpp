@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 #include "include/tuk_mem.h"
 #include "tests/support/stand_in_allocator.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -46,17 +45,14 @@ std::atomic<int> hooks_in_place = 0;
 TEST(FillPattern, IsSwitchedByManyThreadsWithNoHookTwice) {
   ptrfunc_AddNewHook = [](MEM_NEW_HOOK) { return ++hooks_in_place; };
   ptrfunc_RemoveNewHook = [](MEM_NEW_HOOK) { return --hooks_in_place; };
-  std::vector<std::thread> threads;
   std::atomic<int> wrong = 0;
-  for (int thread = 0; thread < 4; ++thread)
-    threads.emplace_back([&wrong] {
-      for (int i = 0; i < 5000; ++i) {
-        mem_set_alloc_pattern(i);
-        if (hooks_in_place < 0 || hooks_in_place > 1) ++wrong;
-        mem_disable_alloc_patterns();
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
+  start_threads(4, [&](unsigned) {
+    for (int i = 0; i < 5000; ++i) {
+      mem_set_alloc_pattern(i);
+      if (hooks_in_place < 0 || hooks_in_place > 1) ++wrong;
+      mem_disable_alloc_patterns();
+    }
+  });
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(hooks_in_place, 0);
 }

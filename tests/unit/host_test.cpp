@@ -8,12 +8,11 @@
 #include <iomanip>
 #include <iostream>
 #include <sstream>
-#include <thread>
-#include <vector>
 
 #include "include/tuk_mem.h"
 #include "mem/base/critical_section.h"
 #include "mem/host/message.h"
+#include "tests/support/threads.h"
 
 // The host's own function, which the library looks up by name.
 extern "C" void cfg_dyn_get_int_value(const char*, int* out, int default_value) {
@@ -91,15 +90,9 @@ TEST(CriticalSection, GivesBackEveryHoldThoughDestroyedUnderThreadsThatWaitAndHo
 
   section.lock(), section.lock();
   std::atomic<int> entered{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([&] {
-      for (int turn = 0; turn < 20000; ++turn) {
-        section.lock();
-        ++entered;
-        section.unlock();
-      }
-    });
+  auto threads = start_threads(4, [&](unsigned) {
+    for (int turn = 0; turn < 20000; ++turn) section.lock(), ++entered, section.unlock();
+  });
   usleep(10000);
   EXPECT_EQ(entered, 0);
   section.unlock(), section.unlock();
@@ -107,7 +100,7 @@ TEST(CriticalSection, GivesBackEveryHoldThoughDestroyedUnderThreadsThatWaitAndHo
   section.lock();
   section.destroy();
   section.lock(), section.unlock(), section.unlock();
-  for (std::thread& thread : threads) thread.join();
+  threads.clear();
   EXPECT_EQ(section.lock_count(), 0U);
   section.initialize();
   std::thread([&] { section.lock(), section.unlock(); }).join();  // left to nobody

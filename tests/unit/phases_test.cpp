@@ -182,6 +182,17 @@ TEST_F(PHASES, ShowTheLastPeakWhenItWasHigher) {
   expect_the_higher_peak(8 * mib, 0, 8 * mib + kib);
 }
 
+TEST_F(PHASES, KeepAFlushedPeakOverAReset) {
+  void* const block = take(3 * mib);
+  give(take(kib));
+  mem_tbb_tracking_flush_peak();
+  give(block);
+  mem_reset_tracking_entries();
+  take(mib);
+  mem_shutdown_tbb_tracking();
+  EXPECT_EQ(written("fileline").sum("Peak bytes", "Module", "alpha"), 3 * mib + kib);
+}
+
 // Sample n finds the modules 1 to n, each of as many blocks as its number.
 TEST_F(PHASES, HaveTheirEighteenLargestModulesAndTheSumOfTheOthersInTheSummary) {
   mem_disable_tracking(bits(2));
@@ -251,6 +262,10 @@ TEST_F(PHASES, HoldTheMomentOfAPeakInEveryTimeline) {
     give(large);
     mem_set_timeline_label("after");
   });
+  mem_block_thread_tracking();
+  allocate_at<0>(20);
+  give(allocate_at<0>(100));
+  mem_unblock_thread_tracking();
   mem_shutdown_tbb_tracking();
   const REPORT modules = written("timeline"), auxiliary = written("auxiliary_timeline");
   EXPECT_THAT(modules.column(""), ElementsAre("Other", "peak", "Other"));
@@ -264,6 +279,10 @@ TEST_F(PHASES, HoldTheMomentOfAPeakInEveryTimeline) {
                           "profiler_num_outstanding", "profiler_requested_total",
                           "profiler_requested_outstanding", "profiler_allocated_total",
                           "profiler_allocated_outstanding"));
+  std::vector<std::string> own;
+  for (std::size_t cell = 7; cell < auxiliary.header.size(); ++cell)
+    own.push_back(auxiliary.rows.back().text(auxiliary.header[cell]));
+  EXPECT_THAT(own, ElementsAre("2", "1", "1", "120", "8", "144", "32"));
 }
 
 TEST_F(PHASES, AreSampledAtEveryNthEventAndSayEveryEighth) {
@@ -275,8 +294,10 @@ TEST_F(PHASES, AreSampledAtEveryNthEventAndSayEveryEighth) {
   EXPECT_THAT(said, ElementsAre(HasSubstr("at timeline index 0 with total memory 16"),
                                 HasSubstr("at timeline index 8 with total memory 272"),
                                 HasSubstr("at timeline index 16 with total memory 528")));
+  mem_user_snapshot_tracking_data();  // takes a sample, and the place of one
+  take(16);
   mem_shutdown_tbb_tracking();
-  EXPECT_EQ(written("timeline").rows.size(), 20U + 1);
+  EXPECT_EQ(written("timeline").rows.size(), 20U + 2);
 }
 
 }  // namespace

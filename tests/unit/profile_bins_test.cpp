@@ -2,12 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "include/tuk_mem.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/user_memory_tracker.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -17,16 +16,14 @@ TEST(PbinTrackerMap, IsExactUnderThreads) {
   constexpr std::int64_t blocks = std::int64_t{threads} * rounds;
   MEM_PBIN_TRACKER_MAP map;
   std::atomic<std::uint32_t> counting = threads;
-  std::vector<std::jthread> counters;
-  for (std::uint32_t thread = 0; thread < threads; ++thread)
-    counters.emplace_back([&] {
-      for (std::uint32_t i = 0; i < ids * rounds; ++i) {
-        map.allocate(100 + i % ids, i % ids);
-        map.allocate(7, i % ids);
-        map.release(100 + i % ids, i % ids);
-      }
-      --counting;
-    });
+  const auto counters = start_threads(threads, [&](unsigned) {
+    for (std::uint32_t i = 0; i < ids * rounds; ++i) {
+      map.allocate(100 + i % ids, i % ids);
+      map.allocate(7, i % ids);
+      map.release(100 + i % ids, i % ids);
+    }
+    --counting;
+  });
   while (counting > 0) map.mark_as_peak(), map.flush_peak(), map.restore_peak();
   ASSERT_EQ(map.size(), ids);
   map.mark_as_peak();

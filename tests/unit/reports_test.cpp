@@ -105,7 +105,7 @@ TEST_F(REPORTS, OrderSitesWithoutAPeak) {
   mem_enable_tracking(bits(8 | 16));
   constexpr std::size_t held[] = {16, 32, 16, 16, 32, 48, 16, 16};
   for (const std::size_t site : {5U, 2U, 7U, 0U, 3U, 6U, 1U, 4U}) sites_at[site](held[site]);
-  for (const std::size_t site : {3U, 0U}) STAND_IN::release(sites_at[site](16));
+  for (const std::size_t site : {3U, 0U, 3U, 0U, 3U, 0U}) STAND_IN::release(sites_at[site](16));
   m_symbolizer.frames_at = [](void const*) {
     return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "std::f", "/f.cpp")};
   };
@@ -140,14 +140,32 @@ TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
   mem_set_timeline_label("late");
   mem_enable_tracking(bits(4));
   allocate_at<0>(100);
+  for (char const* const name : {"Zone", "zone"}) {
+    site_module = name;
+    sites_at[*name == 'Z' ? 1 : 2](20);
+  }
   mem_user_snapshot_tracking_data();
   mem_set_timeline_label("end");
   mem_shutdown_tbb_tracking();
   const REPORT timeline(text_of(dumps[4]));
   EXPECT_THAT(timeline.column(""), ElementsAre("late", "end"));
+  EXPECT_THAT(timeline.header,
+              ElementsAre("", "Misc", "OTHER", testing::StrCaseEq("zone"), "alpha"));
   EXPECT_THAT(timeline.column("alpha"), ElementsAre("112", "112"));
   EXPECT_THAT(content_of("mem_tbb_cumulative_blocks_timeline_detailed.kvi.log"),
-              HasSubstr("\nlate\t1\t0\nend\t1\t0\n"));
+              HasSubstr("\nlate\t1\t0\t2\nend\t1\t0\t2\n"));
+}
+
+TEST_F(REPORTS, OfFastLeakCheckingKnowThePeakOfAnEarlierPhase) {
+  const TEMPORARY_DIRECTORY directory;
+  mem_enable_tracking(bits(32));
+  STAND_IN::release(allocate_at<0>(1000));
+  mem_tbb_tracking_flush_peak();
+  allocate_at<0>(20);
+  mem_shutdown_tbb_tracking();
+  EXPECT_THAT(content_of("mem_tbb_fast_leak_warning.log"),
+              HasSubstr("Leaked bytes:                32\nPeak bytes on heap:        1008\n"));
+  EXPECT_TRUE(mem_tracking_is_enabled(MEM_TRACK_LEAKS_FAST)) << "for hosts that ask later";
 }
 
 TEST_F(REPORTS, AreAllWrittenWhileABinIsOpenThatNoTimelineCanName) {

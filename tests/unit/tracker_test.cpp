@@ -16,6 +16,7 @@
 #include "mem/state/totals.h"
 #include "platform/udm_notifier.h"
 #include "tests/support/dumps.h"
+#include "tests/support/threads.h"
 #include "tests/support/tracked_sites.h"
 
 namespace {
@@ -67,32 +68,37 @@ TEST_F(TRACKER, EveryGranularityChargesAndCreditsItsOwnLevels) {
 
 TEST_F(TRACKER, ForgetsAtAResetAllButBins) {
   mem_enable_tracking(bits(2 | 4 | 8));
-  void* before = allocate_at<0>(100);
+  void* const before[] = {allocate_at<0>(50), allocate_at<0>(50)};
   mem_reset_tracking_entries();
   allocate_at<0>(20);
-  STAND_IN::release(before);
+  for (void* const block : before) STAND_IN::release(block);
   EXPECT_EQ(mem_current_bytes, 32);
   MEMORY_TRACKER_BASE catch_all{};
   EXPECT_TRUE(mem_get_module_tracker("OTHER", catch_all));
-  EXPECT_EQ(catch_all.current_bytes, -112);
+  EXPECT_EQ(catch_all.current_bytes, -128);
   EXPECT_EQ((*mem_pbin_tag_tracker)[0].current, 32);
-  EXPECT_EQ((*mem_pbin_tracker)[0].cumulative, 112 + 32);
+  EXPECT_EQ((*mem_pbin_tracker)[0].cumulative, 128 + 32);
   EXPECT_EQ((*mem_pbin_tracker)[0].current, 32);
+  m_symbolizer.frames_at = [](void const*) { return FRAMES{frame("alpha", "std::f", "/f.cpp")}; };
+  allocate_at<1>(20);
+  MEM_ADDRESS_TRACKER other{};
+  EXPECT_TRUE(mem_get_address_tracker(nullptr, other));
+  EXPECT_EQ(static_cast<std::int32_t>(other.current_blocks), -1);
+  EXPECT_EQ(other.max_blocks, 0U);
 }
 
 // A reset comes while threads charge and release under detailed bins.
 TEST_F(TRACKER, OwesNoTagAByteOfABlockFromBeforeAReset) {
   mem_enable_tracking(bits(2));
   for (int round = 0; round < 40; ++round) {
-    {
-      std::vector<std::jthread> workers;
-      for (int worker = 0; worker < 3; ++worker)
-        workers.emplace_back([](const std::stop_token& stop) {
-          while (!stop.stop_requested()) STAND_IN::release(allocate_at<0>(20));
-        });
-      std::this_thread::sleep_for(std::chrono::microseconds(300));
-      mem_reset_tracking_entries();
-    }
+    std::atomic<bool> done = false;
+    auto workers = start_threads(3, [&](unsigned) {
+      while (!done) STAND_IN::release(allocate_at<0>(20));
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(300));
+    mem_reset_tracking_entries();
+    done = true;
+    workers.clear();
     ASSERT_EQ(mem_current_bytes, 0);
     if (mem_pbin_tag_tracker->size() > 0) {
       ASSERT_EQ((*mem_pbin_tag_tracker)[0].current, 0);
@@ -126,6 +132,7 @@ int calls_of_callback = 0;
 bool callback_throws = false;
 
 bool meddle(const char*, const char*, va_list) {
+  errno = EIO;
   if (callback_throws) throw std::runtime_error("the host's own");
   if (++calls_of_callback > 2) return true;  // or it would never end
   mem_disable_tracking(bits(1));
@@ -143,7 +150,9 @@ TEST_F(TRACKER, StaysInsideItselfWhileACallbackMeddlesAndCountsTheEventOfOneThat
     const MEM_BASE_STATS before = mem_get_global_current();
     void* block = allocate_at<0>(throws ? 2000 : 8000);
     mem_set_msg_local_vdebug_callback(meddle);
+    errno = 0;
     STAND_IN::release(block);
+    EXPECT_EQ(errno, 0);
     mem_set_msg_local_vdebug_callback(nullptr);
     EXPECT_EQ(mem_get_global_current().count, before.count) << "throws " << throws;
   }
@@ -190,6 +199,10 @@ void call_everything() {
   mem_tbb_tracking_flush_peak();
   mem_reset_tracking_entries();
   text_of(dump_all);
+  {
+    const std::lock_guard trace(mem_trace_lock);
+    const std::lock_guard modules(mem_module_tracker_lock);
+  }
   mem_cleanup_tbb_tracking();
 }
 
@@ -246,13 +259,42 @@ TEST_F(TRACKER, AccountsMappingsLikeBlocksOfTheNotifiersCaller) {
   EXPECT_EQ(mem_current_bytes, 5096) << "not rounded";
   UDM_BAREBONES_NOTIFIER::notify_removed(&mapping[0], 4096);
   EXPECT_EQ(mem_current_bytes, 1000);
+  mem_block_thread_tracking();
+  mem_notify_memory_mapping_removed(&mapping[1], 1000);
+  mem_unblock_thread_tracking();
+  map_a_page(&mapping[1]);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(site_of(&mapping[1]).address_info.address), caller)
+      << "its removal was not seen";
+}
+
+TEST_F(TRACKER, CreditsABinOnlyWithWhatItWasChargedWith) {
+  static char mapping;
+  mem_enable_tracking(bits(2 | 8));
+  map_a_page(&mapping);
+  mem_notify_memory_mapping_removed(&mapping, 4096);
+  mem_disable_tracking(bits(2));
+  map_a_page(&mapping);
+  mem_enable_tracking(bits(2));
+  mem_notify_memory_mapping_removed(&mapping, 4096);
+  EXPECT_EQ((*mem_pbin_tracker)[0].current, 0);
+}
+
+TEST_F(TRACKER, CountsSmallBlocksThatAnotherThreadReleasesAsMismatched) {
+  mem_enable_tracking(bits(8));
+  void* const kept = allocate_at<0>(20);
+  void* const blocks[] = {allocate_at<0>(8128), allocate_at<0>(8129)};
+  STAND_IN::release(allocate_at<0>(100));
+  std::thread([&] {
+    for (void* const block : blocks) STAND_IN::release(block);
+  }).join();
+  EXPECT_EQ(site_of(kept).cumulative_mismatched_bytes, 8128U);
 }
 
 TEST_F(TRACKER, SuspendsOnlyTheChargingOfBinsForAScope) {
   mem_enable_tracking(bits(1 | 4 | 8));
   {
     const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT outer;
-    const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT inner;
+    { const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT inner; }
     allocate_at<0>(20);
   }
   EXPECT_EQ(mem_get_current_bytes(), 0);
@@ -296,10 +338,30 @@ TEST_F(TRACKER, LooksDeeperOnlyWhenAFullShortTraceIsAllFiltered) {
   mem_enable_tracking(bits(8));
   // The first two addresses are those of the calls in allocate_below; each is asked about twice.
   m_symbolizer.frames_at = [asked = 0](void const*) mutable {
+    errno = EIO;
     return FRAMES{frame("alpha", ++asked <= 2 * 2 ? "std::f" : "requester", "/f.cpp")};
   };
+  errno = 0;
   EXPECT_STREQ(site_of(allocate_below(20)).address_info.function_name_buffer, "requester");
   EXPECT_EQ(site_of(allocate_below(11 + 50)).address_info.address, nullptr);
+  EXPECT_EQ(errno, 0);
+}
+
+// As when a plug-in is rebuilt, and the first one loaded again.
+TEST_F(TRACKER, BringsARetiredSiteBackWhereItSaysTheSame) {
+  int line = 0;
+  m_symbolizer.frames_at = [&](void const*) { return FRAMES{frame("alpha", "f", "/f.cpp", line)}; };
+  mem_enable_tracking(bits(8));
+  for (const int loaded : {1, 2, 1}) {
+    line = loaded;
+    allocate_at<0>(20);
+    const std::lock_guard trace(mem_trace_lock);
+    mem_retire_sites(1, ~std::uintptr_t{0});
+  }
+  std::multimap<int, std::uint64_t> blocks;
+  for (const auto& [address, site] : *mem_retired_sites)
+    if (site.cumulative_blocks > 0) blocks.emplace(site.address_info.line, site.cumulative_blocks);
+  EXPECT_THAT(blocks, testing::ElementsAre(testing::Pair(1, 2), testing::Pair(2, 1)));
 }
 
 // Each block is released by whichever thread finds it. By site, the soak compares the figures.
@@ -309,19 +371,17 @@ TEST_F(TRACKER, BalancesWhileThreadsExchangeBlocksAndACatComesIn) {
   std::atomic<void*> slots[64] = {};
   std::atomic<std::uint64_t> bytes = 0;
   std::atomic<int> working = 8;
-  std::vector<std::jthread> workers;
-  for (unsigned seed = 1; seed <= 8; ++seed)
-    workers.emplace_back([&, seed] {
-      std::minstd_rand random(seed);
-      site_module = seed % 2 == 0 ? "even" : "odd";
-      for (int round = 0; round < 10000; ++round) {
-        const std::size_t size = sizes[random() % 4];
-        bytes += STAND_IN::rounded(size);
-        if (void* old = slots[random() % 64].exchange(sites_at[random() % 4](size)))
-          STAND_IN::release(old);
-      }
-      --working;
-    });
+  auto workers = start_threads(8, [&](unsigned worker) {
+    std::minstd_rand random(worker + 1);
+    site_module = worker % 2 == 0 ? "even" : "odd";
+    for (int round = 0; round < 10000; ++round) {
+      const std::size_t size = sizes[random() % 4];
+      bytes += STAND_IN::rounded(size);
+      if (void* old = slots[random() % 64].exchange(sites_at[random() % 4](size)))
+        STAND_IN::release(old);
+    }
+    --working;
+  });
   while (working > 0) {
     text_of(dump_all);
     const MEM_INSIDE_AS_CAT nothing_moves;
