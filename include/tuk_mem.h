@@ -258,7 +258,10 @@ TUK_MEM_API void mem_allocate_spare_memory();
 /// Frees the calling thread's spare block and the process-wide one.
 TUK_MEM_API void mem_free_spare_memory();
 /// Frees the spare blocks, reports once (through the host's handler, else on standard error with
-/// the process's peak in decimal megabytes) and ends the process with status 1.
+/// the process's peak in decimal megabytes) and ends the process with status 1. Any thread; a
+/// second one waits for the first one's reports, ten seconds at most, and ends the process without
+/// more. Where the library itself is at work on this thread it throws std::bad_alloc instead, which
+/// the library catches.
 [[noreturn]] TUK_MEM_API void mem_out_of_memory();
 /// mem_out_of_memory in the shape of a handler that returns an int.
 TUK_MEM_API int mem_microsoft_new_handler();
@@ -315,8 +318,8 @@ TUK_MEM_API void mem_set_alloc_pattern(int pattern);
 TUK_MEM_API void mem_set_free_pattern(int pattern);
 /// Stops both.
 TUK_MEM_API void mem_disable_alloc_patterns();
-/// Switches the log of every allocation and release, "mem_allocations.log" in the current
-/// directory, on (truncating it the first time) or off (the file stays open).
+/// Switches the log of every allocation and release, "mem_allocations.log" in the report directory,
+/// on (truncating it the first time) or off (the file stays open).
 TUK_MEM_API void mem_set_print_allocations_callback_enabled(bool on);
 
 // ---------------------------------------------------------------------------------------------
@@ -529,12 +532,13 @@ TUK_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostrea
 /// The same for tags, each row headed by the bin that was open; always true. [signal]
 TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary,
                                                                 std::ostream& detailed);
-/// Ends tracking for good and writes every report asked for into the current directory. Does
-/// nothing before initialisation and the second time, nor when an error ends the process from
-/// inside the tracker's own accounting: that thread would wait for itself. Of two threads that end
-/// tracking at once one does it and the other waits; called again on its own thread, by a callback
-/// for instance, it returns at once. A bin beyond the 65536th that is open now is left out of the
-/// tag timeline's last sample, which is said on the debug channel.
+/// Ends tracking for good and writes every report asked for into the report directory, by default
+/// the current one; one line on standard error names each that can't be written whole. Does nothing
+/// before initialisation and the second time, nor when an error ends the process from inside the
+/// tracker's own accounting: that thread would wait for itself. Of two threads that end tracking at
+/// once one does it and the other waits; called again on its own thread, by a callback for
+/// instance, it returns at once. A bin beyond the 65536th that is open now is left out of the tag
+/// timeline's last sample, which is said on the debug channel.
 TUK_MEM_API void mem_shutdown_tbb_tracking();
 /// Runs the shutdown and frees the tracker, with the same promises. Does nothing before
 /// initialisation.

@@ -50,15 +50,6 @@ C_LIBRARY_BACKTRACE c_library_backtrace = nullptr;
 std::atomic<ERR_UNWINDER_TESTER::REPORT> tester_report{nullptr};
 std::atomic<bool> fde_cache_enabled{false};
 
-// The caller of a function that has asked for its own frame by __builtin_frame_address(0), and has
-// a frame pointer therefore.
-MEM_UNWIND_FRAME caller_of(void const* own_frame) {
-  auto const* const words = static_cast<std::uintptr_t const*>(own_frame);
-  return {.return_address = words[1],
-          .stack_pointer = reinterpret_cast<std::uintptr_t>(words + 2),
-          .frame_pointer = words[0]};
-}
-
 // An instruction of the function that calls this.
 [[gnu::always_inline]] inline void const* own_instruction() {
   void const* instruction;
@@ -72,7 +63,7 @@ class EH_FRAME_UNWINDER final : public ERR_UNWINDER {
   char const* name() const override { return "eh_frame_internal"; }
 
   [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
-    const MEM_UNWIND_FRAME caller = caller_of(__builtin_frame_address(0));
+    const MEM_UNWIND_FRAME caller = mem_caller_of(__builtin_frame_address(0));
     if (skip > 0) [[likely]]
       return mem_walk_stack(caller, skip - 1, buffer, std::max(max_frames, 0));
     if (max_frames <= 0) return 0;
@@ -99,7 +90,7 @@ class TESTER_UNWINDER final : public ERR_UNWINDER {
   [[gnu::noinline]] int capture(void const** buffer, int max_frames, int skip, int) override {
     WALK first;
     WALK second;
-    const MEM_UNWIND_FRAME caller = caller_of(__builtin_frame_address(0));
+    const MEM_UNWIND_FRAME caller = mem_caller_of(__builtin_frame_address(0));
     auto** const frames = const_cast<void const**>(first.frames);
     frames[0] = own_instruction();
     first.count = 1 + mem_walk_stack(caller, 0, frames + 1, most_frames - 1);

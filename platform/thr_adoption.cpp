@@ -10,10 +10,13 @@
 #include <atomic>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/raw_syscall.h"
+#include "platform/thr_command.h"
+#include "platform/thr_room.h"
 
 namespace {
 
@@ -42,6 +45,26 @@ bool init_takes_care_of_children() {
   const std::uint64_t signals = signals_of(status, "\nSigBlk:") | signals_of(status, "\nSigIgn:") |
                                 signals_of(status, "\nSigCgt:");
   return (signals >> (SIGCHLD - 1) & 1) != 0;
+}
+
+// Whether the parent was started to be profiled, and may be or have an ancestor that adopts orphans
+// and waits for all its children. None of them tells.
+bool parent_is_a_host() {
+  constexpr std::size_t most = std::size_t{1} << 20;
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/%ld/environ", thr_raw_syscall(SYS_getppid));
+  const long file = thr_raw_syscall(SYS_open, path, O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  THR_ROOM room(most);
+  char* const text = room.exists() ? room.take<char>(most) : nullptr;
+  std::size_t length = 0;
+  long got = 1;
+  while (text != nullptr && got > 0 && length < most) {
+    got = thr_raw_syscall(SYS_read, file, text + length, most - length);
+    if (got > 0) length += static_cast<std::size_t>(got);
+  }
+  thr_raw_syscall(SYS_close, file);
+  return thr_environment_profiles({text, length});
 }
 
 // The dynamic section of the executable, as it lies in memory.
@@ -82,7 +105,9 @@ bool executable_can_trace() {
 }
 
 // Whether orphans of this process go to somebody who looks after them, or have to.
-bool orphans_are_looked_after() { return init_takes_care_of_children() || executable_can_trace(); }
+bool orphans_are_looked_after() {
+  return executable_can_trace() || (init_takes_care_of_children() && !parent_is_a_host());
+}
 
 }  // namespace
 

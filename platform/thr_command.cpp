@@ -10,9 +10,9 @@
 
 namespace {
 
-// A child with any of these would be profiled itself, and start children of its own.
-constexpr std::string_view profiling_variables[] = {"LD_PRELOAD=", "KORVANE_MEM_",
-                                                    "MEM_LEAK_TRACKING_IN_VX_MODE="};
+// A process with any of these is profiled, and starts children of its own.
+constexpr std::string_view switches[] = {"KORVANE_MEM_", "MEM_LEAK_TRACKING_IN_VX_MODE="};
+constexpr std::string_view preload = "LD_PRELOAD=";
 
 constexpr char system_path[] = "PATH=/usr/bin:/bin";
 
@@ -25,10 +25,13 @@ std::string_view search_path() {
   return path == nullptr ? of_the_system : std::string_view(path);
 }
 
+bool is_switch(std::string_view variable) {
+  return std::any_of(std::begin(switches), std::end(switches),
+                     [&](std::string_view name) { return variable.starts_with(name); });
+}
+
 bool would_profile(std::string_view variable) {
-  return std::any_of(
-      std::begin(profiling_variables), std::end(profiling_variables),
-      [&](std::string_view name) { return variable.substr(0, name.size()) == name; });
+  return variable.starts_with(preload) || is_switch(variable);
 }
 
 // Calls `take` with each variable of the child's environment.
@@ -112,4 +115,13 @@ bool thr_read_command(char const* command, THR_ROOM& room, THR_COMMAND& result) 
     if (count < most) result.environment[count++] = variable;
   });
   return true;
+}
+
+bool thr_environment_profiles(std::string_view environment) {
+  while (!environment.empty()) {
+    const std::string_view variable = environment.substr(0, environment.find('\0'));
+    if (is_switch(variable)) return true;
+    environment.remove_prefix(std::min(variable.size() + 1, environment.size()));
+  }
+  return false;
 }

@@ -184,12 +184,15 @@ THR_BARE bool open_what_is_watched(const PLAN& plan, pollfd* events) {
 
 // Until the program has ended, or the kernel has killed it for the life line's sake. At the host's
 // end it may live on, when a child of the host has the life line too; but not longer than this.
+// Where a filter of the host's forbids to watch, the program's end is waited for: it comes when
+// nobody is left to ask it.
 THR_BARE void stay_until_the_end(const PLAN& plan, pollfd* events) {
+  long answer = 0;
   do {
-    thr_raw_syscall(SYS_ppoll, events, number_watched, nullptr, nullptr);
-  } while (events[of_life_line].revents == 0 && events[of_program].revents == 0 &&
-           events[of_host].revents == 0);
-  if (events[of_life_line].revents != 0 || events[of_program].revents != 0)
+    answer = thr_raw_syscall(SYS_ppoll, events, number_watched, nullptr, nullptr);
+  } while ((answer >= 0 || answer == -EINTR) && events[of_life_line].revents == 0 &&
+           events[of_program].revents == 0 && events[of_host].revents == 0);
+  if (answer < 0 || events[of_life_line].revents != 0 || events[of_program].revents != 0)
     thr_raw_syscall(SYS_wait4, plan.program, nullptr, __WALL, nullptr);
 }
 

@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <ctime>
 #include <utility>
 
@@ -15,6 +13,7 @@
 #include "platform/thr_command.h"
 #include "platform/thr_descriptor.h"
 #include "platform/thr_hidden_child.h"
+#include "platform/thr_quiet_write.h"
 #include "platform/thr_room.h"
 
 namespace {
@@ -66,35 +65,6 @@ RUNNING* running(THR_PROCESS process) {
   RUNNING& found = processes[static_cast<std::size_t>(process)];
   return found.exists ? &found : nullptr;
 }
-
-// Keeps a write to a broken pipe from raising SIGPIPE in the host. The signal is raised on the
-// writing thread, so holding it back there and taking it off again is enough.
-class SIGPIPE_HELD {
- public:
-  SIGPIPE_HELD() {
-    SIGNAL_SET pending = 0;
-    thr_raw_syscall(SYS_rt_sigpending, &pending, sizeof pending);
-    m_pending_before = (pending & sigpipe) != 0;
-    thr_raw_syscall(SYS_rt_sigprocmask, SIG_BLOCK, &sigpipe, &m_former_mask, sizeof sigpipe);
-  }
-  SIGPIPE_HELD(const SIGPIPE_HELD&) = delete;
-  SIGPIPE_HELD& operator=(const SIGPIPE_HELD&) = delete;
-  ~SIGPIPE_HELD() {
-    const timespec at_once{};
-    if (!m_pending_before)
-      while (thr_raw_syscall(SYS_rt_sigtimedwait, &sigpipe, nullptr, &at_once, sizeof sigpipe) ==
-             -EINTR) {
-      }
-    thr_raw_syscall(SYS_rt_sigprocmask, SIG_SETMASK, &m_former_mask, nullptr, sizeof sigpipe);
-  }
-
- private:
-  using SIGNAL_SET = std::uint64_t;
-  static constexpr SIGNAL_SET sigpipe = SIGNAL_SET{1} << (SIGPIPE - 1);
-
-  SIGNAL_SET m_former_mask = 0;
-  bool m_pending_before = false;
-};
 
 // The line's other end is gone once the child, what it has started and its keeper have ended.
 bool has_ended(THR_PROCESS process) {
@@ -171,10 +141,10 @@ bool thr_process_read(THR_PIPE pipe, char* buffer, std::size_t length, std::size
 }
 
 bool thr_process_write(THR_PIPE pipe, char const* text, std::size_t length, std::size_t* count) {
-  const SIGPIPE_HELD held;
   std::size_t written = 0;
   while (written < length && thr_process_has_pipe(pipe)) {
-    const long put = thr_raw_syscall(SYS_write, pipe, text + written, length - written);
+    const iovec rest{.iov_base = const_cast<char*>(text) + written, .iov_len = length - written};
+    const long put = thr_quiet_write(pipe, &rest, 1);
     if (put == -EINTR) continue;
     if (put < 0) break;
     written += static_cast<std::size_t>(put);

@@ -1,5 +1,5 @@
-// Switching the hooks of a debugging aid on and off, from any thread. Relies on mem/base and
-// mem/state, like everything in this folder.
+// Switching the hooks of a debugging aid on and off, from any thread. Relies on mem/unwind,
+// mem/base, mem/state and mem/output, like everything in this folder.
 #pragma once
 
 /// The hooks of one aid are in place or they are not; the allocator would take the same hook twice,

@@ -1,3 +1,3 @@
 #include "mem/base/bookkeeping.h"
 
-constinit std::atomic<bool> mem_pools_are_abandoned = false;
+constinit std::atomic<MEM_POOLS> mem_pools = MEM_POOLS::IN_USE;

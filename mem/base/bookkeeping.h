@@ -11,11 +11,19 @@
 #include <new>
 #include <string>
 
-/// Set in a child made by fork, where a thread that is gone may have locked oneTBB's pools. Nothing
-/// is measured there: memory comes from the host's allocator, and none is given back.
-extern std::atomic<bool> mem_pools_are_abandoned;
+#include "mem/base/reserve.h"
 
-/// An allocator that asks POOL, but for a forked child.
+/// Where the memory comes from.
+enum class MEM_POOLS : unsigned char {
+  IN_USE,        ///< from oneTBB's pools
+  WITH_RESERVE,  ///< memory has run out: what the pools don't have comes from the reserve
+  ABANDONED,  ///< in a child made by fork, where a thread that is gone may have locked the pools.
+              ///< Nothing is measured there: memory comes from the host's allocator, and none is
+              ///< given back
+};
+extern std::atomic<MEM_POOLS> mem_pools;
+
+/// An allocator that asks POOL, but where that is no use.
 template <class T, template <class> class POOL>
 class MEM_POOL_ALLOCATOR {
  public:
@@ -30,24 +38,39 @@ class MEM_POOL_ALLOCATOR {
   explicit(false) MEM_POOL_ALLOCATOR(const MEM_POOL_ALLOCATOR<OTHER, POOL>&) {}
 
   T* allocate(std::size_t count) {
-    if (mem_pools_are_abandoned.load(std::memory_order_relaxed)) [[unlikely]]
-      return allocate_from_host(count);
+    if (mem_pools.load(std::memory_order_relaxed) != MEM_POOLS::IN_USE) [[unlikely]]
+      return allocate_elsewhere(count);
     return POOL<T>().allocate(count);
   }
   void deallocate(T* memory, std::size_t count) {
-    if (!mem_pools_are_abandoned.load(std::memory_order_relaxed)) [[likely]]
+    if (mem_pools.load(std::memory_order_relaxed) == MEM_POOLS::IN_USE) [[likely]]
+      POOL<T>().deallocate(memory, count);
+    else if (mem_pools == MEM_POOLS::WITH_RESERVE && !mem_give_back_to_reserve(memory))
       POOL<T>().deallocate(memory, count);
   }
   bool operator==(const MEM_POOL_ALLOCATOR&) const = default;
 
  private:
+  static T* allocate_elsewhere(std::size_t count) {
+    if (mem_pools == MEM_POOLS::ABANDONED) return allocate_from_host(count);
+    try {
+      return POOL<T>().allocate(count);
+    } catch (const std::bad_alloc&) {
+      void* const room = mem_take_from_reserve(bytes_of(count), alignof(T));
+      if (room == nullptr) throw;
+      return static_cast<T*>(room);
+    }
+  }
+
   static T* allocate_from_host(std::size_t count) {
     constexpr std::size_t alignment = alignof(T) < sizeof(void*) ? sizeof(void*) : alignof(T);
     void* memory = nullptr;
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): a container's buckets may be pointers.
-    if (posix_memalign(&memory, alignment, count * sizeof(T)) != 0) throw std::bad_alloc();
+    if (posix_memalign(&memory, alignment, bytes_of(count)) != 0) throw std::bad_alloc();
     return static_cast<T*>(memory);
   }
+
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): a container's buckets may be pointers.
+  static std::size_t bytes_of(std::size_t count) { return count * sizeof(T); }
 };
 
 // The sanitizers know nothing of oneTBB's pools: a block that one thread frees and another gets is

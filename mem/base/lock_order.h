@@ -19,6 +19,7 @@ enum class MEM_LOCK_ORDER : int {
   BIN_GROWTH,       ///< growing one
   BIN_REGISTRY,     ///< creating and ending the registries of bins
   TEXTS,            ///< kept texts
+  RESERVE,          ///< the memory kept back for the reports
 };
 
 /// Compiled in by TUK_MEM_CHECK_LOCK_ORDER (debug and sanitizer builds): a lock taken out of order

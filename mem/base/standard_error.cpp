@@ -1,17 +1,13 @@
 #include "mem/base/standard_error.h"
 
 #include <poll.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include "mem/base/host_thread.h"
+#include "platform/thr_quiet_write.h"
 
-namespace {
-constexpr int longest_wait_ms = 100;
-}
-
-// A write to a pipe without a reader would end the host by a signal.
-void mem_say_on_standard_error(std::string_view line) {
+// Without a reader the wait already says so.
+void mem_say_on_standard_error(std::string_view line, int longest_wait_ms) {
   const MEM_ERRNO_KEPT host_errno;
   const MEM_CANCELLATION_HELD not_cancelled;
   pollfd descriptor = {STDERR_FILENO, POLLOUT, 0};
@@ -19,5 +15,5 @@ void mem_say_on_standard_error(std::string_view line) {
   char line_end = '\n';
   const iovec pieces[] = {{const_cast<char*>(line.data()), line.size()}, {&line_end, 1}};
   // Nobody is left to tell that this failed.
-  [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, pieces, 2);
+  thr_quiet_write(STDERR_FILENO, pieces, 2);
 }

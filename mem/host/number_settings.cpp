@@ -1,5 +1,4 @@
 // Numbers among the settings: what is one, and what is said of what is none.
-#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -7,10 +6,11 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "mem/base/standard_error.h"
+#include "mem/base/error_line.h"
 #include "mem/host/callbacks.h"
 #include "mem/host/environment.h"
 #include "mem/host/settings.h"
+#include "mem/host/settings_in_force.h"
 
 namespace {
 
@@ -28,18 +28,12 @@ const char* allowed(MEM_SETTING_TYPE type) {
   }
 }
 
-bool is_control_character(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
-
-// One line, whatever the text holds. What `holds` now, unless that is for the caller to say.
+// What `holds` now, unless that is for the caller to say.
 void report(const MEM_SETTING& setting, const char* text, std::optional<long long> holds) {
-  char line[512];  // with room for the longest name, 200 characters of the text and a number
-  int length = std::snprintf(line, sizeof line, "MEM: %s is \"%.200s\", which is not %s",
-                             setting.name, text, allowed(setting.type));
-  if (holds)
-    length += std::snprintf(line + length, sizeof line - static_cast<std::size_t>(length),
-                            ": %lld holds", *holds);
-  std::replace_if(line, line + length, is_control_character, '?');
-  mem_say_on_standard_error({line, static_cast<std::size_t>(length)});
+  char now[32] = "";
+  if (holds) std::snprintf(now, sizeof now, ": %lld holds", *holds);
+  mem_say_error_line("MEM: %s is \"%.200s\", which is not %s%s", setting.name, text,
+                     allowed(setting.type), now);
 }
 
 // The numbers divide signed ones, and a period of 0 has no meaning.
@@ -54,14 +48,17 @@ std::uint64_t leading_number(const char* text, bool& whole) {
   return parsed.ec == std::errc() ? number : 0;
 }
 
-std::uint64_t from_environment(const MEM_SETTING& setting, std::uint64_t holds) {
+// What a name sets; nothing where it sets none, and what was set before still `holds`.
+using NUMBER = std::optional<std::uint64_t>;
+
+NUMBER from_environment(const MEM_SETTING& setting, std::uint64_t holds) {
   const char* const text = mem_environment_value(setting.name);
-  if (text == nullptr || *text == '\0') return holds;
+  if (text == nullptr || *text == '\0') return {};
   bool whole = false;
   const std::uint64_t number = leading_number(text, whole);
   if (is_usable(number)) holds = number;
   if (!whole || !is_usable(number)) report(setting, text, static_cast<long long>(holds));
-  return holds;
+  return is_usable(number) ? NUMBER(number) : NUMBER();
 }
 
 // Whether the text is nothing but a number: the standard conversions skip blanks in front of one
@@ -86,14 +83,14 @@ auto converted(const MEM_SETTING& setting, const std::string& text, CONVERT conv
   }
 }
 
-std::uint64_t from_settings_file(const MEM_SETTING& setting, std::uint64_t holds) {
+NUMBER from_settings_file(const MEM_SETTING& setting, std::uint64_t holds) {
   const std::string text = mem_cfg_get_value(setting.name);
-  if (text.empty()) return holds;
+  if (text.empty()) return {};
   const std::uint64_t number =
       converted(setting, text, [](const std::string& digits) { return std::stoull(digits); });
   if (is_usable(number)) return number;
   report(setting, text.c_str(), static_cast<long long>(holds));
-  return holds;
+  return {};
 }
 
 int from_settings_file(const MEM_SETTING& setting, const std::string& text) {
@@ -108,9 +105,11 @@ int from_settings_file(const MEM_SETTING& setting, const std::string& text) {
 int mem_setting_integer(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::INTEGER> name) {
   const MEM_SETTING& setting = name.setting();
   const int number = mem_cfg_get_int_value(setting.name, mem_default_number(name.row()));
-  if (mem_host_callbacks.cfg_get_int_value != nullptr) return number;
   const char* const text = mem_environment_value(setting.name);
-  if (text == nullptr || *text == '\0') return number;
+  const bool is_host = mem_host_callbacks.cfg_get_int_value != nullptr;
+  const bool is_set = is_host || (text != nullptr && *text != '\0');
+  mem_note_setting(name.row(), is_set ? &setting : nullptr, std::to_string(number));
+  if (is_host || !is_set) return number;
   bool whole = false;
   if (leading_number(text, whole) > INT_MAX || !whole) report(setting, text, number);
   return number;
@@ -118,19 +117,28 @@ int mem_setting_integer(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::INTEGER> name) {
 
 std::uint64_t mem_setting_unsigned(const MEM_SETTINGS_ROW& row) {
   auto holds = static_cast<std::uint64_t>(mem_default_number(row));
+  const MEM_SETTING* set_by = nullptr;
   for (const MEM_SETTING& setting : row.settings) {
-    if (setting.source == MEM_SETTING::ENVIRONMENT) holds = from_environment(setting, holds);
-    if (setting.source == MEM_SETTING::SETTINGS_FILE) holds = from_settings_file(setting, holds);
+    NUMBER set;
+    if (setting.source == MEM_SETTING::ENVIRONMENT) set = from_environment(setting, holds);
+    if (setting.source == MEM_SETTING::SETTINGS_FILE) set = from_settings_file(setting, holds);
+    if (!set) continue;
+    holds = *set;
+    set_by = &setting;
   }
+  mem_note_setting(row, set_by, std::to_string(holds));
   return holds;
 }
 
 std::optional<int> mem_setting_signed(const MEM_SETTINGS_ROW& row) {
   std::optional<int> holds;
+  mem_note_setting(row, nullptr, row.default_value);
   for (const MEM_SETTING& setting : row.settings) {
     if (setting.source == MEM_SETTING::NONE) continue;
     const std::string text = mem_cfg_get_value(setting.name);
-    if (!text.empty()) holds = from_settings_file(setting, text);
+    if (text.empty()) continue;
+    holds = from_settings_file(setting, text);
+    mem_note_setting(row, &setting, text);
   }
   return holds;
 }

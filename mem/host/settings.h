@@ -7,18 +7,18 @@
 #include "mem/host/settings_table.h"
 
 /// Whether a switch is on.
-bool mem_setting_is_on(const MEM_SETTING& setting);
-inline bool mem_setting_is_on(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::SWITCH> name) {
-  return mem_setting_is_on(name.setting());
-}
+bool mem_setting_is_on(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::SWITCH> name);
 /// Whether any switch of the row is on: the later ones are only asked for when the former are off.
 bool mem_setting_is_on(const MEM_SETTINGS_ROW& row);
 
 /// Whether a variable is set at all.
 bool mem_setting_is_present(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::PRESENCE> name);
 
-/// A text; empty when it is not set.
-std::string mem_setting_text(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::TEXT> name);
+/// What holds of a row of texts; empty when none is set.
+std::string mem_setting_text(const MEM_SETTINGS_ROW& row);
+inline std::string mem_setting_text(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::TEXT> name) {
+  return mem_setting_text(name.row());
+}
 
 /// The answer of mem_cfg_get_int_value, which is given the table's default.
 int mem_setting_integer(MEM_NAME_OF_SETTING<MEM_SETTING_TYPE::INTEGER> name);

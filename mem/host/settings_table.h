@@ -35,7 +35,7 @@ constexpr MEM_SETTING mem_ini(const char* name, MEM_SETTING_TYPE type = MEM_SETT
 }
 
 /// One thing that can be set, and the names by which it is, in the order in which they are asked.
-/// Any switch of a row turns it on; of numbers, the last one that is set holds.
+/// Any switch of a row turns it on; of numbers and texts, the last one that is set holds.
 struct MEM_SETTINGS_ROW {
   MEM_SETTING settings[3];
   const char* default_value;  ///< what holds when none is set; empty for off or nothing
@@ -85,6 +85,10 @@ inline constexpr MEM_SETTINGS_ROW mem_settings[] = {
      "",
      "the process's own figures over time",
      MEM_TRACK_AUXILIARY_TIMELINE},
+    {{mem_env("KORVANE_MEM_REPORT_DIRECTORY", MEM_SETTING_TYPE::TEXT),
+      mem_ini("mem_report_directory", MEM_SETTING_TYPE::TEXT)},
+     "",
+     "the directory of all files that are written, see below; the setting wins"},
     {{mem_env("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", MEM_SETTING_TYPE::UNSIGNED),
       mem_ini("mem_profile_library_snapshot_period", MEM_SETTING_TYPE::UNSIGNED)},
      "131072",
@@ -141,6 +145,11 @@ consteval const MEM_SETTINGS_ROW& mem_settings_row(std::string_view name) {
     for (const MEM_SETTING& setting : row.settings)
       if (setting.source != MEM_SETTING::NONE && setting.name == name) return row;
   throw "no such setting";
+}
+
+/// Where the row stands in the table.
+constexpr std::size_t mem_settings_row_number(const MEM_SETTINGS_ROW& row) {
+  return static_cast<std::size_t>(&row - mem_settings);
 }
 
 /// The number that a row's default is.

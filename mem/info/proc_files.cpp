@@ -1,33 +1,58 @@
 #include "mem/info/proc_files.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdarg>
+#include <cstdio>
 
 #include "include/tuk_mem.h"
 #include "mem/base/host_thread.h"
-#include "mem/state/thread_flags.h"
 
 namespace {
 
-// A stream of the C library and its buffer. What the library takes for it is no block of the
-// host's. Its user holds cancellation back, which would leave it open.
-class PROC_STREAM {
+// A file read through a buffer of its own: memory may just have run out. Its user holds
+// cancellation back, which would leave it open.
+class PROC_FILE {
  public:
-  explicit PROC_STREAM(std::FILE* file) : m_file(file) {
-    if (file != nullptr) std::setvbuf(file, m_buffer.data(), _IOFBF, m_buffer.size());
-  }
-  PROC_STREAM(const PROC_STREAM&) = delete;
-  PROC_STREAM& operator=(const PROC_STREAM&) = delete;
-  ~PROC_STREAM() {
-    const MEM_THREAD_TRACKING_BLOCKED blocked;
-    if (m_file != nullptr) std::fclose(m_file);
+  explicit PROC_FILE(int descriptor) : m_descriptor(descriptor) {}
+  PROC_FILE(const PROC_FILE&) = delete;
+  PROC_FILE& operator=(const PROC_FILE&) = delete;
+  ~PROC_FILE() {
+    if (is_open()) close(m_descriptor);
   }
 
-  std::FILE* get() const { return m_file; }
+  bool is_open() const { return m_descriptor >= 0; }
+
+  // The next byte, or EOF.
+  int get() {
+    if (m_next == m_end && !fill()) return EOF;
+    return static_cast<unsigned char>(m_buffer[m_next++]);
+  }
+
+  // What is left of it, cut to the buffer.
+  char const* rest() {
+    std::size_t length = 0;
+    for (int c = get(); c != EOF && length + 1 < m_text.size(); c = get())
+      m_text[length++] = static_cast<char>(c);
+    m_text[length] = '\0';
+    return m_text.data();
+  }
 
  private:
-  std::FILE* m_file;
-  std::array<char, 4096> m_buffer;
+  bool fill() {
+    const ssize_t count = read(m_descriptor, m_buffer.data(), m_buffer.size());
+    m_next = 0;
+    m_end = count > 0 ? static_cast<std::size_t>(count) : 0;
+    return m_end != 0;
+  }
+
+  int m_descriptor;
+  std::size_t m_next = 0;
+  std::size_t m_end = 0;
+  std::array<char, 1024> m_buffer;
+  std::array<char, 1024> m_text;
 };
 
 // As mem_msg_vdebug, but no query throws: an exception of the host's callback ends here.
@@ -43,25 +68,20 @@ class PROC_STREAM {
 
 using PATH = std::array<char, 64>;
 
-// The C library's formats and streams all through: those of C++ follow the host's global locale.
+// The C library's formats all through: those of C++ follow the host's global locale.
 PATH path_of(unsigned long pid, const char* file) {
   PATH path;
   std::snprintf(path.data(), path.size(), "/proc/%lu%s", pid, file);
   return path;
 }
 
-std::FILE* open_untracked(const char* path) {
-  const MEM_THREAD_TRACKING_BLOCKED blocked;
-  return std::fopen(path, "re");
-}
-
 using LINE = std::array<char, 256>;
 
 // The next line without its end, cut where it is longer than any that is looked for.
-bool next_line(std::FILE* file, LINE& line) {
+bool next_line(PROC_FILE& file, LINE& line) {
   std::size_t length = 0;
   int c = 0;
-  while ((c = getc_unlocked(file)) != EOF && c != '\n')
+  while ((c = file.get()) != EOF && c != '\n')
     if (length + 1 < line.size()) line[length++] = static_cast<char>(c);
   line[length] = '\0';
   return length != 0 || c != EOF;
@@ -113,9 +133,9 @@ constexpr LINE_ROW<MEM_LINUX_PROC_MEMINFO_T> meminfo_lines[] = {
 
 }  // namespace
 
-std::FILE* MEM_LINUX_PROC_T::open(const char* caller, const char* path) {
-  std::FILE* file = open_untracked(path);
-  if (file == nullptr) report("%s: error opening %s", caller, path);
+int MEM_LINUX_PROC_T::open(const char* caller, const char* path) {
+  const int file = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (file < 0) report("%s: error opening %s", caller, path);
   return file;
 }
 
@@ -128,11 +148,10 @@ int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, unsigned long pid) {
 int MEM_LINUX_PROC_PID_STAT_T::read(const char* caller, const char* path) {
   constexpr int expected = 3;
   const MEM_CANCELLATION_HELD held;
-  const PROC_STREAM file(open(caller, path));
-  if (file.get() == nullptr) return -1;
-  std::rewind(file.get());
-  const int found = std::fscanf(
-      file.get(),
+  PROC_FILE file(open(caller, path));
+  if (!file.is_open()) return -1;
+  const int found = std::sscanf(
+      file.rest(),
       "%*s %*s %*s %*s %*s %*s %*s %*s %*s %llu %*s %llu %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s "
       "%llu",
       &minor_faults, &major_faults, &virtual_size);
@@ -153,10 +172,9 @@ int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, unsigned long pid) {
 int MEM_LINUX_PROC_PID_STATM_T::read(const char* caller, const char* path) {
   constexpr int expected = 5;
   const MEM_CANCELLATION_HELD held;
-  const PROC_STREAM file(open(caller, path));
-  if (file.get() == nullptr) return -1;
-  std::rewind(file.get());
-  const int found = std::fscanf(file.get(), "%llu %llu %llu %llu %*s %llu", &size, &resident,
+  PROC_FILE file(open(caller, path));
+  if (!file.is_open()) return -1;
+  const int found = std::sscanf(file.rest(), "%llu %llu %llu %llu %*s %llu", &size, &resident,
                                 &shared, &text, &data);
   if (found == expected) return 0;
   report("%s: unexpected number of values found in /proc/self/statm.  Found %d, expected %d",
@@ -174,9 +192,9 @@ int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, unsigned long pid) {
 
 int MEM_LINUX_PROC_PID_STATUS_T::read(const char* caller, const char* path) {
   const MEM_CANCELLATION_HELD held;
-  const PROC_STREAM file(open(caller, path));
-  if (file.get() == nullptr) return -1;
-  for (LINE line; next_line(file.get(), line);) take_line(line, status_lines, *this);
+  PROC_FILE file(open(caller, path));
+  if (!file.is_open()) return -1;
+  for (LINE line; next_line(file, line);) take_line(line, status_lines, *this);
   return 0;
 }
 
@@ -185,10 +203,10 @@ int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller) { return read(caller, "/p
 int MEM_LINUX_PROC_MEMINFO_T::read(const char* caller, const char* path) {
   constexpr int expected = 4;
   const MEM_CANCELLATION_HELD held;
-  const PROC_STREAM file(open(caller, path));
-  if (file.get() == nullptr) return -1;
+  PROC_FILE file(open(caller, path));
+  if (!file.is_open()) return -1;
   int found = 0;
-  for (LINE line; found < expected && next_line(file.get(), line);)
+  for (LINE line; found < expected && next_line(file, line);)
     if (take_line(line, meminfo_lines, *this)) ++found;
   if (found == expected) return 0;
   report("%s: error: found %d items, expected %d", caller, found, expected);

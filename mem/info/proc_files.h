@@ -1,16 +1,15 @@
-// Readers of the kernel's memory files. Relies on mem/base and mem/state.
+// Readers of the kernel's memory files. Relies on mem/base.
 //
 // Every read opens its file afresh and keeps only the fields listed. The readers answer 0 on
 // success and -1 on failure, which they report on the debug channel under the caller's name; they
-// never throw. Any thread; a thread that reads is not cancelled meanwhile.
+// never throw, and take nothing from the heap. Any thread; a thread that reads is not cancelled
+// meanwhile.
 #pragma once
-
-#include <cstdio>
 
 class MEM_LINUX_PROC_T {
  protected:
-  /// The file opened for reading, closed on exec, or null after a message.
-  static std::FILE* open(const char* caller, const char* path);
+  /// The descriptor of the file opened for reading, closed on exec; negative after a message.
+  static int open(const char* caller, const char* path);
 };
 
 /// "/proc/<pid>/stat".

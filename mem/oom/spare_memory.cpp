@@ -19,8 +19,8 @@ using SPARE_BLOCK = std::atomic<void*>;
     nullptr;
 constinit SPARE_BLOCK mem_reserved_main_thread_calloc_memory = nullptr;
 
-// The critical section keeps threads apart while it exists; after the last teardown, exchanging the
-// pointers is all there is.
+// The critical section keeps threads apart; where memory has run out, and after the last teardown,
+// exchanging the pointers is all there is.
 void reserve(SPARE_BLOCK& block) {
   if (block != nullptr) return;
   void* fresh = mem_allocate_zeroed(spare_block_size);

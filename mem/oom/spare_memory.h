@@ -8,8 +8,7 @@
 /// block is allocated.
 extern std::atomic<bool> mem_out_of_memory_already_reported;
 
-/// Frees the process-wide spare block and the calling thread's.
-/// Hold mem_critical_section: it guards the process-wide block.
+/// Frees the process-wide spare block and the calling thread's. Any thread, without a lock.
 void mem_release_spare_blocks();
 
 /// Allocates what is missing of the two, unless memory has run out. Hold mem_critical_section.

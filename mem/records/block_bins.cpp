@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <new>
 
 #include "mem/base/bookkeeping.h"
 #include "mem/base/static_storage.h"
@@ -32,10 +33,13 @@ void mem_create_block_bins() {
   if (mem_addr_to_bpin_pair_hash == nullptr) mem_addr_to_bpin_pair_hash = storage.construct();
 }
 
-void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) {
+bool mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) try {
   MEM_HASH_BANK::accessor entry;
   bank_of(block).insert(entry, block);
   entry->second = bins;
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {

@@ -18,8 +18,8 @@ struct MEM_BLOCK_BINS {
 void mem_create_block_bins();
 extern const MEM_PART mem_block_bins_part;
 
-/// Remembers a block; may throw std::bad_alloc. Like the next, inside the tracker's lock.
-void mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins);
+/// Remembers a block; false, for want of memory. Like the next, inside the tracker's lock.
+bool mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins);
 
 /// Forgets a block and returns its bins; nothing when it was never charged to any.
 std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block);

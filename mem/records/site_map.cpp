@@ -46,6 +46,9 @@ PLACE& place_of(void const* address) {
   return &found->second;
 }
 
+// A copy of the record's counters and who it is, and what sets of modules or files take beside it.
+constexpr std::size_t report_bytes_per_site = sizeof(MEMORY_TRACKER_BASE) + 64;
+
 using RECORDS_MEMORY = MEM_BOOKKEEPING_ALLOCATOR<MEM_SITE_RECORDS>;
 
 MEM_SITE_RECORDS* make_records() {
@@ -129,6 +132,7 @@ MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRAC
   const auto found = mem_address_tracker_map->find(address);
   if (found != mem_address_tracker_map->end()) return found->second;
   if (bring_back_retired(verdict, address)) return mem_address_tracker_map->find(address)->second;
+  mem_add_to_reserve(report_bytes_per_site);
   return mem_address_tracker_map->emplace(address, verdict).first->second;
 }
 

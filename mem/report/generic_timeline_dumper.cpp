@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-MEM_TIMELINE_SUMMARY::MEM_TIMELINE_SUMMARY(std::vector<MEM_TIMELINE_COLUMN> columns)
+MEM_TIMELINE_SUMMARY::MEM_TIMELINE_SUMMARY(MEM_TIMELINE_COLUMNS columns)
     : m_columns(std::move(columns)),
       m_hidden(m_columns.size() > most_shown ? m_columns.size() - most_shown : 0) {
   std::stable_sort(

@@ -22,28 +22,31 @@ struct MEM_TIMELINE_COLUMN {
       : name(series), value(values.begin()), max(values.largest()) {}
 };
 
+using MEM_TIMELINE_COLUMNS =
+    std::vector<MEM_TIMELINE_COLUMN, MEM_BOOKKEEPING_ALLOCATOR<MEM_TIMELINE_COLUMN>>;
+
 /// The columns of the summary: the 18 series with the largest maxima, smallest of them first,
 /// equal ones in the order of the detailed table; all others are summed up as "Misc".
 class MEM_TIMELINE_SUMMARY {
  public:
   static constexpr std::size_t most_shown = 18;
 
-  explicit MEM_TIMELINE_SUMMARY(std::vector<MEM_TIMELINE_COLUMN> columns);
+  explicit MEM_TIMELINE_SUMMARY(MEM_TIMELINE_COLUMNS columns);
 
   void write_header(MEM_REPORT_TEXT& out) const;
   /// Writes the values of the next sample.
   void write_next(MEM_REPORT_TEXT& out);
 
  private:
-  std::vector<MEM_TIMELINE_COLUMN> m_columns;  // by maximum
-  std::size_t m_hidden;                        // that many in front
+  MEM_TIMELINE_COLUMNS m_columns;  // by maximum
+  std::size_t m_hidden;            // that many in front
 };
 
 /// Writes `sample_count` rows of `columns`, each headed by its label, an empty one as "Other".
 /// False, with nothing written, when either stream has failed already.
 template <class LABEL_ITERATOR>
 bool generic_timeline_dumper(std::ostream& summary_stream, std::ostream& detailed_stream,
-                             std::uint64_t sample_count, std::vector<MEM_TIMELINE_COLUMN> columns,
+                             std::uint64_t sample_count, MEM_TIMELINE_COLUMNS columns,
                              LABEL_ITERATOR label) {
   const MEM_DUMP_TIMING timing;
   if (!summary_stream || !detailed_stream) return false;

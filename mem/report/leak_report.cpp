@@ -1,11 +1,9 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <new>
 #include <string>
 
 #include "include/tuk_mem.h"
-#include "mem/host/message.h"
+#include "mem/base/standard_error.h"
 #include "mem/host/settings.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_snapshot.h"
@@ -17,6 +15,7 @@ namespace {
 
 constexpr char const* vx_leak_file = "korvane_vx_leak_warning.txt";
 constexpr char const* fast_leak_file = "mem_tbb_fast_leak_warning.log";
+constexpr char const* first_hint = "For more detail, use INI mem_check_leaks=on\n\n";
 
 bool is_in_vx_mode() { return mem_setting_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"); }
 
@@ -29,6 +28,20 @@ void write_leaking_site(MEM_REPORT_TEXT& out, const MEM_SITE_ROW& row) {
       << row.counters.current_bytes << " bytes in "
       << static_cast<std::int32_t>(row.counters.current_blocks) << " object(s) allocated at "
       << info.file_name_buffer << ":" << info.line << " " << info.function_name_buffer << '\n';
+}
+
+void write_leaks(std::ostream& stream) {
+  MEM_SITE_SNAPSHOT sites(is_leaking);
+  sites.sort_by_peak();
+  MEM_REPORT_TEXT out(stream);
+  out << "MEM: TBB Leak Checking Summary.\n\n";
+  std::int64_t total = 0;
+  for (const MEM_SITE_ROW& row : sites.rows()) {
+    write_leaking_site(out, row);
+    total += row.counters.current_bytes;
+  }
+  out << "\nTotal leaked bytes: " << total << '\n';
+  out.flush();
 }
 
 // Right-aligned in a field of 12.
@@ -48,41 +61,29 @@ std::string fast_leak_summary() {
          "\n===============================\n\n";
 }
 
-bool write_whole(int file, const std::string& text) {
-  return write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+void write_summary(MEM_OUTPUT_FILE& file, const std::string& text) {
+  if (file.is_open()) file.write(text);
+  file.close();
+  file.say_trouble();
 }
 
 }  // namespace
 
 void mem_write_full_leak_report() {
-  MEM_REPORT_FILE file(is_in_vx_mode() ? vx_leak_file : mem_report_name("mem_tbb_leak_warning."));
-  if (!file.is_open()) return;
-  MEM_SITE_SNAPSHOT sites(is_leaking);
-  sites.sort_by_peak();
-  MEM_REPORT_TEXT out(file.stream());
-  out << "MEM: TBB Leak Checking Summary.\n\n";
-  std::int64_t total = 0;
-  for (const MEM_SITE_ROW& row : sites.rows()) {
-    write_leaking_site(out, row);
-    total += row.counters.current_bytes;
-  }
-  out << "\nTotal leaked bytes: " << total << '\n';
-  out.flush();
+  mem_write_report_file(
+      is_in_vx_mode() ? MEM_OUTPUT_PATH{vx_leak_file} : mem_report_path("mem_tbb_leak_warning."),
+      write_leaks);
 }
 
 // Processes that end together append one write each, so that their summaries never mix; the one
 // that creates the file puts the hint before its own.
-void mem_write_fast_leak_report() {
-  constexpr mode_t mode = 0666;
-  char const* name = is_in_vx_mode() ? vx_leak_file : fast_leak_file;
-  std::string text = fast_leak_summary();
-  int file = open(name, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (file >= 0)
-    text.insert(0, "For more detail, use INI mem_check_leaks=on\n\n");
-  else
-    file = open(name, O_WRONLY | O_APPEND | O_CLOEXEC);
-  if (file < 0) return;
-  if (!write_whole(file, text))
-    mem_tracker_debug("report %s is incomplete: writing it failed", name);
-  close(file);
+void mem_write_fast_leak_report() try {
+  const MEM_OUTPUT_PATH path{is_in_vx_mode() ? vx_leak_file : fast_leak_file};
+  const std::string text = fast_leak_summary();
+  MEM_OUTPUT_FILE created(path, MEM_OUTPUT_FILE::OPEN::NEW);
+  if (created.is_open()) return write_summary(created, first_hint + text);
+  MEM_OUTPUT_FILE shared(path, MEM_OUTPUT_FILE::OPEN::OLD);
+  write_summary(shared, text);
+} catch (const std::bad_alloc&) {
+  mem_say_on_standard_error("MEM: the memory leak summary can't be written: out of memory");
 }

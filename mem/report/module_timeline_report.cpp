@@ -22,7 +22,7 @@ bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostream& detailed)
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   const std::optional<TABLE> table = table_so_far();
   if (!table) return false;
-  std::vector<MEM_TIMELINE_COLUMN> columns;
+  MEM_TIMELINE_COLUMNS columns;
   for (const auto& [name, series] : table->series) columns.emplace_back(name, series.values);
   return generic_timeline_dumper(summary, detailed, table->labels.size(), std::move(columns),
                                  table->labels.begin());

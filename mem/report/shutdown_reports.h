@@ -1,7 +1,9 @@
-// The reports that only the shutdown writes, inside its cat section.
+// The reports that only the shutdown writes, but for the last one inside its cat section.
 #pragma once
 
 #include <iosfwd>
+
+#include "include/tuk_mem.h"
 
 /// Load address, name and path of every module that was charged, by name.
 void mem_write_base_addresses(std::ostream& out);
@@ -21,3 +23,6 @@ void mem_write_full_leak_report();
 
 /// The process's bytes not freed and its peak, appended to a file that many processes share.
 void mem_write_fast_leak_report();
+
+/// What the reports are of. Not inside the cat section: the process's modules are looked at.
+void mem_write_run_file(std::ostream& out, MEM_TRACKING_GRANULARITY granularity);

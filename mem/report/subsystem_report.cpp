@@ -23,6 +23,8 @@ using SUBSYSTEMS =
     std::map<std::string_view, MEMORY_TRACKER_BASE, std::less<>,
              MEM_BOOKKEEPING_ALLOCATOR<std::pair<const std::string_view, MEMORY_TRACKER_BASE>>>;
 using SUBSYSTEM_ROW = std::pair<std::string_view, MEMORY_TRACKER_BASE>;
+using SUBSYSTEM_ROWS = std::vector<SUBSYSTEM_ROW, MEM_BOOKKEEPING_ALLOCATOR<SUBSYSTEM_ROW>>;
+using COLUMNS = std::vector<MEM_COUNTER_COLUMN, MEM_BOOKKEEPING_ALLOCATOR<MEM_COUNTER_COLUMN>>;
 
 // Max bytes are not summed: the maxima of two sites need not fall on the same moment.
 void add_site(MEMORY_TRACKER_BASE& sum, const MEMORY_TRACKER_BASE& site) {
@@ -58,20 +60,20 @@ void take_max_bytes(SUBSYSTEMS& subsystems) {
         std::max(sum.max_bytes, mem_module_timeline->largest_bytes(name).value_or(sum.max_bytes));
 }
 
-std::vector<SUBSYSTEM_ROW> rows_by_peak(const SUBSYSTEMS& subsystems) {
+SUBSYSTEM_ROWS rows_by_peak(const SUBSYSTEMS& subsystems) {
   const auto key = [](const SUBSYSTEM_ROW& row) {
     const MEMORY_TRACKER_BASE& sum = row.second;
     return std::make_tuple(-sum.peak_bytes, -sum.current_bytes,
                            -static_cast<std::int64_t>(sum.cumulative_bytes), row.first);
   };
-  std::vector<SUBSYSTEM_ROW> rows(subsystems.begin(), subsystems.end());
+  SUBSYSTEM_ROWS rows(subsystems.begin(), subsystems.end());
   std::sort(rows.begin(), rows.end(),
             [&](const SUBSYSTEM_ROW& a, const SUBSYSTEM_ROW& b) { return key(a) < key(b); });
   return rows;
 }
 
-std::vector<MEM_COUNTER_COLUMN> columns(bool with_max_bytes) {
-  std::vector<MEM_COUNTER_COLUMN> result = {MEM_COLUMN::current_bytes};
+COLUMNS columns(bool with_max_bytes) {
+  COLUMNS result = {MEM_COLUMN::current_bytes};
   if (with_max_bytes) result.push_back(MEM_COLUMN::max_bytes);
   result.insert(result.end(), {MEM_COLUMN::peak_bytes, MEM_COLUMN::cumulative_bytes,
                                MEM_COLUMN::cumulative_requested_bytes,
@@ -94,7 +96,7 @@ bool mem_dump_tbb_subsystem_tracking(std::ostream& stream) {
   SUBSYSTEMS subsystems = sum_sites(sites);
   const bool with_max_bytes = mem_tracking_library_env_set;
   if (with_max_bytes) take_max_bytes(subsystems);
-  const std::vector<MEM_COUNTER_COLUMN> shown = columns(with_max_bytes);
+  const COLUMNS shown = columns(with_max_bytes);
 
   MEM_REPORT_TEXT out(stream);
   out << "MEM: TBB Subsystem Tracking Memory Snapshot.\n\nSubsystem";

@@ -24,7 +24,7 @@ bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary, std::
   const MEM_USER_MEMORY_TRACKER::IN_USE names;
   const std::optional<TABLE> table = table_so_far();
   if (!table) return !mem_visit_is_refused();
-  std::vector<MEM_TIMELINE_COLUMN> columns;
+  MEM_TIMELINE_COLUMNS columns;
   std::uint32_t tag = 0;
   for (const auto& values : table->series)
     columns.emplace_back(MEM_USER_MEMORY_TRACKER::profile_tag_id_to_string(tag++), values);

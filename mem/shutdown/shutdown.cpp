@@ -1,5 +1,6 @@
 // Ending a tracked run: no further event is counted, every report is written.
 #include <algorithm>
+#include <new>
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
@@ -7,6 +8,7 @@
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
+#include "mem/output/report_directory.h"
 #include "mem/records/site_map.h"
 #include "mem/report/report_file.h"
 #include "mem/report/shutdown_reports.h"
@@ -16,7 +18,7 @@
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
-#include "mem/state/tracker_state.h"
+#include "mem/state/tracker_visit.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
@@ -37,6 +39,16 @@ void restore_global_peak(MEM_TRACKING_GRANULARITY granularity) {
   if (granularity != MEM_TRACK_LEAKS_FAST) return;
   std::atomic<std::int64_t>& peak = mem_pbin_stats.global_peak.bytes;
   peak = std::max(peak.load(), mem_flushed_peak_memory());
+}
+
+// Beside the reports, when these go to a directory of their own.
+void write_run_file(MEM_TRACKING_GRANULARITY granularity) {
+  const bool has_reports = granularity != MEM_TRACK_NONE || mem_tracking_fileline_env_set ||
+                           mem_tracking_library_env_set || mem_tracking_per_bin_detailed_env_set ||
+                           mem_tracking_auxiliary_timeline_env_set;
+  if (has_reports && mem_report_directory() != nullptr)
+    mem_write_report("mem_tbb_run.",
+                     [granularity](std::ostream& out) { mem_write_run_file(out, granularity); });
 }
 
 void write_site_reports() {
@@ -67,13 +79,32 @@ struct TIMELINES {
   }
 };
 
+// A sample takes memory, which may have run out.
+template <class CAPTURE>
+void capture_if_possible(CAPTURE capture) {
+  try {
+    capture();
+  } catch (const std::bad_alloc&) {
+    mem_tracker_debug(
+        "Memory tracking: the last sample of a timeline is left out, for want of memory");
+  }
+}
+
+template <class SERIES>
+void capture_last(SERIES* series) {
+  capture_if_possible([series] {
+    const MEM_TRACKER_VISIT visit;
+    series->capture();
+  });
+}
+
 void write_auxiliary_timeline() {
-  mem_auxiliary_timeline_file_t::capture();
+  capture_if_possible(mem_auxiliary_timeline_file_t::capture);
   mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
 }
 
 void write_module_timelines() {
-  mem_module_timeline->capture();
+  capture_last(mem_module_timeline);
   mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
                         mem_dump_tbb_module_tracking);
   const MEM_SERIES_SELECTED selected(MEM_MODULE_TIMELINE::SELECTION::CUMULATIVE_BLOCKS);
@@ -84,7 +115,7 @@ void write_module_timelines() {
 
 void capture_last_tags() {
   if (MEM_PB_TAG_SNAPSHOT::can_record_current_bin())
-    mem_pbin_tag_snapshots->capture();
+    capture_last(mem_pbin_tag_snapshots);
   else
     mem_tracker_debug(
         "Memory tracking: the open bin is beyond the 65536 that a tag timeline can name, the last "
@@ -104,7 +135,7 @@ void write_bin_reports() {
 void write_timelines(MEM_TRACKING_GRANULARITY granularity) {
   const TIMELINES kept(granularity);
   if (!kept.auxiliary && !kept.modules && !kept.bins) return;
-  mem_timeline_labels->capture();
+  capture_last(mem_timeline_labels);
   if (kept.auxiliary) write_auxiliary_timeline();
   if (kept.modules) write_module_timelines();
   if (kept.bins) write_bin_reports();
@@ -146,6 +177,7 @@ void write_reports(MEM_TRACKING_GRANULARITY granularity) {
   const MEM_INSIDE_AS_CAT cat;
   restore_global_peak(granularity);
   mem_restore_flushed_peak();
+  const MEM_CAT_IS resting(MEM_THREAD_PLACE::CAT_AT_REST);
   write_site_reports();
   write_timelines(granularity);
   write_leak_report(granularity);
@@ -166,7 +198,9 @@ bool mem_end_tracking() {
   mem_close_allocation_log();
   stop_bins(granularity);
   stop_counting();
+  write_run_file(granularity);
   write_reports(granularity);
+  mem_tbb_reports_are_written = true;
   return true;
 }
 

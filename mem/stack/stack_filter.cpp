@@ -11,6 +11,7 @@
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
+#include "mem/stack/unknown_for_now.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/tracker_state.h"
 #include "mem/symbolizer/symbolizer_factory.h"
@@ -49,13 +50,15 @@ bool inlined_frame_is_kept(const MEM_ADDRESS_INFO& frame) {
          !mem_frame_is_rejected(frame);
 }
 
-// Whether the address stands for a requester; `info` then describes the frame that is kept.
-bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
-  mem_check(mem_tbb_symbolizer != nullptr, "symbolizer");
-  mem_tbb_symbolizer->get_module_info(address, info);
-  if (mem_module_is_rejected(info.module_name_buffer)) return false;
-  std::vector<MEM_ADDRESS_INFO> inlined;
-  mem_tbb_symbolizer->get_source_and_function_info(address, info, inlined);
+// What an address stands for, and how long that holds: `info` describes the frame that is kept,
+// unless the address is filtered.
+struct VERDICT {
+  MEM_ADDRESS_INFO info{};
+  bool filtered = true;
+  MEM_SYMBOL_ANSWER holds = MEM_SYMBOL_ANSWER::for_good;
+};
+
+bool keep_one_of(MEM_ADDRESS_INFO& info, const std::vector<MEM_ADDRESS_INFO>& inlined) {
   if (main_frame_is_usable(info) && !mem_frame_is_rejected(info)) return true;
   for (const MEM_ADDRESS_INFO& frame : inlined) {
     if (!inlined_frame_is_kept(frame)) continue;
@@ -65,29 +68,46 @@ bool address_is_kept(void const* address, MEM_ADDRESS_INFO& info) {
   return false;
 }
 
-[[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER classify(void const* address) {
+void judge(void const* address, VERDICT& verdict) {
+  mem_check(mem_tbb_symbolizer != nullptr, "symbolizer");
+  MEM_ADDRESS_INFO& info = verdict.info;
+  mem_tbb_symbolizer->get_module_info(address, info);
+  if (mem_module_is_rejected(info.module_name_buffer)) return;
+  std::vector<MEM_ADDRESS_INFO> inlined;
+  verdict.holds = mem_tbb_symbolizer->ask(address, info, inlined);
+  verdict.filtered = !keep_one_of(info, inlined);
+}
+
+[[gnu::cold, gnu::noinline]] void classify(void const* address, VERDICT& verdict) {
   const MEM_CANCELLATION_HELD not_cancelled;
   // Walkers other than our own don't.
   mem_watch_module_of(reinterpret_cast<std::uintptr_t>(address));
-  MEM_ADDRESS_TRACKER verdict{};
-  verdict.address_info.address = address;
-  verdict.filtered = !address_is_kept(address, verdict.address_info);
+  verdict.info.address = address;
+  judge(address, verdict);
   if (verdict.filtered) mem_want_tbb_filters_file = true;
-  return verdict;
 }
 
-// The record of an address that was unknown a moment ago. Null when tracking has ended.
+// The record of an address that was unknown a moment ago; null when it is unknown for now, or
+// tracking has ended.
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
     void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
+  if (mem_is_unknown_for_now(address)) return nullptr;
   lock.unlock();
-  MEM_ADDRESS_TRACKER verdict;
+  VERDICT verdict;
   {
     const MEM_MOUSE_STEPPED_OUT stepped_out;
-    verdict = classify(address);
+    classify(address, verdict);
   }
   lock.lock();
   if (mem_tbb_tracking_ended) return nullptr;
-  return &mem_insert_site(address, verdict);
+  if (verdict.holds == MEM_SYMBOL_ANSWER::for_now) {
+    mem_note_unknown_for_now(address);
+    return nullptr;
+  }
+  MEM_ADDRESS_TRACKER record{};
+  record.address_info = verdict.info;
+  record.filtered = verdict.filtered;
+  return &mem_insert_site(address, record);
 }
 
 }  // namespace
@@ -99,9 +119,9 @@ MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
     MEM_ADDRESS_TRACKER* record = mem_find_site(frames[frame]);
     if (record == nullptr) [[unlikely]] {
       record = classify_and_insert(frames[frame], lock);
-      if (record == nullptr) return nullptr;
+      if (mem_tbb_tracking_ended) return nullptr;
     }
-    if (!record->filtered) return record;
+    if (record != nullptr && !record->filtered) return record;
   }
   return &mem_catch_all_site();
 }

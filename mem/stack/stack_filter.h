@@ -21,7 +21,7 @@ extern std::atomic<bool> mem_want_tbb_filters_file;
 
 /// The record of the first frame, from the innermost, that no rule rejects; the catch-all record
 /// when there is none. An address is symbolized once; its verdict is kept for as long as its module
-/// is loaded.
+/// is loaded. One that can't be symbolized for now is left out, and asked for again a second later.
 ///
 /// Call inside the cat-and-mouse lock as a mouse, with `lock` owning mem_trace_lock. Both are
 /// given up while an unknown address is symbolized, which talks to a child process and may wait

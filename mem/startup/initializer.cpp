@@ -35,6 +35,7 @@ void destroy_critical_section() {
 }
 
 void tear_down() {
+  mem_process_is_ending = true;
   mem_cleanup_tbb_tracking();
   mem_free_spare_memory();
   destroy_critical_section();

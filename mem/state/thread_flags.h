@@ -17,7 +17,13 @@
 /// As what this thread is inside the cat-and-mouse lock, or about to enter or leave it. Whoever is
 /// called on this thread then, a signal handler or a host's error reporter, must not wait for the
 /// tracker: it would wait for itself.
-enum class MEM_THREAD_PLACE : unsigned char { OUTSIDE, MOUSE, CAT };
+enum class MEM_THREAD_PLACE : unsigned char {
+  OUTSIDE,
+  MOUSE,
+  CAT,
+  CAT_AT_REST,  ///< the cat, between two looks of the end's reports at the records: it holds no
+                ///< other lock, and no record is half changed
+};
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local MEM_THREAD_PLACE mem_thread_place;
 
 inline bool mem_thread_is_untracked() {

@@ -8,9 +8,12 @@
 /// Set once initialisation has run; never cleared.
 extern std::atomic<bool> mem_tbb_tracker_inited;
 
-/// Set by the shutdown, inside the cat section: an event that enters the cat-and-mouse lock after
-/// that finds it set and leaves the records alone.
+/// Set by the shutdown, before it enters as the cat: an event that enters the cat-and-mouse lock
+/// after that finds it set and leaves the records alone.
 extern std::atomic<bool> mem_tbb_tracking_ended;
+
+/// Set once the end has written its reports, or found none to write.
+extern std::atomic<bool> mem_tbb_reports_are_written;
 
 /// Initialisation runs inside, and every end: the first comer does the work, others wait for it.
 extern MEM_GATE mem_tracker_gate;

@@ -7,21 +7,38 @@
 #include "mem/state/thread_flags.h"
 #include "mem/state/tracker_state.h"
 
-/// Whether this thread stands in the tracker's lock as a mouse: a visit on it would be refused.
-inline bool mem_visit_is_refused() { return mem_thread_place == MEM_THREAD_PLACE::MOUSE; }
+/// Whether this thread is at work in the tracker's lock: a visit on it would be refused.
+inline bool mem_visit_is_refused() {
+  return mem_thread_place == MEM_THREAD_PLACE::MOUSE || mem_thread_place == MEM_THREAD_PLACE::CAT;
+}
+
+/// The cat is at rest, or at work, for a scope; then what it was before.
+class MEM_CAT_IS {
+ public:
+  explicit MEM_CAT_IS(MEM_THREAD_PLACE place) : m_former(std::exchange(mem_thread_place, place)) {}
+  MEM_CAT_IS(const MEM_CAT_IS&) = delete;
+  MEM_CAT_IS& operator=(const MEM_CAT_IS&) = delete;
+  ~MEM_CAT_IS() { mem_thread_place = m_former; }
+
+ private:
+  MEM_THREAD_PLACE m_former;
+};
 
 /// Inside the tracker's lock as a mouse for a scope, with the thread marked as inside the tracker.
 /// While it is admitted, the records are there, whole, or they are all gone: whoever empties or
 /// frees them is a cat. Any thread, at any time:
-/// - not admitted before initialisation, and on a thread that already is a mouse, as in a signal
-///   handler that interrupted it there;
-/// - on the thread that is the cat, in the reports of the end, admitted without entering.
+/// - not admitted before initialisation, and on a thread that already is at work in the lock, as in
+///   a signal handler that interrupted it there;
+/// - on the thread that is the cat at rest, in the reports of the end, admitted without entering.
 class MEM_TRACKER_VISIT {
  public:
   MEM_TRACKER_VISIT() {
     if (!mem_tbb_tracker_inited) return;
     m_admitted = !mem_visit_is_refused();
-    if (mem_thread_place == MEM_THREAD_PLACE::OUTSIDE) m_mouse.emplace();
+    if (mem_thread_place == MEM_THREAD_PLACE::OUTSIDE)
+      m_mouse.emplace();
+    else if (m_admitted)
+      m_cat.emplace(MEM_THREAD_PLACE::CAT);
   }
   MEM_TRACKER_VISIT(const MEM_TRACKER_VISIT&) = delete;
   MEM_TRACKER_VISIT& operator=(const MEM_TRACKER_VISIT&) = delete;
@@ -32,4 +49,5 @@ class MEM_TRACKER_VISIT {
   MEM_INSIDE_TRACKER m_inside;
   bool m_admitted = false;
   std::optional<MEM_INSIDE_AS_MOUSE> m_mouse;
+  std::optional<MEM_CAT_IS> m_cat;
 };

@@ -121,10 +121,13 @@ MEM_TOOL_OUTCOME MEM_ADDR2LINE_TOOL::could_not_start(int error) {
   return {MEM_TOOL_OUTCOME::unknown, "can't be started: addresses of it stay unknown"};
 }
 
-// Nothing is said of descriptors that the host has taken: it will have its reasons.
 MEM_TOOL_OUTCOME MEM_ADDR2LINE_TOOL::failed(EXCHANGE exchange) {
   end_child();
-  if (exchange == EXCHANGE::lost) return {MEM_TOOL_OUTCOME::unknown_for_now, nullptr};
+  if (exchange == EXCHANGE::lost)
+    return {MEM_TOOL_OUTCOME::unknown_for_now,
+            m_file.is_first(MEM_MODULE_FILE::shortage)
+                ? "loses its descriptors to the host: addresses of it stay unknown for now"
+                : nullptr};
   const bool was_last = m_file.count_tool_failure() >= most_failures;
   const bool is_silent = exchange == EXCHANGE::silent;
   if (is_silent && ++silent_in_a_row >= most_silent_in_a_row)
@@ -141,7 +144,8 @@ MEM_TOOL_OUTCOME MEM_ADDR2LINE_TOOL::failed(EXCHANGE exchange) {
 
 MEM_ADDR2LINE_TOOL::EXCHANGE MEM_ADDR2LINE_TOOL::exchange(std::string_view request, int usecs,
                                                           MEM_ANSWER_TEXT& answer) {
-  const DEADLINE deadline = CLOCK::now() + (m_has_read_file ? most_time : 3 * most_time);
+  const bool may_take_longer = !m_has_read_file && silent_in_a_row == 0;
+  const DEADLINE deadline = CLOCK::now() + (may_take_longer ? 3 * most_time : most_time);
   if (!m_marks_ends) drop_stale_output();
   char text[64];
   char* end = std::copy(request.begin(), request.end(), text);

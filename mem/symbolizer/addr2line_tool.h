@@ -46,7 +46,7 @@ class MEM_ADDR2LINE_TOOL {
   void abandon();
 
   /// How long a child may take for an answer; three times that for its first, for which it reads
-  /// the file.
+  /// the file, unless the last one fell silent.
   static std::chrono::milliseconds most_time;
   /// How many children may die or fall silent over one file before no further is started for it.
   static constexpr int most_failures = 3;

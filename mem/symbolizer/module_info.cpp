@@ -17,12 +17,13 @@ std::string_view file_name_of(std::string_view path) {
   return path.substr(path.rfind('/') + 1);  // npos + 1 is 0: the whole path
 }
 
-// The kernel's own module never had a file.
+// The kernel's own module never had a file. The executable's is not to be named after a chroot.
 void say_that_it_is_gone(MEM_MODULE_FILE& file) {
-  const bool had_one = std::strchr(file.path(), '/') != nullptr;
-  if (had_one && file.is_first(MEM_MODULE_FILE::file_is_gone))
+  const bool has_name = *file.path() != '\0';
+  const bool had_file = !has_name || std::strchr(file.path(), '/') != nullptr;
+  if (had_file && file.is_first(MEM_MODULE_FILE::file_is_gone))
     mem_tracker_debug("module %s is not the file that was loaded: new addresses of it stay unknown",
-                      file.path());
+                      has_name ? file.path() : "of the executable");
 }
 
 }  // namespace

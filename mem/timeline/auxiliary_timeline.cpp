@@ -57,6 +57,7 @@ void mem_auxiliary_timeline_file_t::capture() {
 void mem_auxiliary_timeline_file_t::append(const MEM_AUXILIARY_SAMPLE& sample) {
   const std::lock_guard lock(m_mutex);
   m_samples.push_back(sample);
+  mem_add_to_reserve(3 * sizeof(MEM_AUXILIARY_SAMPLE));  // a copy, and room for the last
 }
 
 mem_auxiliary_timeline_file_t::SAMPLES mem_auxiliary_timeline_file_t::samples() {

@@ -51,7 +51,7 @@ class MEM_REPETITIVE_VECTOR {
     if (!m_runs.empty() && m_runs.back().value == value)
       ++m_runs.back().count;
     else
-      m_runs.push_back({value, 1});
+      add_run(value);
     ++m_size;
   }
 
@@ -68,6 +68,12 @@ class MEM_REPETITIVE_VECTOR {
   }
 
  private:
+  // A report copies the vector, and takes a last sample, for which it may double.
+  void add_run(const T& value) {
+    m_runs.push_back({value, 1});
+    mem_add_to_reserve(3 * sizeof(RUN));
+  }
+
   std::vector<RUN, MEM_BOOKKEEPING_ALLOCATOR<RUN>> m_runs;
   std::uint64_t m_size = 0;
 };

@@ -64,7 +64,10 @@ void charge_bins(void const* ptr, std::int64_t bytes) {
   const MEM_BLOCK_BINS bins = {MEM_USER_MEMORY_TRACKER::get_current_pbin_id(),
                                MEM_USER_MEMORY_TRACKER::get_most_recently_opened_pb_tag(),
                                mem_reset_count};
-  mem_remember_block_bins(ptr, bins);
+  if (!mem_remember_block_bins(ptr, bins)) [[unlikely]] {  // its release would not be credited
+    ++mem_abandoned_events;
+    return;
+  }
   mem_pbin_tracker->allocate(bytes, bins.bin);
   mem_pbin_tag_tracker->allocate(bytes, bins.tag);
 }

@@ -20,7 +20,7 @@ namespace {
 // Nothing is locked before a fork: another thread may hold any lock while it waits for one that a
 // host's own handler holds. So the child finds everything as it happened to be, and lets go of it.
 void in_child() {
-  mem_pools_are_abandoned = true;
+  mem_pools = MEM_POOLS::ABANDONED;
   mem_tbb_tracking_ended = true;
   mem_tracker_gate.abandon();
   mem_critical_section.start_anew_in_child();

@@ -1,8 +1,5 @@
 // Every block is charged to the line that asked for it, with the figures the program has in its
 // own books.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "tests/integration/tracked_program.h"
 
 namespace {

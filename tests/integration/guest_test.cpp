@@ -1,7 +1,5 @@
 // Being profiled shows in nothing that a program, its parent or its children see: programs that
 // nobody here wrote, and one that does what these do on purpose.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,8 +11,6 @@
 namespace {
 
 using testing::AllOf, testing::HasSubstr, testing::IsEmpty, testing::MatchesRegex, testing::Not;
-
-const ENVIRONMENT per_line = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"}};
 
 // The tools run in their host's directory, where nothing else does.
 std::vector<int> tools_after_a_second(const RUN& run) {
@@ -30,24 +26,28 @@ std::vector<int> tools_after_a_second(const RUN& run) {
 PROGRAM shell(const std::string& script, const std::string& prefix = "") {
   PROGRAM program{.path = "/bin/bash",
                   .arguments = {"-c", script},
-                  .environment = per_line,
+                  .environment = per_fileline,
                   .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
                   .shell_prefix = prefix};
   return program;
 }
 
-TEST(Guest, LeavesNoToolBehindHoweverTheHostEnds) {
-  constexpr std::pair<const char*, int> ends[] = {
-      {"return", 0},       {"_exit", 0},       {"quick_exit", 0},   {"exit_in_a_thread", 0},
-      {"pthread_exit", 0}, {"abort", 128 + 6}, {"SEGV", 128 + 11},  {"TERM", 128 + 15},
-      {"KILL", 128 + 9},   {"exec", 0},        {"leave_a_child", 0}};
-  for (const auto& [scenario, status] : ends) {
+TEST(Guest, LeavesNoToolBehindAndReportsHoweverTheHostEnds) {
+  constexpr std::tuple<const char*, int, bool> ends[] = {
+      {"return", 0, true},        {"_exit", 6, false},
+      {"quick_exit", 5, false},   {"exit_in_a_thread", 7, true},
+      {"pthread_exit", 0, true},  {"throw", 128 + 6, false},
+      {"SEGV", 128 + 11, false},  {"TERM", 128 + 15, false},
+      {"KILL", 128 + 9, false},   {"exec", 0, false},
+      {"leave_a_child", 0, false}};
+  for (const auto& [scenario, status, reports] : ends) {
     SCOPED_TRACE(scenario);
-    const RUN run(tracked("guest", {scenario}, per_line));
+    const RUN run(tracked("guest", {scenario}, per_fileline));
     EXPECT_EQ(run.status(), status) << run.err();
     EXPECT_EQ(run.out(),
               std::string(scenario) == "exec" ? "tools run: 1\ntools left: 0\n" : "tools run: 1\n");
     EXPECT_THAT(tools_after_a_second(run), IsEmpty());
+    EXPECT_EQ(run.file_names().contains("mem_tbb_fileline.kvi.log"), reports);
   }
 }
 
@@ -55,13 +55,14 @@ TEST(Guest, TakesNothingOfTheHosts) {
   constexpr std::pair<const char*, const char*> rows[] = {
       {"wait_with_a_handler", "tools run: 1\nchildren: 0\nsignals: 0\n"},
       {"wait_as_subreaper", "tools run: 1\nchildren: 0\nsignals: 0\n"},
+      {"wait_for_another_host", "tools run: 1\nchildren: 1\n"},
       {"wait_ignoring_children", "tools run: 1\nchildren: 0\nsignals: 0\n"},
       {"take_descriptors", "tools run: 1\nopened: 1021\nlost or written to: 0\n"},
       {"load_a_module_that_waits", "loaded: 1\n"},
       {"start_without_descriptors", ""}};
   for (const auto& [scenario, out] : rows) {
     SCOPED_TRACE(scenario);
-    const RUN run(tracked("guest", {scenario}, per_line));
+    const RUN run(tracked("guest", {scenario}, per_fileline));
     EXPECT_EQ(run.status(), 0) << run.err();
     EXPECT_EQ(run.out(), out);
     if (std::string(scenario) == "start_without_descriptors") {
@@ -121,7 +122,7 @@ TEST(Guest, SaysWhatItCannotAsk) {
       {shell("ulimit -n 8; exec ls /dev/null"), "can't be started, for want of "},
       {as_nobody("ulimit -u 1; exec ls /dev/null"), "can't be started, for want of "},
       {as_nobody("exec ./own_ls /dev/null"), "own_ls can't be read"},
-      {tracked("guest", {"forbid_children"}, per_line), "guest can't be started"}};
+      {tracked("guest", {"forbid_children"}, per_fileline), "guest can't be started"}};
   for (auto& [program, said] : rows) {
     SCOPED_TRACE(program.arguments.back());
     if (program.arguments.back().find("setpriv") != std::string::npos && geteuid() != 0) continue;

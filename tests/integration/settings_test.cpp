@@ -1,6 +1,4 @@
 // How a program is told what to track, from outside and by its host.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "tests/integration/tracked_program.h"

@@ -1,8 +1,5 @@
 // What a host gets beside the profiler, in real programs: the end when memory runs out and
 // the list of optimised modules.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <regex>
 
 #include "tests/integration/tracked_program.h"
@@ -46,6 +43,28 @@ TEST(OutOfMemory, EndsWithThePeakReportedOnceOrAsTheHostsHandlerSays) {
   }
 }
 
+// Small blocks leave no room for any other. Two threads find the memory gone at the same time.
+TEST(OutOfMemory, LeavesTheReportsWhole) {
+  using testing::HasSubstr, testing::EndsWith;
+  const std::tuple<std::vector<std::string>, const char*> rows[] = {
+      {{"library", "small"}, "\nOut of memory ("},
+      {{"library", "small", "threads"}, "\nOut of memory ("},
+      {{"throws", "small"}, ""}};
+  for (const auto& [words, err] : rows) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    PROGRAM program = tracked("runs_out_of_memory", words, {{"KORVANE_MEM_PROFILE_ALL", "1"}});
+    program.shell_prefix = "ulimit -v 250000;";
+    const RUN run(program);
+    EXPECT_EQ(run.status(), 1);
+    EXPECT_THAT(run.err(), HasSubstr(err));
+    const std::string sites = run.file("mem_tbb_fileline.kvi.log");
+    EXPECT_THAT(sites, HasSubstr("\nTime spent dumping:"));
+    EXPECT_GT(REPORT(sites).sum("Current bytes", "Module", "runs_out_of_memory"), 20'000'000);
+    EXPECT_THAT(run.file("mem_tbb_timeline.kvi.log"), EndsWith(" seconds.\n\n"));
+    EXPECT_THAT(run.file("mem_tbb_leak_warning.kvi.log"), HasSubstr("\nTotal leaked bytes: "));
+  }
+}
+
 TEST(MallocExtension, ReachesTheAllocatorOrAnswersNeutrally) {
   PROGRAM program = tracked("scenarios", {"ask_the_allocator"});
   EXPECT_THAT(RUN(program).out(), testing::ContainsRegex("^known 1, grown 50[0-9]{6}, rate -1\n"));
@@ -53,16 +72,28 @@ TEST(MallocExtension, ReachesTheAllocatorOrAnswersNeutrally) {
   EXPECT_EQ(RUN(program).out(), "known -1, grown 0, rate -1\n");
 }
 
-TEST(TheArena, GivesZerosThoughNewBlocksAreFilled) {
-  for (const char* whole_blocks : {"off", "on"}) {
-    const RUN run(tracked("scenarios", {"fill_new_blocks_with_a_pattern"},
-                          {{"mem_utils_no_chunk_allocation", whole_blocks}}));
-    EXPECT_EQ(run.out(), "1 0 0 0 0") << whole_blocks;
+// As the allocator tells of them, blocks that realloc keeps and calloc has zeroed are new ones.
+TEST(FillPatterns, SpareWhatAProgramCountsOn) {
+  EXPECT_EQ(RUN(tracked("scenarios", {"fill_blocks"})).out(),
+            "malloc P, calloc ., kept x, moved x, released F\n");
+  for (const char* setting : {"mem_alloc_pattern", "mem_free_pattern"}) {
+    PROGRAM program = tracked("perl", {"-e", "print join q(,), sort 1..9"}, {{setting, "205"}});
+    program.path = "/usr/bin/perl";
+    program.preload.insert(program.preload.begin(), TUK_MEM_LIBRARY);
+    EXPECT_EQ(RUN(program).out(), "1,2,3,4,5,6,7,8,9") << setting;
   }
 }
 
+TEST(TheArena, GivesZerosThoughNewBlocksAreFilled) {
+  for (const auto& [whole_blocks, out] : {std::pair("off", "1 1 0 0 0 0"), {"on", "0 1 0 0 0 0"}})
+    EXPECT_EQ(RUN(tracked("scenarios", {"fill_new_blocks_with_a_pattern"},
+                          {{"mem_utils_no_chunk_allocation", whole_blocks}}))
+                  .out(),
+              out);
+}
+
 TEST(PgoModules, AreListedAtExitInByteOrderEachPairOnce) {
-  const RUN run(tracked("registers_pgo_modules", {}, {{"debug_msg", "on"}}));
+  const RUN run(tracked("scenarios", {"register_pgo_modules"}, {{"debug_msg", "on"}}));
   std::string expected;
   for (const char* pair : {"libZoom.so was last compiled using PGO for:viewer",
                            "libroute.so was last compiled using PGO for:",
@@ -70,7 +101,7 @@ TEST(PgoModules, AreListedAtExitInByteOrderEachPairOnce) {
                            "lib\xC3\xA9.so was last compiled using PGO for:accents"})
     expected.append("Debug: PGO: The code module ").append(pair).append("\n");
   EXPECT_THAT(run.out(), testing::HasSubstr(expected));
-  EXPECT_EQ(RUN(tracked("registers_pgo_modules", {})).out(), "");
+  EXPECT_EQ(RUN(tracked("scenarios", {"register_pgo_modules"})).out(), "");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "tests/integration/tracked_program.h"
 
-#include <gtest/gtest.h>
-
 std::string place(const std::string& file, const std::string& line) {
   return file.substr(file.rfind('/') + 1) + ":" + line;
 }

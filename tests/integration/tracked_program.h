@@ -2,6 +2,9 @@
 // reports with the books that it printed itself.
 #pragma once
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <map>
 #include <string>
 #include <utility>
@@ -10,6 +13,8 @@
 #include "tests/support/run_program.h"
 
 using ENVIRONMENT = std::map<std::string, std::string>;
+inline const ENVIRONMENT everything = {{"KORVANE_MEM_PROFILE_ALL", "1"}};
+inline const ENVIRONMENT per_fileline = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"}};
 
 /// A program below programs/, with the allocator preloaded; `words` are its arguments.
 inline PROGRAM tracked(const std::string& name, std::vector<std::string> words,

@@ -1,54 +1,55 @@
 // A host that does everything at once, for as long as it is told: threads that allocate, reallocate
 // and free across each other at 64 sites, while tracking is switched and reset, peaks are flushed,
 // samples and reports taken, bins and labels set, children forked and modules loaded and unloaded.
-// Then, with the books cleared by a last reset, a counted amount of the same without switching or
-// resetting; the report has to agree with the program's own books. Status 0 when it does.
+// Then, with the books cleared by a last reset, as long of the same without switching or resetting;
+// the report has to agree with the program's own books. Status 0 when it does.
 //
-//   soak [seconds]      3 unless given; run it for 10 minutes after a change of the tracker
+//   soak [seconds]      3 unless given, for each half; run it for 10 minutes after a change of the
+//                       tracker
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
-#include <mutex>
 #include <random>
-#include <sstream>
-#include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "include/tuk_mem.h"
+#include "tests/stress/actions.h"
 #include "tests/support/report.h"
 
 namespace {
 
 constexpr std::size_t sites = 64;
 constexpr int threads = 8;
-constexpr int counted_rounds = 20000;
+constexpr std::int64_t largest_mismatched_block = 8128;
 
-struct BOOK {
-  std::atomic<std::int64_t> blocks{0}, bytes{0}, requested{0}, current_blocks{0}, current_bytes{0};
-};
-std::array<BOOK, sites> books;
+std::atomic<int> failures = 0;
+
+// Of each site, in the order of these columns of the report.
+constexpr const char* columns[] = {"Current bytes",
+                                   "Current blocks",
+                                   "Cumulative bytes",
+                                   "Cumulative blocks",
+                                   "Cumulative requested bytes",
+                                   "Cumulative mismatched bytes"};
+std::array<std::array<std::atomic<std::int64_t>, std::size(columns)>, sites> books;
+
+void book(std::size_t site, const std::array<std::int64_t, std::size(columns)>& changes) {
+  for (std::size_t column = 0; column < changes.size(); ++column)
+    books[site][column] += changes[column];
+}
 
 // A block knows where it comes from.
 struct LABEL {
   std::size_t site;
   std::int64_t size;
+  std::thread::id owner;
 };
-
-std::int64_t allocated_size(void* block) {
-  using SIZE = std::size_t (*)(void*);
-  static const auto size = reinterpret_cast<SIZE>(dlsym(RTLD_DEFAULT, "tc_malloc_size"));
-  return static_cast<std::int64_t>(size(block));
-}
 
 // Each number is an allocation site of its own.
 template <std::size_t SITE>
@@ -57,30 +58,25 @@ template <std::size_t SITE>
   return block;
 }
 
-using TAKE = void* (*)(void* former, std::size_t size);
-template <std::size_t... SITE>
-constexpr std::array<TAKE, sites> all_sites(std::index_sequence<SITE...>) {
-  return {take_at<SITE>...};
+constexpr auto take = []<std::size_t... SITE>(std::index_sequence<SITE...>) {
+  return std::array{&take_at<SITE>...};
 }
-constexpr std::array<TAKE, sites> take = all_sites(std::make_index_sequence<sites>());
+(std::make_index_sequence<sites>());
 
 void take_out_of_books(void* block) {
-  const LABEL label = *static_cast<LABEL*>(block);
-  books[label.site].current_blocks -= 1;
-  books[label.site].current_bytes -= label.size;
+  const LABEL& label = *static_cast<LABEL*>(block);
+  const bool mismatched =
+      label.owner != std::this_thread::get_id() && label.size <= largest_mismatched_block;
+  book(label.site, {-label.size, -1, 0, 0, 0, mismatched ? label.size : 0});
 }
 
 // Allocates, or reallocates a block that the caller has to itself.
 void* enter_into_books(void* former, std::size_t site, std::size_t size) {
   if (former != nullptr) take_out_of_books(former);
   void* block = take[site](former, size);
-  const LABEL label{site, allocated_size(block)};
-  *static_cast<LABEL*>(block) = label;
-  books[site].blocks += 1;
-  books[site].bytes += label.size;
-  books[site].requested += static_cast<std::int64_t>(size);
-  books[site].current_blocks += 1;
-  books[site].current_bytes += label.size;
+  const auto bytes = static_cast<std::int64_t>(malloc_usable_size(block));
+  new (block) LABEL{site, bytes, std::this_thread::get_id()};
+  book(site, {bytes, 1, bytes, 1, static_cast<std::int64_t>(size), 0});
   return block;
 }
 
@@ -99,20 +95,7 @@ void work_a_round(std::minstd_rand& random) {
   give_back(slot.exchange(enter_into_books(former, random() % sites, size)));
 }
 
-template <class WORK>
-std::vector<std::thread> start_workers(WORK work) {
-  std::vector<std::thread> workers;
-  for (int worker = 0; worker < threads; ++worker) workers.emplace_back(work, worker);
-  return workers;
-}
-
-void join(std::vector<std::thread>& workers) {
-  for (std::thread& worker : workers) worker.join();
-}
-
-// What the main thread does meanwhile.
-
-int failures = 0;
+// What only the main thread does meanwhile.
 
 void open_and_close_bins() {
   static int open = 0;
@@ -122,19 +105,6 @@ void open_and_close_bins() {
     return;
   }
   while (open > 0) mem_close_profile_bin(--open % 2 == 0 ? "even" : "odd", &bytes, &bytes, &bytes);
-}
-
-void set_label() { mem_set_timeline_label(std::to_string(std::rand() % 10)); }
-
-void dump_reports() {
-  std::ostringstream out;
-  std::ostringstream detailed;
-  mem_dump_tbb_fileline_tracking(out);
-  mem_dump_tbb_subsystem_tracking(out);
-  mem_dump_tbb_profile_bin_stats_tracking(out);
-  mem_dump_tbb_profile_bin_tag_stats_tracking(out);
-  mem_dump_tbb_module_tracking(out, detailed);
-  mem_dump_tbb_profile_bin_tag_timeline_tracking(out, detailed);
 }
 
 void fork_a_child() {
@@ -155,103 +125,76 @@ void load_a_module() {
   if (module != nullptr) dlclose(module);
 }
 
-void map_memory() {
-  static char mapping;
-  mem_notify_memory_mapping_added(&mapping, 1 << 20);
-  mem_notify_memory_mapping_removed(&mapping, 1 << 20);
-}
-
-void switch_off_and_on() {
-  constexpr int kinds[] = {1, 2, 4, 8, 16, 64, 95};
-  const auto kind = static_cast<MEM_TRACKING_GRANULARITY>(kinds[std::rand() % 7]);
-  mem_disable_tracking(kind);
-  mem_enable_tracking(kind);
+// A block that this thread has to itself is known.
+void query() {
+  MEM_ADDRESS_TRACKER site;
+  void* const block = std::calloc(1, 100);
+  if (!mem_get_address_tracker(block, site)) ++failures;
+  std::free(block);
 }
 
 void suspend_bins() { const MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT suspended; }
 
-using ACTION = void (*)();
-constexpr ACTION actions[] = {open_and_close_bins, set_label, dump_reports, fork_a_child,
-                              load_a_module, map_memory, mem_tbb_tracking_flush_peak,
-                              mem_user_snapshot_tracking_data,
-                              // from here on what the books can't follow
-                              switch_off_and_on, suspend_bins, mem_reset_tracking_entries};
-constexpr std::size_t all_actions = std::size(actions);
+constexpr void (*more_actions[])() = {open_and_close_bins, fork_a_child, load_a_module, query,
+                                      // from here on what the books can't follow
+                                      [] {
+                                        switch_off_and_on({1, 2, 4, 8, 16, 64, 95});
+                                      },
+                                      suspend_bins, mem_reset_tracking_entries};
+constexpr std::size_t all_actions = std::size(actions) + std::size(more_actions);
 constexpr std::size_t accountable_actions = all_actions - 3;
 
-struct COUNTS {
-  std::int64_t rounds;
-  std::int64_t actions;
-};
-
-COUNTS do_everything(std::chrono::seconds time) {
+// How many rounds the threads worked.
+std::int64_t work_for(std::chrono::seconds time, std::size_t kinds_of_action) {
   std::atomic<bool> done{false};
   std::atomic<std::int64_t> rounds{0};
-  auto workers = start_workers([&](int worker) {
-    std::minstd_rand random(static_cast<unsigned>(worker) + 1);
-    for (; !done; ++rounds) work_a_round(random);
-  });
-  std::int64_t count = 0;
+  std::vector<std::thread> workers;
+  for (unsigned worker = 1; worker <= threads; ++worker)
+    workers.emplace_back([&, random = std::minstd_rand(worker)]() mutable {
+      for (; !done; ++rounds) work_a_round(random);
+    });
   const auto end = std::chrono::steady_clock::now() + time;
-  for (; std::chrono::steady_clock::now() < end; ++count)
-    actions[static_cast<std::size_t>(std::rand()) % all_actions]();
+  while (std::chrono::steady_clock::now() < end) {
+    const std::size_t action = static_cast<std::size_t>(std::rand()) % kinds_of_action;
+    action < std::size(actions) ? actions[action]() : more_actions[action - std::size(actions)]();
+  }
   done = true;
-  join(workers);
-  return {rounds, count};
+  for (std::thread& worker : workers) worker.join();
+  return rounds;
 }
 
 void start_books_afresh() {
   for (auto& slot : slots) give_back(slot.exchange(nullptr));
   mem_enable_tracking(MEM_TRACK_ALL);
   mem_reset_tracking_entries();
-  for (BOOK& book : books) book.blocks = book.bytes = book.requested = 0;
-}
-
-void do_a_counted_amount() {
-  std::atomic<int> working{threads};
-  auto workers = start_workers([&](int worker) {
-    std::minstd_rand random(static_cast<unsigned>(worker) + 100);
-    for (int round = 0; round < counted_rounds; ++round) work_a_round(random);
-    --working;
-  });
-  while (working > 0) actions[static_cast<std::size_t>(std::rand()) % accountable_actions]();
-  join(workers);
-}
-
-void compare(const REPORT& report, const char* column, std::int64_t booked, std::size_t site) {
-  const std::string function =
-      "void* (anonymous namespace)::take_at<" + std::to_string(site) + "ul>(void*, unsigned long)";
-  const std::int64_t reported = report.sum(column, "Function", function);
-  if (reported == booked) return;
-  ++failures;
-  std::cout << "site " << site << ": " << column << " is " << reported << ", the books say "
-            << booked << "\n";
+  for (auto& site : books)
+    for (auto& figure : site) figure = 0;
 }
 
 void compare_with_report() {
-  std::ostringstream text;
-  mem_dump_tbb_fileline_tracking(text);
-  const REPORT report(text.str());
-  for (std::size_t site = 0; site < sites; ++site) {
-    const BOOK& book = books[site];
-    compare(report, "Current bytes", book.current_bytes, site);
-    compare(report, "Current blocks", book.current_blocks, site);
-    compare(report, "Cumulative bytes", book.bytes, site);
-    compare(report, "Cumulative blocks", book.blocks, site);
-    compare(report, "Cumulative requested bytes", book.requested, site);
-  }
+  const REPORT report(text_of(dumps[0]));
+  for (std::size_t site = 0; site < sites; ++site)
+    for (std::size_t column = 0; column < std::size(columns); ++column) {
+      const std::int64_t reported =
+          report.sum(columns[column], "Function",
+                     "void* (anonymous namespace)::take_at<" + std::to_string(site) +
+                         "ul>(void*, unsigned long)");
+      if (reported == books[site][column]) continue;
+      ++failures;
+      std::cout << "site " << site << ": " << columns[column] << " is " << reported
+                << ", the books say " << books[site][column] << "\n";
+    }
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
   const std::chrono::seconds time(count > 1 ? std::atoi(arguments[1]) : 3);
-  const COUNTS counts = do_everything(time);
+  const std::int64_t rounds = work_for(time, all_actions);
   start_books_afresh();
-  do_a_counted_amount();
+  const std::int64_t counted_rounds = work_for(time, accountable_actions);
   compare_with_report();
-  std::cout << "soak: " << counts.rounds << " rounds of 8 threads and " << counts.actions
-            << " actions, then " << threads * counted_rounds << " counted rounds; " << failures
-            << " faults\n";
+  std::cout << "soak: " << rounds << " rounds of " << threads << " threads, then " << counted_rounds
+            << " counted ones; " << failures << " faults\n";
   return failures == 0 ? 0 : 1;
 }

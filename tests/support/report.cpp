@@ -34,6 +34,12 @@ const REPORT::ROW& REPORT::row(const std::string& column, const std::string& val
   return *std::ranges::find_if(rows, is_wanted);
 }
 
+std::vector<std::string> REPORT::column(const std::string& name) const {
+  std::vector<std::string> cells;
+  for (const ROW& row : rows) cells.push_back(row.text(name));
+  return cells;
+}
+
 std::int64_t REPORT::sum(const std::string& column, const std::string& key,
                          const std::string& value) const {
   std::int64_t total = 0;

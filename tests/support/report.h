@@ -23,6 +23,8 @@ class REPORT {
 
   /// The only row whose `column` is `value`; throws when there is none or there are several.
   const ROW& row(const std::string& column, const std::string& value) const;
+  /// The cells of a column.
+  std::vector<std::string> column(const std::string& name) const;
   /// The sum of a column over the rows whose `key` is `value`.
   std::int64_t sum(const std::string& column, const std::string& key,
                    const std::string& value) const;

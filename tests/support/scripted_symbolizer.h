@@ -39,6 +39,12 @@ class SCRIPTED_SYMBOLIZER final : public MEM_SYMBOLIZER {
     return true;
   }
 
+  MEM_SYMBOL_ANSWER ask(void const* address, MEM_ADDRESS_INFO& info, FRAMES& inlined) override {
+    get_source_and_function_info(address, info, inlined);
+    return answers_hold;
+  }
+
   std::function<FRAMES(void const*)> frames_at;
+  MEM_SYMBOL_ANSWER answers_hold = MEM_SYMBOL_ANSWER::for_good;
   std::atomic<int> source_requests = 0;
 };

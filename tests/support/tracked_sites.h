@@ -1,7 +1,11 @@
 // Allocation sites on the stand-in allocator, under a symbolizer that says what the test wants.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <array>
+#include <utility>
 
 #include "include/tuk_mem.h"
 #include "tests/support/scripted_symbolizer.h"
@@ -14,6 +18,12 @@ template <int SITE>
   asm volatile("" : : "i"(SITE));  // no tail call: the frame has to stay
   return block;
 }
+
+/// The first 32 of them.
+inline constexpr auto sites_at = []<int... SITE>(std::integer_sequence<int, SITE...>) {
+  return std::array{&allocate_at<SITE>...};
+}
+(std::make_integer_sequence<int, 32>());
 
 inline MEM_TRACKING_GRANULARITY bits(int value) {
   return static_cast<MEM_TRACKING_GRANULARITY>(value);

@@ -55,14 +55,4 @@ TEST(ChunkAllocator, FillsAChunkToTheLastByteAndReportsLargerPiecesFromThe501stO
   chunks.chunk_free_memory();
 }
 
-TEST(ChunkAllocator, IsAFrontOfMallocWhenTheSettingSaysSo) {
-  setenv("mem_utils_no_chunk_allocation", "on", 1);
-  MEM_UTILS_CHUNK_ALLOC chunks;
-  EXPECT_FALSE(chunks.chunk_allocation_is_enabled());
-  void* piece = chunks.chunk_malloc(0, 16);
-  EXPECT_EQ(std::string_view(static_cast<char*>(piece), 8),
-            std::string_view("\0\0\0\0\0\0\0\0", 8));
-  chunks.chunk_delete_when_chunking_disabled(piece);  // or a leak checker complains
-}
-
 }  // namespace

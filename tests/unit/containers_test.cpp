@@ -27,15 +27,8 @@ TEST(RepetitiveVector, KeepsRunsAndIteratesOverValues) {
   EXPECT_EQ(MEM_REPETITIVE_VECTOR<std::int64_t>(0).runs(), 0U);
 }
 
-struct COPY_ROW {
-  const char* before;
-  std::size_t (*operation)(char* dst);
-  std::size_t result;
-  const char* after;
-};
-
 TEST(BoundedStrings, CutTerminateAndTellTheLengthWanted) {
-  constexpr COPY_ROW rows[] = {
+  constexpr std::tuple<const char*, std::size_t (*)(char*), std::size_t, const char*> rows[] = {
       {"", [](char* dst) { return stl_strlcpy(dst, "abcdef", 4); }, 6, "abc"},
       {"xyz", [](char* dst) { return stl_strlcpy(dst, "abc", 1); }, 3, ""},
       {"xyz", [](char* dst) { return stl_strlcpy(dst, "abc", 0); }, 3, ""},
@@ -45,11 +38,11 @@ TEST(BoundedStrings, CutTerminateAndTellTheLengthWanted) {
       {"ab", [](char* dst) { return stl_strlncat(dst, "cdef", 2, 8); }, 6, "abcd"},
       {"ab", [](char* dst) { return stl_strlncat(dst, "cdef", 0, 8); }, 6, "ab"},
   };
-  for (const COPY_ROW& row : rows) {
+  for (const auto& [before, operation, result, after] : rows) {
     char dst[16] = {};
-    std::string(row.before).copy(dst, sizeof dst);
-    EXPECT_EQ(row.operation(dst), row.result) << row.after;
-    EXPECT_STREQ(dst, row.after);
+    std::string(before).copy(dst, sizeof dst);
+    EXPECT_EQ(operation(dst), result) << after;
+    EXPECT_STREQ(dst, after);
   }
   std::string text = "aZ\xe4";
   EXPECT_EQ(stl_toupper(text), "AZ\xe4");

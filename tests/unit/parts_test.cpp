@@ -2,21 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 #include <vector>
 
+#include "tests/support/temporary_directory.h"
+
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string text_of(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // What stands between the two texts, wherever they do in one line.
 std::vector<std::string> names_between(const std::string& text, const std::string& before,
@@ -34,11 +24,11 @@ std::vector<std::string> names_between(const std::string& text, const std::strin
 // One that is declared and not listed would be neither created, emptied, freed nor abandoned.
 TEST(TheParts, AreAllInTheListOnce) {
   std::string headers;
-  for (const auto& entry : fs::recursive_directory_iterator(SOURCES "/mem"))
-    if (entry.path().extension() == ".h") headers += text_of(entry.path());
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(SOURCES "/mem"))
+    if (entry.path().extension() == ".h") headers += content_of(entry.path());
   const std::vector<std::string> declared = names_between(headers, "extern const MEM_PART ", ";");
   EXPECT_GT(declared.size(), 15U);
-  EXPECT_EQ(names_between(text_of(SOURCES "/mem/tracker/parts.cpp"), "&", ","), declared);
+  EXPECT_EQ(names_between(content_of(SOURCES "/mem/tracker/parts.cpp"), "&", ","), declared);
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 
 #include <csignal>
 #include <cstring>
-#include <locale>
 
 #include "include/tuk_mem.h"
 #include "tests/support/debug_lines.h"
+#include "tests/support/grouping.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -56,12 +56,9 @@ std::uint64_t kernel_says(const std::string& file, const std::string& key) {
   return 0;
 }
 
-struct QUERY {
-  std::uint64_t (*of_process)(unsigned long pid);
-  std::uint64_t (*of_self)();
-  char const* key;
-};
-constexpr QUERY queries[] = {
+using OF_PROCESS = std::uint64_t (*)(unsigned long pid);
+using OF_SELF = std::uint64_t (*)();
+constexpr std::tuple<OF_PROCESS, OF_SELF, char const*> queries[] = {
     {mem_info_get_process_current_virtual_used, mem_info_get_process_current_virtual_used,
      "VmSize:"},
     {mem_info_get_process_current_working_set_size, mem_info_get_process_current_working_set_size,
@@ -71,11 +68,6 @@ constexpr QUERY queries[] = {
     {mem_info_get_process_peak_virtual_used_from_os, mem_info_get_process_peak_virtual_used_from_os,
      "VmPeak:"},
     {mem_info_get_process_peak_virtual_used, mem_info_get_process_peak_virtual_used, "VmPeak:"}};
-
-struct GROUPING : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  std::string do_grouping() const override { return "\1"; }
-};
 
 // In a locale that writes the number of a process with commas.
 TEST(ProcessInfo, IsWhatTheKernelSays) {

@@ -14,27 +14,21 @@ namespace {
 // Threads allocate and release under ids that make the array grow while writers copy it.
 TEST(PbinTrackerMap, IsExactUnderThreads) {
   constexpr std::uint32_t ids = 300, threads = 4, rounds = 20;
+  constexpr std::int64_t blocks = std::int64_t{threads} * rounds;
   MEM_PBIN_TRACKER_MAP map;
   std::atomic<std::uint32_t> counting = threads;
-  std::vector<std::thread> counters;
+  std::vector<std::jthread> counters;
   for (std::uint32_t thread = 0; thread < threads; ++thread)
     counters.emplace_back([&] {
       for (std::uint32_t i = 0; i < ids * rounds; ++i) {
-        const std::uint32_t id = i % ids;
-        map.allocate(100 + id, id);
-        map.allocate(7, id);
-        map.release(100 + id, id);
+        map.allocate(100 + i % ids, i % ids);
+        map.allocate(7, i % ids);
+        map.release(100 + i % ids, i % ids);
       }
       --counting;
     });
-  while (counting > 0) {
-    map.mark_as_peak();
-    map.flush_peak();
-    map.restore_peak();
-  }
-  for (std::thread& counter : counters) counter.join();
+  while (counting > 0) map.mark_as_peak(), map.flush_peak(), map.restore_peak();
   ASSERT_EQ(map.size(), ids);
-  constexpr std::int64_t blocks = std::int64_t{threads} * rounds;
   map.mark_as_peak();
   for (std::uint32_t id = 0; id < ids; ++id) {
     const std::int64_t round_bytes = 107 + std::int64_t{id};

@@ -1,41 +1,22 @@
 // Reports: what they show, in which order, to which stream.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <locale>
-#include <ostream>
 #include <regex>
-#include <sstream>
-#include <thread>
 
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/stack/unwinder.h"
 #include "tests/support/debug_lines.h"
+#include "tests/support/dumps.h"
+#include "tests/support/grouping.h"
 #include "tests/support/report.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/tracked_sites.h"
 
 namespace {
 
-using testing::HasSubstr, testing::MatchesRegex;
+using testing::Each, testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
 
 class REPORTS : public TRACKER {};
-
-using DUMP = void (*)(std::ostream&);
-constexpr DUMP dumps[] = {
-    [](std::ostream& out) { mem_dump_tbb_fileline_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_subsystem_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_stats_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_stats_tracking(out); },
-    [](std::ostream& out) { mem_dump_tbb_module_tracking(out, out); },
-    [](std::ostream& out) { mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out); }};
-
-std::string text_of(DUMP dump) {
-  std::ostringstream out;
-  dump(out);
-  return out.str();
-}
 
 // What of a dump does not tell the time.
 std::string figures_of(const std::string& text) {
@@ -43,34 +24,19 @@ std::string figures_of(const std::string& text) {
       text, std::regex("Time spent dumping:\t[0-9]+ clicks\\.\t[0-9.e-]+ seconds\\."), "timed");
 }
 
-// Gets on only when another thread has allocated and been sampled.
-class NEEDS_ANOTHER_THREAD : public std::streambuf {
-  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-  std::streamsize xsputn(char const*, std::streamsize count) override {
-    std::thread([] {
-      STAND_IN::release(allocate_at<1>(20));
-      mem_user_snapshot_tracking_data();
-    }).join();
-    return count;
-  }
-};
-
 TEST_F(REPORTS, HoldNoLockWhileTheHostsStreamWrites) {
   mem_enable_tracking(MEM_TRACK_ALL);
   allocate_at<0>(100);
   mem_user_snapshot_tracking_data();
   alarm(60);  // a hang is a failure
-  NEEDS_ANOTHER_THREAD buffer;
+  NEEDS_ANOTHER_THREAD buffer([] {
+    STAND_IN::release(allocate_at<1>(20));
+    mem_user_snapshot_tracking_data();
+  });
   std::ostream out(&buffer);
-  for (const DUMP dump : dumps) dump(out);
+  dump_all(out);
   alarm(0);
 }
-
-struct GROUPING : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  char do_decimal_point() const override { return ';'; }
-  std::string do_grouping() const override { return "\3"; }
-};
 
 TEST_F(REPORTS, LookTheSameWhateverLocaleAndFlags) {
   mem_enable_tracking(MEM_TRACK_ALL);
@@ -137,11 +103,9 @@ TEST_F(REPORTS, OrderSitesWithoutAPeak) {
     return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "f", "/f.cpp", line / 2)};
   };
   mem_enable_tracking(bits(8 | 16));
-  void* (*sites[])(std::size_t) = {allocate_at<0>, allocate_at<1>, allocate_at<2>, allocate_at<3>,
-                                   allocate_at<4>, allocate_at<5>, allocate_at<6>, allocate_at<7>};
   constexpr std::size_t held[] = {16, 32, 16, 16, 32, 48, 16, 16};
-  for (const int site : {5, 2, 7, 0, 3, 6, 1, 4}) sites[site](held[site]);
-  for (const int site : {3, 0}) STAND_IN::release(sites[site](16));
+  for (const std::size_t site : {5U, 2U, 7U, 0U, 3U, 6U, 1U, 4U}) sites_at[site](held[site]);
+  for (const std::size_t site : {3U, 0U}) STAND_IN::release(sites_at[site](16));
   m_symbolizer.frames_at = [](void const*) {
     return SCRIPTED_SYMBOLIZER::FRAMES{frame("alpha", "std::f", "/f.cpp")};
   };
@@ -168,17 +132,6 @@ TEST_F(REPORTS, OrderSitesWithoutAPeak) {
   EXPECT_EQ(leaks, lines);
 }
 
-// The first rows of the module timeline: label and bytes.
-std::vector<std::string> timeline_rows() {
-  std::vector<std::string> rows;
-  for (const REPORT::ROW& row : REPORT(text_of([](std::ostream& out) {
-                                  std::ostringstream summary;
-                                  mem_dump_tbb_module_tracking(summary, out);
-                                })).rows)
-    rows.push_back(row.text("") + " " + row.text("alpha"));
-  return rows;
-}
-
 TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
   const TEMPORARY_DIRECTORY directory;
   mem_set_timeline_label("early");
@@ -188,10 +141,11 @@ TEST_F(REPORTS, LabelTheModulesByWhatWasInForceAndShowBytesAgainAfterTheEnd) {
   mem_enable_tracking(bits(4));
   allocate_at<0>(100);
   mem_user_snapshot_tracking_data();
-  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112"));
   mem_set_timeline_label("end");
   mem_shutdown_tbb_tracking();
-  EXPECT_THAT(timeline_rows(), testing::ElementsAre("late 112", "end 112"));
+  const REPORT timeline(text_of(dumps[4]));
+  EXPECT_THAT(timeline.column(""), ElementsAre("late", "end"));
+  EXPECT_THAT(timeline.column("alpha"), ElementsAre("112", "112"));
   EXPECT_THAT(content_of("mem_tbb_cumulative_blocks_timeline_detailed.kvi.log"),
               HasSubstr("\nlate\t1\t0\nend\t1\t0\n"));
 }
@@ -227,10 +181,9 @@ TEST_F(REPORTS, KnowTheNamesOfBinsThatAreBeingOpened) {
     done = true;
   });
   while (!done) {
-    for (const REPORT::ROW& row : REPORT(text_of(dumps[2])).rows)
-      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+::[0-9]+"));
-    for (const REPORT::ROW& row : REPORT(text_of(dumps[3])).rows)
-      ASSERT_THAT(row.text("Name"), MatchesRegex("Root|[0-9]+"));
+    ASSERT_THAT(REPORT(text_of(dumps[2])).column("Name"),
+                Each(MatchesRegex("Root|[0-9]+::[0-9]+")));
+    ASSERT_THAT(REPORT(text_of(dumps[3])).column("Name"), Each(MatchesRegex("Root|[0-9]+")));
   }
   opener.join();
 }

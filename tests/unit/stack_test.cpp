@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
 #include <sys/mman.h>
 #include <ucontext.h>
 
@@ -11,13 +10,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <thread>
+#include <utility>
 
-#include "mem/modules/module_watch.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
+#include "mem/stack/unknown_for_now.h"
 #include "mem/stack/user_filters.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/unwind/stack_walk.h"
@@ -86,6 +85,28 @@ TEST(StackFilter, ChoosesTheFirstFrameThatIsKept) {
   EXPECT_EQ(symbolizer.source_requests, 4) << "once per address, never in a rejected module";
   mem_allow_no_fileline_info = true;
   EXPECT_EQ(site_of({&known[5]}), "no file");
+}
+
+// One more allocation at the address asks once its rest is over, not before.
+TEST(StackFilter, AsksAgainForWhatIsUnknownForNow) {
+  SCRIPTED_SYMBOLIZER symbolizer;
+  symbolizer.frames_at = [](void const*) { return FRAMES{frame("tool", "found", "/a.cpp")}; };
+  symbolizer.answers_hold = MEM_SYMBOL_ANSWER::for_now;
+  static const char address = 0;
+  static const std::array<char, 5000> more{};  // than can be told apart
+  const auto rest = std::exchange(mem_unknown_address_rest, std::chrono::hours(1));
+  EXPECT_EQ(site_of({&address}), "catch-all");
+  EXPECT_EQ(symbolizer.source_requests, 1);
+  for (const char& another : more) EXPECT_EQ(site_of({&another}), "catch-all");
+  const int before = symbolizer.source_requests.exchange(0);
+  EXPECT_LT(before, 1024);
+  symbolizer.answers_hold = MEM_SYMBOL_ANSWER::for_good;
+  EXPECT_EQ(site_of({&address}), "catch-all");
+  for (const char& another : more) EXPECT_EQ(site_of({&another}), "catch-all");
+  EXPECT_EQ(symbolizer.source_requests, 0);
+  mem_unknown_address_rest = std::chrono::milliseconds(0);
+  EXPECT_EQ(site_of({&address}), "found");
+  mem_unknown_address_rest = rest;
 }
 
 TEST(UserFilters, AreReadLineByLine) {
@@ -167,35 +188,19 @@ void from_aligned_frame() {
   room[1] = room[0];
 }
 
-void from_signal_handler() {
-  std::signal(SIGUSR1, [](int) { from_library_callback(); });
-  std::raise(SIGUSR1);
-}
+constexpr std::size_t page = 4096;
 
 // Pages of a stack between two that can't be read.
-class GUARDED_STACK {
- public:
-  static constexpr std::size_t page = 4096, bytes = 64 * page;
-
-  GUARDED_STACK()
-      : m_pages(static_cast<char*>(
-            mmap(nullptr, bytes + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
-    mprotect(begin(), bytes, PROT_READ | PROT_WRITE);
-  }
-  GUARDED_STACK(const GUARDED_STACK&) = delete;
-  GUARDED_STACK& operator=(const GUARDED_STACK&) = delete;
-  ~GUARDED_STACK() { munmap(m_pages, bytes + 2 * page); }
-
-  char* begin() const { return m_pages + page; }
-  char* end() const { return begin() + bytes; }
-
- private:
-  char* m_pages;
-};
+stack_t guarded_stack() {
+  constexpr std::size_t size = 64 * page;
+  auto* const pages = static_cast<char*>(
+      mmap(nullptr, size + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  mprotect(pages + page, size, PROT_READ | PROT_WRITE);
+  return {.ss_sp = pages + page, .ss_flags = 0, .ss_size = size};
+}
 
 void from_other_signal_stack() {
-  const GUARDED_STACK stack;
-  const stack_t wanted{.ss_sp = stack.begin(), .ss_flags = 0, .ss_size = stack.bytes};
+  const stack_t wanted = guarded_stack();
   stack_t former;
   sigaltstack(&wanted, &former);
   struct sigaction action {};
@@ -207,10 +212,9 @@ void from_other_signal_stack() {
 }
 
 void from_fiber() {
-  const GUARDED_STACK stack;
   static ucontext_t fiber, here;
   getcontext(&fiber);
-  fiber.uc_stack = {.ss_sp = stack.begin(), .ss_flags = 0, .ss_size = stack.bytes};
+  fiber.uc_stack = guarded_stack();
   fiber.uc_link = &here;
   makecontext(&fiber, from_aligned_frame, 0);
   swapcontext(&here, &fiber);
@@ -224,8 +228,7 @@ void expect_agreement(void (*walk)()) {
 }
 
 TEST(Unwinders, AgreeOnFramesOfEveryKind) {
-  for (auto* walk : {from_library_callback, from_large_frame, from_aligned_frame,
-                     from_signal_handler, from_other_signal_stack, from_fiber}) {
+  for (auto* walk : {from_large_frame, from_aligned_frame, from_other_signal_stack, from_fiber}) {
     expect_agreement(walk);
     std::thread(expect_agreement, walk).join();  // another outermost frame
   }
@@ -235,11 +238,11 @@ TEST(Unwinders, AgreeOnFramesOfEveryKind) {
 TEST(AWalk, EndsWhereTheStackDoes) {
   from_large_frame();
   const STACK addresses = found.ours;
-  const GUARDED_STACK stack;
-  std::memset(stack.begin(), 0x11, stack.bytes);
-  const auto end = reinterpret_cast<std::uintptr_t>(stack.end());
+  const stack_t stack = guarded_stack();
+  std::memset(stack.ss_sp, 0x11, stack.ss_size);
+  const std::uintptr_t end = reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size;
   for (void const* address : addresses)
-    for (std::uintptr_t below = 8; below < 2 * stack.page; below += 8)
+    for (std::uintptr_t below = 8; below < 2 * page; below += 8)
       for (const std::uintptr_t frame_pointer :
            {end - below, end - 8, end + 8, std::uintptr_t{0}}) {
         STACK frames{};
@@ -247,54 +250,6 @@ TEST(AWalk, EndsWhereTheStackDoes) {
         const int count = mem_walk_stack({code, end - below, frame_pointer}, 0, frames.data(), 60);
         ASSERT_LE(count, 2) << address << " " << below;
       }
-}
-
-void* load_plugin(int frame_size) {
-  std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
-                             "plugin.so", std::filesystem::copy_options::overwrite_existing);
-  return dlopen("./plugin.so", RTLD_NOW);
-}
-
-int retired = 0;
-int retire(MEM_MODULE_LOOK look) {
-  retired = 0;
-  mem_retire_removed_modules(look, [](std::uintptr_t begin, std::uintptr_t end) {
-    ++retired;
-    mem_forget_unwind_rules(begin, end);
-  });
-  return retired;
-}
-
-// Loads a plug-in, has it call back, and unloads it. Where its code was.
-void* walk_in_plugin(int frame_size) {
-  using TAKE = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
-  void* const plugin = load_plugin(frame_size);
-  void* const take = dlsym(plugin, "take_in_plugin");
-  reinterpret_cast<TAKE>(take)(
-      [](std::size_t) -> void* {
-        found = innermost();
-        return nullptr;
-      },
-      0);
-  EXPECT_EQ(found.ours, found.expected) << frame_size;
-  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 0) << "it is still there";
-  dlclose(plugin);
-  std::filesystem::remove("plugin.so");
-  return take;
-}
-
-TEST(WhatWasLearntOfAModule, GoesWithIt) {
-  const TEMPORARY_DIRECTORY directory;
-  void* const place = walk_in_plugin(3000);
-  for (const int frame_size : {2000, 900, 1900, 300'000, 200'000}) {
-    EXPECT_EQ(retire(MEM_MODULE_LOOK::REMOVED), 1);
-    ASSERT_EQ(walk_in_plugin(frame_size), place);
-  }
-  // Nobody looks in time: the next one stands in its place already.
-  void* const next = load_plugin(900);
-  ASSERT_EQ(dlsym(next, "take_in_plugin"), place);
-  EXPECT_EQ(retire(MEM_MODULE_LOOK::MISSED), 1);
-  dlclose(next);
 }
 
 }  // namespace

@@ -2,11 +2,9 @@
 #include "platform/udm_notifier.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <thread>
 
@@ -28,21 +26,20 @@ struct CALLS_BACK : NOTIFIER::OBSERVER {
 
 TEST(MappingNotifier, TellsEveryObserverOfWhatHappensWhileItIsRegistered) {
   CALLS_BACK observers[40];
+  CALLS_BACK& last = observers[39];
   for (CALLS_BACK& observer : observers) NOTIFIER::add_observer(&observer);
   observers[0].when_added = [&] {
     for (CALLS_BACK& observer : observers)
-      if (&observer != &observers[39]) NOTIFIER::remove_observer(&observer);
+      if (&observer != &last) NOTIFIER::remove_observer(&observer);
   };
   NOTIFIER::notify_removed(nullptr, 1);
   NOTIFIER::notify_added(nullptr, 10);
   NOTIFIER::notify_added(nullptr, 100);
-  NOTIFIER::remove_observer(&observers[39]);
+  NOTIFIER::remove_observer(&last);
   NOTIFIER::notify_removed(nullptr, 1000);
   for (CALLS_BACK& observer : observers) {
     EXPECT_EQ(observer.removed, 1U);
-    EXPECT_EQ(observer.added, &observer == &observers[0]    ? 10
-                              : &observer == &observers[39] ? 110
-                                                            : 0);
+    EXPECT_EQ(observer.added, &observer == &last ? 110 : &observer == observers ? 10 : 0);
     EXPECT_FALSE(NOTIFIER::is_registered(&observer));
   }
 }
@@ -59,12 +56,9 @@ TEST(MappingNotifier, LetsAnObserverGoOnceNoOtherThreadIsInIt) {
   NOTIFIER::add_observer(&observer);
   std::thread notifies([] { NOTIFIER::notify_added(nullptr, 1); });
   while (!inside) std::this_thread::yield();
-  const pid_t child = fork();
-  if (child == 0) {  // has no thread to wait for
-    const auto start = std::chrono::steady_clock::now();
-    NOTIFIER::remove_observer(&observer);
-    _exit(std::chrono::steady_clock::now() - start < std::chrono::milliseconds(900) ? 0 : 1);
-  }
+  // A forked child has no thread to wait for.
+  EXPECT_EXIT((ualarm(900000, 0), NOTIFIER::remove_observer(&observer), _exit(0)),
+              testing::ExitedWithCode(0), "");
   std::thread removes([&] {
     NOTIFIER::remove_observer(&observer);
     gone = true;
@@ -74,9 +68,6 @@ TEST(MappingNotifier, LetsAnObserverGoOnceNoOtherThreadIsInIt) {
   leave = true;
   removes.join();
   notifies.join();
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

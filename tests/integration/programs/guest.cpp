@@ -67,15 +67,12 @@ void end() {
   END();
 }
 
-template <int SIGNAL>
-void raise_it() {
-  std::raise(SIGNAL);
-}
-
 volatile std::sig_atomic_t signals = 0;
+void count_signal(int) { signals = signals + 1; }
 
 // Also for a tool that dies.
-void wait_for_all() {
+void wait_for_all(void (*on_child)(int) = count_signal) {
+  std::signal(SIGCHLD, on_child);
   start_tools();
   for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
   allocate_anew();
@@ -85,19 +82,17 @@ void wait_for_all() {
   say("signals:", signals);
 }
 
-void wait_with_a_handler() {
-  std::signal(SIGCHLD, [](int) { signals = signals + 1; });
-  wait_for_all();
-}
-
 void wait_as_subreaper() {
   prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
-  wait_with_a_handler();
+  wait_for_all();
 }
 
-void wait_ignoring_children() {
-  std::signal(SIGCHLD, SIG_IGN);
-  wait_for_all();
+void wait_for_another_host() {
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  if (fork() == 0) execl("/proc/self/exe", "guest", "return", nullptr);
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
 }
 
 // Like a daemon: closes what it does not know, and fills the table with its own.
@@ -153,20 +148,21 @@ void load_a_module_that_waits() {
 
 constexpr SCENARIO scenarios[] = {
     {"return", start_tools},
-    {"_exit", end<[] { _exit(0); }>},
-    {"quick_exit", end<[] { std::quick_exit(0); }>},
-    {"exit_in_a_thread", end<[] { std::thread([] { std::exit(0); }).join(); }>},
+    {"_exit", end<[] { _exit(6); }>},
+    {"quick_exit", end<[] { std::quick_exit(5); }>},
+    {"exit_in_a_thread", end<[] { std::thread([] { std::exit(7); }).join(); }>},
     {"pthread_exit", end<[] { pthread_exit(nullptr); }>},
-    {"abort", end<raise_it<SIGABRT>>},
-    {"SEGV", end<raise_it<SIGSEGV>>},
-    {"TERM", end<raise_it<SIGTERM>>},
-    {"KILL", end<raise_it<SIGKILL>>},
+    {"throw", end<[] { throw "nobody catches this"; }>},
+    {"SEGV", end<[] { std::raise(SIGSEGV); }>},
+    {"TERM", end<[] { std::raise(SIGTERM); }>},
+    {"KILL", end<[] { std::raise(SIGKILL); }>},
     {"exec", end<execute>},
     {"count_later", count_later},
     {"leave_a_child", end<leave_a_child>},
-    {"wait_with_a_handler", wait_with_a_handler},
+    {"wait_with_a_handler", [] { wait_for_all(); }},
     {"wait_as_subreaper", wait_as_subreaper},
-    {"wait_ignoring_children", wait_ignoring_children},
+    {"wait_ignoring_children", [] { wait_for_all(SIG_IGN); }},
+    {"wait_for_another_host", wait_for_another_host},
     {"take_descriptors", take_descriptors},
     {"start_without_descriptors", start_without_descriptors},
     {"forbid_children", forbid_children},

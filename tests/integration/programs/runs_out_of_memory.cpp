@@ -2,22 +2,23 @@
 // a handler of the host's, "library" the library's report, "malloc" allocates with malloc instead
 // of new, and "threads" does so on two threads of the host's thread library at once, where the
 // library's wrapper has to have installed the report; "meanwhile" installs the handler while the
-// wrapper of the first of them is at that. The host's numbers are grouped all the while.
+// wrapper of the first of them is at that. "small" allocates small blocks; "throws" installs a
+// handler that throws. The host's numbers are grouped all the while.
 #include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <locale>
 #include <string_view>
 
 #include "include/tuk_mem.h"
 #include "platform/thr_runtime.h"
 #include "platform/thr_thread.h"
+#include "tests/support/grouping.h"
 
 namespace {
 
-constexpr std::size_t megabyte = 1'000'000;
+std::size_t block_size = 1'000'000;
 
 bool with_malloc = false;
 std::atomic<bool> set_meanwhile = false;
@@ -26,7 +27,7 @@ void* volatile last_block;
 
 void allocate_for_ever() {
   do {
-    last_block = with_malloc ? std::malloc(megabyte) : ::operator new(megabyte);
+    last_block = with_malloc ? std::malloc(block_size) : ::operator new(block_size);
   } while (last_block != nullptr);
 }
 
@@ -47,10 +48,6 @@ void on_two_threads() {
   for (const pthread_t started : threads) thr_thread_join(started, nullptr);
 }
 
-struct GROUPING : std::numpunct<char> {
-  std::string do_grouping() const override { return "\1"; }
-};
-
 }  // namespace
 
 // The library switches this at every thread's start.
@@ -65,6 +62,8 @@ int main(int count, char** words) {
     const std::string_view word(words[i]);
     if (word == "handler") mem_set_out_of_memory_handler(hosts_handler);
     if (word == "library") mem_set_out_of_memory_handler(nullptr);
+    if (word == "throws") mem_set_out_of_memory_handler([] { throw block_size; });
+    if (word == "small") block_size = 200;
     if (word == "malloc") with_malloc = true;
     if (word == "threads") with_threads = true;
     if (word == "meanwhile") set_meanwhile = true;

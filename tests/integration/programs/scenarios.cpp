@@ -1,12 +1,5 @@
 // A host in several scenarios; the first argument picks one.
-#include <array>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "include/tuk_mem.h"
 #include "tests/integration/programs/run_scenario.h"
@@ -23,18 +16,6 @@ void leak() {
   void* volatile kept = std::malloc(1000);
   kept = std::malloc(77);
   std::free(kept);
-}
-
-// A block from before tracking is credited to the catch-all.
-void start_late() {
-  void* volatile early = std::malloc(1000);
-  mem_enable_tracking(MEM_TRACK_PER_FILELINE);
-  std::free(early);
-  mem_disable_tracking(MEM_TRACK_PER_FILELINE);
-  MEM_ADDRESS_TRACKER catch_all{};
-  mem_get_address_tracker(nullptr, catch_all);
-  std::printf("%lld %d\n", static_cast<long long>(catch_all.current_bytes),
-              static_cast<int>(catch_all.current_blocks));
 }
 
 // Debian's allocator has the properties, but no function for the release rate.
@@ -59,9 +40,30 @@ void fill_new_blocks_with_a_pattern() {
   const auto filled = [](const void* piece, std::size_t size) {
     return std::memchr(piece, 'P', size) != nullptr;
   };
-  std::printf("%d", filled(take(100), 100));
+  std::printf("%d %d", chunks.chunk_allocation_is_enabled(), filled(take(100), 100));
   for (const std::size_t size : {100U, 200U, 32700U, 40000U})
     std::printf(" %d", filled(chunks.chunk_malloc(size, 8), size));
+}
+
+// What stands in the middle of a block when the program first, or last, sees it.
+void fill_blocks() {
+  constexpr std::size_t size = 100;
+  mem_set_alloc_pattern('P');
+  mem_set_free_pattern('F');
+  const auto look = [](void const* block) {
+    const char c = static_cast<volatile char const*>(block)[size / 2];
+    return c == 0 ? '.' : c;
+  };
+  void* volatile block = std::malloc(size);
+  void* volatile zeros = std::calloc(1, size);
+  std::printf("malloc %c, calloc %c, ", look(block), look(zeros));
+  block = std::memset(block, 'x', size);
+  block = std::realloc(block, size + 1);
+  std::printf("kept %c, ", look(block));
+  block = std::realloc(block, 1000 * size);
+  std::printf("moved %c, ", look(block));
+  std::free(block);
+  std::printf("released %c\n", look(block));
 }
 
 void shut_down_twice() {
@@ -71,36 +73,23 @@ void shut_down_twice() {
   give(take(5000));
 }
 
-// Eight threads pass blocks around a ring while a ninth reads every record.
-void run_threads() {
-  constexpr std::size_t ring_size = 8;
-  std::array<std::atomic<void*>, ring_size> ring{};
-  std::atomic<std::size_t> working = ring_size;
-  std::vector<std::thread> threads;
-  for (std::size_t own = 0; own < ring_size; ++own)
-    threads.emplace_back([&, own] {
-      for (std::size_t i = 0; i < 20000; ++i) {
-        void* block = std::malloc(16 + i % 7 * 100);
-        std::free(ring[(own + i) % ring_size].exchange(block));
-      }
-      --working;
-    });
-  while (working > 0) {
-    std::ostringstream reports;
-    mem_dump_tbb_fileline_tracking(reports);
-    mem_dump_tbb_subsystem_tracking(reports);
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (auto& slot : ring) std::free(slot.exchange(nullptr));
+// In no order and some twice.
+void register_pgo_modules() {
+  mem_register_dll_for_pgo("libroute.so", "router, large");
+  mem_register_dll_for_pgo("libZoom.so", "viewer");
+  mem_register_dll_for_pgo("libroute.so", "");
+  mem_register_dll_for_pgo("libroute.so", "router, large");
+  mem_register_dll_for_pgo("lib\xC3\xA9.so", "accents");
 }
 
 constexpr SCENARIO scenarios[] = {
     {"ask_the_allocator", ask_the_allocator},
     {"fill_new_blocks_with_a_pattern", fill_new_blocks_with_a_pattern},
+    {"fill_blocks", fill_blocks},
     {"leak", leak},
-    {"start_late", start_late},
+    {"register_pgo_modules", register_pgo_modules},
     {"shut_down_twice", shut_down_twice},
-    {"run_threads", run_threads},
+    {"start_late", [] { mem_enable_tracking(MEM_TRACK_PER_FILELINE); }},
 };
 
 }  // namespace

@@ -1,19 +1,9 @@
 // A host that makes the profiler's life hard. Every scenario ends with a block of 4096 bytes that
 // take_last() allocated, so that a report shows tracking to have survived.
-#include <sys/mman.h>
-#include <sys/time.h>
 #include <sys/wait.h>
-#include <ucontext.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <csignal>
-#include <cstdint>
-#include <cstdio>
-#include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "include/tuk_mem.h"
 #include "platform/thr_thread.h"
@@ -23,42 +13,22 @@ namespace {
 
 void take_last() { take(4096); }
 
-void churn(int rounds) {
-  for (int i = 0; i < rounds; ++i) give(take(static_cast<std::size_t>(16 + i % 500)));
-}
-
-// Four threads allocate all the while; each child lives on, allocates, calls everything and exits.
-void fork_under_load() {
-  std::atomic<bool> done{false};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([&] {
-      while (!done) churn(100);
-    });
+// The child lives on, allocates, asks to be tracked, and exits.
+void fork_a_child() {
   std::filesystem::create_directory("child");
-  int failures = 0;
-  for (int i = 0; i < 20; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      if (chdir("child") != 0) _exit(3);
-      alarm(20);  // a hang is a failure
-      churn(1000);
-      std::uint64_t bytes = 0;
-      mem_open_profile_bin("b", "t");
-      mem_close_profile_bin("t", &bytes, &bytes, &bytes);
-      mem_set_timeline_label("child");
-      mem_tbb_tracking_flush_peak();
-      mem_reset_tracking_entries();
-      mem_enable_tracking(MEM_TRACK_ALL);
-      std::exit(mem_tracking_is_enabled(MEM_TRACK_PER_FILELINE) ? 4 : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (status != 0) ++failures;
+  const pid_t child = fork();
+  if (child == 0) {
+    if (chdir("child") != 0) _exit(3);
+    alarm(20);  // a hang is a failure
+    give(take(1000));
+    mem_tbb_tracking_flush_peak();
+    mem_reset_tracking_entries();
+    mem_enable_tracking(MEM_TRACK_ALL);
+    std::exit(mem_tracking_is_enabled(MEM_TRACK_PER_FILELINE) ? 4 : 0);
   }
-  done = true;
-  for (std::thread& thread : threads) thread.join();
-  std::printf("%d children failed\n", failures);
+  int status = 0;
+  waitpid(child, &status, 0);
+  std::printf("the child ended with %d\n", status);
   take_last();
 }
 
@@ -71,27 +41,28 @@ thread_local ALLOCATES_AT_THREAD_END at_thread_end;
 void end_threads_late() {
   std::thread([] { give(at_thread_end.block); }).join();
   std::thread([] {
-    for (;;) churn(1000);
+    for (std::size_t size = 0;; ++size) give(take(size % 500));
   }).detach();
   take_last();
+}
+
+void run_thread(THR_FUNCTION function, bool cancelled = false) {
+  pthread_t thread;
+  if (thr_thread_create(&thread, function, nullptr) != 0) std::_Exit(3);
+  if (cancelled) pthread_cancel(thread);
+  thr_thread_join(thread, nullptr);
 }
 
 // Through the host's thread library, which gives each thread spare memory: it goes however the
 // thread ends, and is nobody's block.
 void end_threads_in_every_way() {
-  constexpr THR_FUNCTION functions[] = {
-      [](void*) -> void* { return nullptr; },
-      [](void*) -> void* { pthread_exit(nullptr); },
+  run_thread([](void*) -> void* { return nullptr; });
+  run_thread([](void*) -> void* { pthread_exit(nullptr); });
+  run_thread(
       [](void*) -> void* {
         for (;;) pause();
       },
-  };
-  for (const THR_FUNCTION function : functions) {
-    pthread_t thread;
-    if (thr_thread_create(&thread, function, nullptr) != 0) std::_Exit(3);
-    if (function == functions[2]) pthread_cancel(thread);
-    thr_thread_join(thread, nullptr);
-  }
+      true);
   take_last();
 }
 
@@ -101,52 +72,26 @@ void start_again_after_the_end() {
   --MEM_INITIALIZER::s_init_counter;
   { const MEM_INITIALIZER last("LAST"); }
   const MEM_INITIALIZER late("LATE");
-  pthread_t thread;
-  thr_thread_create(
-      &thread, [](void* text) { return text; }, nullptr);
-  thr_thread_join(thread, nullptr);
+  run_thread([](void* text) { return text; });
 }
 
-void load_and_unload() {
-  std::vector<void*> modules;
-  for (const std::string name : {"./libcopy0.so", "./libcopy1.so", "./libcopy2.so"}) {
-    modules.push_back(load_copy(name));
-    if (name == "./libcopy1.so") std::filesystem::remove(name);
-    for (const std::size_t size : {100U, 200U}) give(allocate_in(modules.back(), size));
-  }
-  for (void* module : modules) dlclose(module);
-  take_last();
-}
-
+// Calls `allocate` from a frame of the build's size, which has no debug information.
 using TAKE_IN_PLUGIN = void* (*)(void* (*allocate)(std::size_t), std::size_t size);
 
-// A plug-in without debug information: its frames are looked through, for whoever called it.
 struct PLUGIN {
-  explicit PLUGIN(int frame_size) {
-    std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
-                               "plugin.so");
-    m_module = dlopen("./plugin.so", RTLD_NOW);
-    take = reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(m_module, "take_in_plugin"));
-  }
-  PLUGIN(const PLUGIN&) = delete;
-  PLUGIN& operator=(const PLUGIN&) = delete;
-  ~PLUGIN() {
-    dlclose(m_module);
-    std::filesystem::remove("plugin.so");
-  }
-
+  void* module;
   TAKE_IN_PLUGIN take;
-
- private:
-  void* m_module;
 };
-
-[[gnu::noipa]] void* take_by_first(const PLUGIN& plugin) {
-  void* volatile block = plugin.take(std::malloc, 1000);  // no tail call
-  return block;
+PLUGIN load_plugin(int frame_size) {
+  std::filesystem::copy_file(PLUGINS_DIRECTORY "/libplugin_" + std::to_string(frame_size) + ".so",
+                             "plugin.so", std::filesystem::copy_options::overwrite_existing);
+  void* const module = dlopen("./plugin.so", RTLD_NOW);
+  return {module, reinterpret_cast<TAKE_IN_PLUGIN>(dlsym(module, "take_in_plugin"))};
 }
-[[gnu::noipa]] void* take_by_rebuilt(const PLUGIN& plugin) {
-  void* volatile block = plugin.take(std::malloc, 2000);
+
+template <int SIZE>
+[[gnu::noipa]] void* take_by(const PLUGIN& plugin) {
+  void* volatile block = plugin.take(std::malloc, SIZE);  // no tail call
   return block;
 }
 
@@ -156,15 +101,15 @@ void reload_plugins() {
   int at_same_place = 0;
   const auto reload = [&](int first_size, int rebuilt_size, auto before_unloading,
                           auto afterwards) {
-    auto* const first = new PLUGIN(first_size);
-    auto* const place = first->take;
-    give(take_by_first(*first));
+    const PLUGIN first = load_plugin(first_size);
+    give(take_by<1000>(first));
     before_unloading();
-    delete first;
-    const PLUGIN rebuilt(rebuilt_size);
+    dlclose(first.module);
+    const PLUGIN rebuilt = load_plugin(rebuilt_size);
     afterwards();
-    if (rebuilt.take == place) ++at_same_place;
-    give(take_by_rebuilt(rebuilt));
+    at_same_place += rebuilt.take == first.take;
+    give(take_by<2000>(rebuilt));
+    dlclose(rebuilt.module);
   };
   const auto nothing = [] {};
   reload(300'000, 200'000, nothing, nothing);
@@ -194,66 +139,14 @@ void replace_module() {
   take_last();
 }
 
-const PLUGIN* plugin_in_use = nullptr;
-[[gnu::noipa]] void take_on_fiber() { give(plugin_in_use->take(std::malloc, 1000)); }
-[[gnu::noipa]] void take_in_handler(int) { give(plugin_in_use->take(std::malloc, 2000)); }
-
-// Small stacks between pages that can't be read: a fiber's, and one for signal handlers.
-void stand_on_other_stacks() {
-  const PLUGIN plugin(3000);
-  plugin_in_use = &plugin;
-  constexpr std::size_t guard = 4096, size = std::size_t{1} << 18;
-  const auto map_stack = [] {
-    auto* const pages = static_cast<char*>(
-        mmap(nullptr, size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(pages + guard, size, PROT_READ | PROT_WRITE);
-    return stack_t{.ss_sp = pages + guard, .ss_flags = 0, .ss_size = size};
-  };
-  static ucontext_t fiber, here;
-  getcontext(&fiber);
-  fiber.uc_stack = map_stack();
-  fiber.uc_link = &here;
-  makecontext(&fiber, take_on_fiber, 0);
-  swapcontext(&here, &fiber);
-  const stack_t for_handlers = map_stack();
-  sigaltstack(&for_handlers, nullptr);
-  struct sigaction action {};
-  action.sa_flags = SA_ONSTACK;
-  action.sa_handler = take_in_handler;
-  sigaction(SIGUSR1, &action, nullptr);
-  std::raise(SIGUSR1);
-  plugin_in_use = nullptr;
-  take_last();
-}
-
-// Signals interrupt every system call of the tracker, and the host reaps its tools.
-void interrupt() {
-  std::signal(SIGALRM, [](int) {
-    const int kept = errno;
-    waitpid(-1, nullptr, WNOHANG);
-    errno = kept;
-  });
-  const itimerval every{{0, 500}, {0, 500}};
-  setitimer(ITIMER_REAL, &every, nullptr);
-  load_and_unload();
-  churn(200000);
-}
-
 constexpr SCENARIO scenarios[] = {
-    {"fork_under_load", fork_under_load},
+    {"just_end", take_last},
+    {"fork_a_child", fork_a_child},
     {"end_threads_late", end_threads_late},
     {"end_threads_in_every_way", end_threads_in_every_way},
     {"start_again_after_the_end", start_again_after_the_end},
-    {"load_and_unload", load_and_unload},
     {"reload_plugins", reload_plugins},
     {"replace_module", replace_module},
-    {"stand_on_other_stacks", stand_on_other_stacks},
-    {"interrupt", interrupt},
-    {"just_end", take_last},
-    {"quick_exit", [] { take_last(), std::quick_exit(5); }},
-    {"exit_at_once", [] { take_last(), _exit(6); }},
-    {"exit_in_a_thread", [] { std::thread([] { take_last(), std::exit(7); }).join(); }},
-    {"throw_out", [] { take_last(), throw std::runtime_error("nobody catches this"); }},
 };
 
 }  // namespace
