@@ -1,6 +1,5 @@
 // What a report must cost at the least: reads the rows of a fileline report, then sorts them by
 // their peak bytes and prints them, and says how many seconds that took.
-//
 //   bare_report report output
 #include <algorithm>
 #include <array>

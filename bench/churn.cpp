@@ -1,8 +1,6 @@
 // A program that does nothing but allocate and free, to be profiled from outside: it links
 // neither the library nor an allocator.
-//
 //   churn [pairs [threads]]   pairs of each thread, 2 million and 1 unless given
-//
 // Sixteen call sites, reached one to eight frames below main (or the thread's function), take
 // turns. Every thread keeps a small window of live blocks: a block is freed once as many younger
 // ones have been allocated.

@@ -1,8 +1,6 @@
 // Allocates and frees at a steady number of live blocks, to be profiled from outside: how a pair's
 // cost grows with threads, live blocks, call sites and the depth of the stack.
-//
 //   growth pairs [threads [live [sites [depth]]]]   of each thread: pairs, and live blocks
-//
 // Prints the nanoseconds of a pair, once all sites are known and all blocks live; the resident
 // memory then, in kB; and the time of day when main ends, in seconds.
 #include <unistd.h>

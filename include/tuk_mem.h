@@ -1,22 +1,18 @@
 // tuk_mem.h - the memory library: process memory figures, out-of-memory handling and the
 // in-process heap profiler.
-//
 // The header is clean under C++17. Unless a function says otherwise it may be called from any
 // thread, at any time after the library is loaded, the end of the process included: it finds what
 // is tracked whole, or finds that tracking has ended. Failures are not returned as codes: queries
 // answer 0, false or an empty text, and diagnostics go to the debug channel (mem_msg_vdebug).
 // A broken internal invariant ends in err_report_internal_error, which does not return.
-//
 // From a signal handler: functions marked [signal] may be called. Where the handler has interrupted
 // its own thread inside the tracker, they do nothing: a dump writes nothing and answers false, a
 // query answers false, a flush, snapshot, reset or label is left out. They are safe against the
 // library's own locks, not against those of the host's streams and allocator. The other functions
 // must not be called from a signal handler.
-//
 // From a debug-message callback: it may be called from inside an allocation or a release, so it
 // must not wait for another thread. It may call everything here, a reset and a switch of tracking
 // included; what it allocates is not tracked, and an exception it throws ends where it was called.
-//
 // In a child made by fork nothing is tracked any more and no report is written: the functions
 // answer as after the end. A program the child executes is tracked by its own environment.
 #ifndef TUK_MEM_H
@@ -126,7 +122,6 @@ TUK_MEM_API const char* mem_gen_get_project_output_directory();
 // own function (cfg_dyn_is_on, cfg_dyn_get_int_value, cfg_dyn_get_value); without that it reads
 // the environment variable of the same name. Start-up, in the library's own static initialisation,
 // makes the first lookups: it finds such a function, but no callback that main installs.
-//
 // In a process that has more rights than whoever started it (setuid and setgid programs, file
 // capabilities) every environment variable counts as unset, switches included.
 

@@ -1,5 +1,4 @@
 // Descriptors that are out of the host's way and certainly ours.
-//
 // A host may close any descriptor it did not open, and open its own at the same number. So ours
 // take high numbers, and each is known by the file it stood for when it was taken: what stands
 // there now is looked at before every use. A host thread that closes one between the look and the

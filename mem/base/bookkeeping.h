@@ -43,9 +43,10 @@ class MEM_POOL_ALLOCATOR {
     return POOL<T>().allocate(count);
   }
   void deallocate(T* memory, std::size_t count) {
-    if (mem_pools.load(std::memory_order_relaxed) == MEM_POOLS::IN_USE) [[likely]]
-      POOL<T>().deallocate(memory, count);
-    else if (mem_pools == MEM_POOLS::WITH_RESERVE && !mem_give_back_to_reserve(memory))
+    const MEM_POOLS pools = mem_pools.load(std::memory_order_relaxed);
+    const bool is_the_pools = pools == MEM_POOLS::IN_USE || (pools == MEM_POOLS::WITH_RESERVE &&
+                                                             !mem_give_back_to_reserve(memory));
+    if (is_the_pools) [[likely]]
       POOL<T>().deallocate(memory, count);
   }
   bool operator==(const MEM_POOL_ALLOCATOR&) const = default;

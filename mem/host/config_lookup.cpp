@@ -1,6 +1,7 @@
 // Settings: the host's callback, else the host's own function found by name, else the environment.
 #include <strings.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "mem/host/callbacks.h"
@@ -9,18 +10,30 @@
 
 namespace {
 
-// Fills an empty slot with the host's function `name`, if the process has it. Searched at most
-// once per slot: a function that turns up later is only found through the setter.
+using PENDING = std::atomic<bool>;
+
+// A host's own search may ask for settings.
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool is_searching = false;
+
+// What stands in a slot. An empty one is filled with the host's function `name`, if the process has
+// it. Searched once per slot, or by each of several threads that come first: a function that turns
+// up later is only found through the setter.
 template <class CALLBACK>
-void search_once(CALLBACK& slot, bool& search_pending, const char* name) {
-  if (slot != nullptr || !search_pending) return;
+CALLBACK found_in(CALLBACK& slot, PENDING& search_pending, const char* name) {
+  const std::atomic_ref<CALLBACK> shared(slot);
+  if (shared != nullptr || !search_pending || is_searching) return shared;
+  is_searching = true;
+  const auto found = reinterpret_cast<CALLBACK>(thr_drl_find_function(nullptr, name));
+  is_searching = false;
+  CALLBACK none = nullptr;
+  shared.compare_exchange_strong(none, found);
   search_pending = false;
-  slot = reinterpret_cast<CALLBACK>(thr_drl_find_function(nullptr, name));
+  return shared;
 }
 
-constinit bool cfg_is_on_search_pending = true;
-constinit bool cfg_get_int_value_search_pending = true;
-constinit bool cfg_get_value_search_pending = true;
+constinit PENDING cfg_is_on_search_pending = true;
+constinit PENDING cfg_get_int_value_search_pending = true;
+constinit PENDING cfg_get_value_search_pending = true;
 
 bool is_any_of(const char* value, const char* word, const char* digit) {
   return strcasecmp(value, word) == 0 || strcasecmp(value, digit) == 0;
@@ -29,8 +42,9 @@ bool is_any_of(const char* value, const char* word, const char* digit) {
 }  // namespace
 
 bool mem_cfg_is_on(const char* name, bool default_value) {
-  search_once(mem_host_callbacks.cfg_is_on, cfg_is_on_search_pending, "cfg_dyn_is_on");
-  if (const auto callback = mem_host_callbacks.cfg_is_on) return callback(name, default_value);
+  const auto callback =
+      found_in(mem_host_callbacks.cfg_is_on, cfg_is_on_search_pending, "cfg_dyn_is_on");
+  if (callback != nullptr) return callback(name, default_value);
   const char* value = mem_environment_value(name);
   if (value == nullptr) return default_value;
   if (is_any_of(value, "on", "1")) return true;
@@ -39,10 +53,10 @@ bool mem_cfg_is_on(const char* name, bool default_value) {
 }
 
 int mem_cfg_get_int_value(const char* name, int default_value) {
-  search_once(mem_host_callbacks.cfg_get_int_value, cfg_get_int_value_search_pending,
-              "cfg_dyn_get_int_value");
+  const auto callback = found_in(mem_host_callbacks.cfg_get_int_value,
+                                 cfg_get_int_value_search_pending, "cfg_dyn_get_int_value");
   int result = 0;
-  if (const auto callback = mem_host_callbacks.cfg_get_int_value) {
+  if (callback != nullptr) {
     callback(name, &result, default_value);
     return result;
   }
@@ -53,9 +67,10 @@ int mem_cfg_get_int_value(const char* name, int default_value) {
 }
 
 std::string mem_cfg_get_value(const char* name) {
-  search_once(mem_host_callbacks.cfg_get_value, cfg_get_value_search_pending, "cfg_dyn_get_value");
+  const auto callback =
+      found_in(mem_host_callbacks.cfg_get_value, cfg_get_value_search_pending, "cfg_dyn_get_value");
   std::string result;
-  if (const auto callback = mem_host_callbacks.cfg_get_value) {
+  if (callback != nullptr) {
     callback(name, &result);
     return result;
   }

@@ -1,5 +1,4 @@
 // Readers of the kernel's memory files. Relies on mem/base.
-//
 // Every read opens its file afresh and keeps only the fields listed. The readers answer 0 on
 // success and -1 on failure, which they report on the debug channel under the caller's name; they
 // never throw, and take nothing from the heap. Any thread; a thread that reads is not cancelled

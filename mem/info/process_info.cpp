@@ -1,6 +1,8 @@
 // Queries about the memory of a process.
 #include <unistd.h>
 
+#include <atomic>
+
 #include "include/tuk_mem.h"
 #include "mem/info/proc_files.h"
 #include "platform/thr_runtime.h"
@@ -9,7 +11,7 @@ namespace {
 
 constexpr unsigned long long bytes_per_kb = 1024;
 
-constinit std::uint64_t page_size = 0;  // 0: not asked yet
+constinit std::atomic<std::uint64_t> page_size = 0;  // 0: not asked yet
 
 unsigned long own_pid() { return static_cast<unsigned long>(thr_getpid()); }
 

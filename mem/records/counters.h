@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <tuple>
 
 #include "include/tuk_mem.h"
 
@@ -24,4 +26,11 @@ inline void mem_charge_block(MEMORY_TRACKER_BASE& record, std::size_t requested,
 inline void mem_credit_block(MEMORY_TRACKER_BASE& record, std::size_t allocated) {
   record.current_blocks -= 1;
   record.current_bytes -= static_cast<std::int64_t>(allocated);
+}
+
+/// Where a record stands in a report: the largest peak comes first, ties go by current, then by
+/// cumulative bytes.
+inline auto mem_report_order(const MEMORY_TRACKER_BASE& record) {
+  return std::make_tuple(-record.peak_bytes, -record.current_bytes,
+                         -static_cast<std::int64_t>(record.cumulative_bytes));
 }

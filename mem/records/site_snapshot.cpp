@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <mutex>
-#include <tuple>
+#include <utility>
 
+#include "mem/records/counters.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_visit.h"
 
@@ -27,9 +28,7 @@ MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT(IS_WANTED is_wanted) {
 
 void MEM_SITE_SNAPSHOT::sort_by_peak() {
   const auto key = [](const MEM_SITE_ROW& row) {
-    const MEMORY_TRACKER_BASE& figures = row.counters;
-    return std::make_tuple(-figures.peak_bytes, -figures.current_bytes,
-                           -static_cast<std::int64_t>(figures.cumulative_bytes), row.address);
+    return std::make_pair(mem_report_order(row.counters), row.address);
   };
   std::sort(m_rows.begin(), m_rows.end(),
             [&](const MEM_SITE_ROW& a, const MEM_SITE_ROW& b) { return key(a) < key(b); });

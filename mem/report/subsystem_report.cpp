@@ -3,10 +3,11 @@
 #include <map>
 #include <mutex>
 #include <string_view>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "include/tuk_mem.h"
+#include "mem/records/counters.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_snapshot.h"
 #include "mem/report/columns.h"
@@ -62,9 +63,7 @@ void take_max_bytes(SUBSYSTEMS& subsystems) {
 
 SUBSYSTEM_ROWS rows_by_peak(const SUBSYSTEMS& subsystems) {
   const auto key = [](const SUBSYSTEM_ROW& row) {
-    const MEMORY_TRACKER_BASE& sum = row.second;
-    return std::make_tuple(-sum.peak_bytes, -sum.current_bytes,
-                           -static_cast<std::int64_t>(sum.cumulative_bytes), row.first);
+    return std::make_pair(mem_report_order(row.second), row.first);
   };
   SUBSYSTEM_ROWS rows(subsystems.begin(), subsystems.end());
   std::sort(rows.begin(), rows.end(),

@@ -1,8 +1,6 @@
 // A process that ends while eight of its threads do whatever the library lets them do, again and
 // again:
-//
 //   ends [processes]   500 unless given; each ends in the next of the ways below
-//
 // No process may crash, hang or end with another status than it chose, and what it leaves behind
 // are whole reports, each once, or none. Every difference is printed; the status is 0 when there
 // was none.

@@ -3,7 +3,6 @@
 // samples and reports taken, bins and labels set, children forked and modules loaded and unloaded.
 // Then, with the books cleared by a last reset, as long of the same without switching or resetting;
 // the report has to agree with the program's own books. Status 0 when it does.
-//
 //   soak [seconds]      3 unless given, for each half; run it for 10 minutes after a change of the
 //                       tracker
 #include <dlfcn.h>
