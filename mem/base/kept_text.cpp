@@ -4,6 +4,7 @@
 
 #include "mem/base/bookkeeping.h"
 #include "mem/base/spin_lock.h"
+#include "mem/base/static_storage.h"
 
 namespace {
 
@@ -38,6 +39,6 @@ char const* mem_keep_text(std::string_view text) {
 }
 
 void mem_abandon_kept_texts() {
-  newest = nullptr;
+  mem_abandon(newest);
   lock.abandon();
 }

@@ -2,8 +2,6 @@
 // accounting, and where it stands with the tracker's lock.
 #pragma once
 
-#include <utility>
-
 #include "include/tuk_mem.h"
 
 /// Set while this thread is inside the tracker's accounting: what the tracker itself allocates is
@@ -33,8 +31,10 @@ inline bool mem_thread_is_untracked() {
 /// This thread is inside the tracker, for a scope; the former state comes back. Nests.
 class MEM_INSIDE_TRACKER {
  public:
-  MEM_INSIDE_TRACKER()
-      : m_was_inside(std::exchange(mem_tbb_tracker_thread_local_block_recurse, true)) {}
+  // Not by std::exchange: for gcc's sanitizer a reference to the variable is null.
+  MEM_INSIDE_TRACKER() : m_was_inside(mem_tbb_tracker_thread_local_block_recurse) {
+    mem_tbb_tracker_thread_local_block_recurse = true;
+  }
   MEM_INSIDE_TRACKER(const MEM_INSIDE_TRACKER&) = delete;
   MEM_INSIDE_TRACKER& operator=(const MEM_INSIDE_TRACKER&) = delete;
   ~MEM_INSIDE_TRACKER() { mem_tbb_tracker_thread_local_block_recurse = m_was_inside; }

@@ -16,7 +16,9 @@ inline bool mem_visit_is_refused() {
 /// The cat is at rest, or at work, for a scope; then what it was before.
 class MEM_CAT_IS {
  public:
-  explicit MEM_CAT_IS(MEM_THREAD_PLACE place) : m_former(std::exchange(mem_thread_place, place)) {}
+  explicit MEM_CAT_IS(MEM_THREAD_PLACE place) : m_former(mem_thread_place) {
+    mem_thread_place = place;
+  }
   MEM_CAT_IS(const MEM_CAT_IS&) = delete;
   MEM_CAT_IS& operator=(const MEM_CAT_IS&) = delete;
   ~MEM_CAT_IS() { mem_thread_place = m_former; }
