@@ -41,7 +41,7 @@ thread_local ALLOCATES_AT_THREAD_END at_thread_end;
 void end_threads_late() {
   std::thread([] { give(at_thread_end.block); }).join();
   std::thread([] {
-    for (std::size_t size = 0;; ++size) give(take(size % 500));
+    for (std::size_t size = 0;; ++size) give(take(1 + size % 500));
   }).detach();
   take_last();
 }
