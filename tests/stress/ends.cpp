@@ -59,8 +59,8 @@ constexpr void (*more_actions[])() = {
     mem_reset_tracking_entries,
     mem_disable_profile_bin_tag_timeline_labels,
     [] {
-      NEEDS_ANOTHER_THREAD buffer(churn);
-      std::ostream out(&buffer);
+      static thread_local auto* const buffer = new NEEDS_ANOTHER_THREAD(churn);
+      std::ostream out(buffer);
       dump_all(out);
     },
     [] { mem_set_tbb_exe_string(rand() % 2 == 0 ? "one" : "other"); },

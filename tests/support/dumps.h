@@ -1,6 +1,7 @@
 // Every report that goes to a stream, and a stream that holds up whoever writes to it.
 #pragma once
 
+#include <atomic>
 #include <ostream>
 #include <sstream>
 #include <streambuf>
@@ -28,16 +29,25 @@ inline std::string text_of(DUMP dump) {
   return out.str();
 }
 
-/// Gets on only when another thread has done some work.
+/// Gets on only when another thread has done some work. That thread stays: so does the buffer.
 class NEEDS_ANOTHER_THREAD : public std::streambuf {
  public:
-  explicit NEEDS_ANOTHER_THREAD(void (*work)()) : m_work(work) {}
+  explicit NEEDS_ANOTHER_THREAD(void (*work)()) {
+    std::thread([this, work] {
+      for (;; m_asked = false, m_asked.notify_one()) {
+        m_asked.wait(false);
+        work();
+      }
+    }).detach();
+  }
 
  private:
   int_type overflow(int_type c) override { return traits_type::not_eof(c); }
   std::streamsize xsputn(char const*, std::streamsize count) override {
-    std::thread(m_work).join();
+    m_asked = true;
+    m_asked.notify_one();
+    m_asked.wait(true);
     return count;
   }
-  void (*m_work)();
+  std::atomic<bool> m_asked = false;
 };

@@ -29,11 +29,11 @@ TEST_F(REPORTS, HoldNoLockWhileTheHostsStreamWrites) {
   allocate_at<0>(100);
   mem_user_snapshot_tracking_data();
   alarm(60);  // a hang is a failure
-  NEEDS_ANOTHER_THREAD buffer([] {
+  static auto* const buffer = new NEEDS_ANOTHER_THREAD([] {
     STAND_IN::release(allocate_at<1>(20));
     mem_user_snapshot_tracking_data();
   });
-  std::ostream out(&buffer);
+  std::ostream out(buffer);
   dump_all(out);
   alarm(0);
 }
