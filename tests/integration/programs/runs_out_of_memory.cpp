@@ -62,7 +62,7 @@ int main(int count, char** words) {
     const std::string_view word(words[i]);
     if (word == "handler") mem_set_out_of_memory_handler(hosts_handler);
     if (word == "library") mem_set_out_of_memory_handler(nullptr);
-    if (word == "throws") mem_set_out_of_memory_handler([] { throw block_size; });
+    if (word == "throws") mem_set_out_of_memory_handler([] { throw std::size_t{1}; });
     if (word == "small") block_size = 200;
     if (word == "malloc") with_malloc = true;
     if (word == "threads") with_threads = true;
