@@ -2,11 +2,13 @@
 // memory, or waits for a lock.
 #include "mem/oom/out_of_memory.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -36,16 +38,22 @@ constexpr milliseconds longest_wait = std::chrono::seconds(10);
 constexpr pthread_t nobody = 0;
 constinit std::atomic<pthread_t> first_thread = nobody;
 
-// Another thread may hold the stream and wait for us, or for memory.
-void flush_unless_locked(std::FILE* stream) {
+bool takes_output(std::FILE* stream) {
+  pollfd descriptor = {.fd = fileno(stream), .events = POLLOUT, .revents = 0};
+  return poll(&descriptor, 1, 0) == 1 && descriptor.revents == POLLOUT;
+}
+
+// Another thread may hold the stream and wait for us, or for memory, and nobody may read what it
+// leads to: the exit's own flush comes after the line is said.
+void flush_if_possible(std::FILE* stream) {
   if (ftrylockfile(stream) != 0) return;
-  fflush_unlocked(stream);
+  if (takes_output(stream)) fflush_unlocked(stream);
   funlockfile(stream);
 }
 
 void print_report() {
-  flush_unless_locked(stdout);
-  flush_unless_locked(stderr);
+  flush_if_possible(stdout);
+  flush_if_possible(stderr);
   char line[64];
   const int length = std::snprintf(
       line, sizeof line, "\nOut of memory (%d megabytes used)",
@@ -75,8 +83,9 @@ void report() {
 
 // No cancellation point.
 void sleep_for(milliseconds time) {
-  const timespec request = {.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(time).count()};
-  thr_raw_syscall(SYS_nanosleep, &request, nullptr);
+  timespec left = {.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(time).count()};
+  while (thr_raw_syscall(SYS_nanosleep, &left, &left) == -EINTR) {  // a signal of the host's
+  }
 }
 
 // Until the reports are written, and the process has had a little time to end by itself.

@@ -48,7 +48,7 @@ TEST(OutOfMemory, LeavesTheReportsWhole) {
   using testing::HasSubstr, testing::EndsWith;
   const std::tuple<std::vector<std::string>, const char*> rows[] = {
       {{"library", "small"}, "\nOut of memory ("},
-      {{"library", "small", "threads"}, "\nOut of memory ("},
+      {{"library", "small", "threads", "interrupted"}, "\nOut of memory ("},
       {{"throws", "small"}, ""}};
   for (const auto& [words, err] : rows) {
     SCOPED_TRACE(testing::PrintToString(words));

@@ -2,12 +2,14 @@
 // a handler of the host's, "library" the library's report, "malloc" allocates with malloc instead
 // of new, and "threads" does so on two threads of the host's thread library at once, where the
 // library's wrapper has to have installed the report; "meanwhile" installs the handler while the
-// wrapper of the first of them is at that. "small" allocates small blocks; "throws" installs a
-// handler that throws. The host's numbers are grouped all the while.
+// wrapper of the first of them is at that. "small" allocates small blocks; "interrupted" by a
+// timer; "throws" installs a handler that throws. The host's numbers are grouped all the while.
 #include <pthread.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <string_view>
 
@@ -48,6 +50,12 @@ void on_two_threads() {
   for (const pthread_t started : threads) thr_thread_join(started, nullptr);
 }
 
+void interrupt_all_the_while() {
+  std::signal(SIGALRM, [](int) {});
+  const itimerval every = {{0, 500}, {0, 500}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+}
+
 }  // namespace
 
 // The library switches this at every thread's start.
@@ -64,6 +72,7 @@ int main(int count, char** words) {
     if (word == "library") mem_set_out_of_memory_handler(nullptr);
     if (word == "throws") mem_set_out_of_memory_handler([] { throw std::size_t{1}; });
     if (word == "small") block_size = 200;
+    if (word == "interrupted") interrupt_all_the_while();
     if (word == "malloc") with_malloc = true;
     if (word == "threads") with_threads = true;
     if (word == "meanwhile") set_meanwhile = true;
