@@ -17,6 +17,7 @@
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocator_functions.h"
 #include "mem/base/critical_section.h"
+#include "mem/base/host_thread.h"
 #include "mem/base/reserve.h"
 #include "mem/base/standard_error.h"
 #include "mem/oom/spare_memory.h"
@@ -52,6 +53,7 @@ void flush_if_possible(std::FILE* stream) {
 }
 
 void print_report() {
+  const MEM_CANCELLATION_HELD not_cancelled;
   flush_if_possible(stdout);
   flush_if_possible(stderr);
   char line[64];
