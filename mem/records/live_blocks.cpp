@@ -1,7 +1,6 @@
 #include "mem/records/live_blocks.h"
 
 #include <new>
-#include <utility>
 
 #include "mem/base/check.h"
 #include "mem/base/static_storage.h"
@@ -10,10 +9,10 @@ constinit MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool = n
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator = nullptr;
 constinit MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map = nullptr;
 
-namespace {
+constinit std::array<MEM_LIVE_BLOCK_BANK, 1U << MEM_ADDRESS_TRACKER_PTR_MAP::bank_bits>
+    MEM_ADDRESS_TRACKER_PTR_MAP::banks{};
 
-// So many that threads with few live blocks rarely meet on a line of buckets.
-constexpr std::size_t first_buckets = 1U << 14;
+namespace {
 
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_POOL> pool_storage;
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR> allocator_storage;
@@ -23,8 +22,7 @@ void create(MEM_TRACKING_GRANULARITY) {
   mem_address_tracker_ptr_map_pool = pool_storage.construct();
   mem_address_tracker_ptr_map_allocator =
       allocator_storage.construct(*mem_address_tracker_ptr_map_pool);
-  mem_address_tracker_ptr_map =
-      map_storage.construct(first_buckets, *mem_address_tracker_ptr_map_allocator);
+  mem_address_tracker_ptr_map = map_storage.construct(*mem_address_tracker_ptr_map_allocator);
 }
 
 void free() {
@@ -48,23 +46,15 @@ constinit const MEM_PART mem_live_blocks_part(MEM_CREATE{create}, MEM_RESET{[] {
 
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {
-    const MEM_BLOCK_ORIGIN origin = {&site,
-                                     with_thread ? std::this_thread::get_id() : std::thread::id()};
-    if (mem_address_tracker_ptr_map->insert({block, origin})) [[likely]]
-      return;
-    // Its release was not seen, on a blocked thread for instance.
-    MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;
-    mem_address_tracker_ptr_map->insert(entry, block);
-    entry->second = origin;
+    mem_address_tracker_ptr_map->insert(
+        block, {&site, with_thread ? std::this_thread::get_id() : std::thread::id()});
   } catch (const std::bad_alloc&) {  // its release will be charged to the catch-all
   }
 }
 
 MEM_BLOCK_ORIGIN mem_take_block(void const* block) {
-  MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;
-  if (!mem_address_tracker_ptr_map->find(entry, block)) return {};
-  const MEM_BLOCK_ORIGIN origin = entry->second;
+  MEM_BLOCK_ORIGIN origin;
+  if (!mem_address_tracker_ptr_map->take(block, origin)) return {};
   mem_check(origin.site != nullptr, "address_tracker_ptr != nullptr");
-  mem_address_tracker_ptr_map->erase(entry);
   return origin;
 }

@@ -12,8 +12,8 @@ namespace {
 
 // Null when the block is not known.
 MEM_ADDRESS_TRACKER const* site_of(void const* block) {
-  MEM_ADDRESS_TRACKER_PTR_MAP::const_accessor entry;
-  return mem_address_tracker_ptr_map->find(entry, block) ? entry->second.site : nullptr;
+  MEM_BLOCK_ORIGIN origin;
+  return mem_address_tracker_ptr_map->find(block, origin) ? origin.site : nullptr;
 }
 
 }  // namespace
