@@ -447,6 +447,7 @@ struct MEMORY_TRACKER_BASE {
   std::uint32_t current_blocks;               ///< live now; read as signed, for the catch-all
   std::uint32_t max_blocks;                   ///< largest current_blocks
   std::uint32_t peak_blocks;                  ///< current_blocks at the last recorded peak
+  std::uint32_t guard;                        ///< the tracker's own; says nothing in a copy
   std::uint64_t cumulative_blocks;            ///< ever allocated
   std::int64_t current_bytes;                 ///< live now
   std::int64_t max_bytes;                     ///< largest current_bytes

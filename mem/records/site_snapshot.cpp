@@ -10,7 +10,7 @@
 
 // Counted first, so that the rows take no more room than they need.
 MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT(IS_WANTED is_wanted) {
-  const MEM_TRACKER_VISIT visit;
+  const MEM_TRACKER_VISIT_ALONE visit;
   m_is_refused = !visit && mem_visit_is_refused();
   if (!visit || mem_address_tracker_map == nullptr) return;
   const std::lock_guard trace(mem_trace_lock);

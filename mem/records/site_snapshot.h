@@ -18,9 +18,9 @@ struct MEM_SITE_ROW {
   bool is_catch_all() const { return address == nullptr; }
 };
 
-/// Taken under the locks, read without: the texts stay for as long as the snapshot lives, also
-/// when the tracker forgets its records meanwhile. About a hundred bytes a row, and nothing comes
-/// from the hooked allocator.
+/// Taken alone inside the tracker's lock, read without: the texts stay for as long as the snapshot
+/// lives, also when the tracker forgets its records meanwhile. About a hundred bytes a row, and
+/// nothing comes from the hooked allocator.
 class MEM_SITE_SNAPSHOT {
  public:
   using ROWS = std::vector<MEM_SITE_ROW, MEM_BOOKKEEPING_ALLOCATOR<MEM_SITE_ROW>>;

@@ -123,7 +123,7 @@ MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
     }
     if (record != nullptr && !record->filtered) return record;
   }
-  return &mem_catch_all_site();
+  return &mem_catch_all_site(lock);
 }
 
 constinit const MEM_PART mem_symbolizer_part(

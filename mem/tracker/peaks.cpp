@@ -84,6 +84,19 @@ void keep_current_as_peak() {
   keep_current_as_peak();
 }
 
+// What has been claimed is more than the total where threads have room left.
+[[gnu::noinline]] bool record_if_peak() {
+  std::int64_t total = 0;
+  {
+    const MEM_INSIDE_AS_CAT cat;
+    mem_current_bytes.settle();
+    total = mem_current_bytes.claimed();
+  }
+  if (total < mem_next_peak()) return false;
+  record_peak(total);
+  return true;
+}
+
 void flush_site_peaks() {
   const std::lock_guard trace(mem_trace_lock);
   if (mem_flushed_peak_data == nullptr) {
@@ -166,12 +179,12 @@ void part_peaks_from_records() {
 
 std::int64_t mem_flushed_peak_memory() { return flushed_peak_memory; }
 
+std::int64_t mem_next_peak() { return next_peak_memory.load(std::memory_order_relaxed); }
+
 bool mem_check_peak() {
-  const std::int64_t total = mem_current_bytes;
-  if (total < next_peak_memory.load(std::memory_order_relaxed)) [[likely]]
+  if (mem_current_bytes.claimed() < mem_next_peak()) [[likely]]
     return false;
-  record_peak(total);
-  return true;
+  return record_if_peak();
 }
 
 void mem_tbb_tracking_flush_peak() {

@@ -8,6 +8,9 @@
 /// The highest peak handed on by a flush; bytes.
 std::int64_t mem_flushed_peak_memory();
 
+/// The total from which on a peak is recorded.
+std::int64_t mem_next_peak();
+
 /// Looks at the total before a release is subtracted from it. At a new peak copies every site's
 /// current figures into its peak figures, as the cat: call outside the tracker's lock. Whether a
 /// peak was recorded.

@@ -1,0 +1,66 @@
+#include "mem/state/thread_line.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/raw_syscall.h"
+
+constinit std::array<MEM_THREAD_LINE, 1 + mem_most_own_lines> mem_thread_lines{};
+constinit thread_local MEM_THREAD_LINE* mem_own_line = nullptr;
+
+namespace {
+
+using THREAD_ID = std::int32_t;
+constexpr THREAD_ID nobody = 0;
+
+using OWNER = std::atomic<THREAD_ID>;
+constinit std::array<OWNER, mem_most_own_lines> owners{};
+
+// Raised before a line is first written.
+constinit std::atomic<std::size_t> used_lines{1};
+
+bool is_gone(THREAD_ID thread) {
+  return thr_raw_syscall(SYS_tgkill, thr_raw_syscall(SYS_getpid), thread, 0) == -ESRCH;
+}
+
+// Whose line is this thread's already: an earlier thread with its id is gone.
+OWNER* find(THREAD_ID thread) {
+  auto* const found = std::find(owners.begin(), owners.end(), thread);
+  return found == owners.end() ? nullptr : found;
+}
+
+template <class MAY_TAKE>
+OWNER* take_one(THREAD_ID thread, MAY_TAKE may_take) {
+  for (OWNER& owner : owners) {
+    THREAD_ID former = owner;
+    if (may_take(former) && owner.compare_exchange_strong(former, thread)) return &owner;
+  }
+  return nullptr;
+}
+
+MEM_THREAD_LINE& line_of(const OWNER& owner) {
+  const auto number = static_cast<std::size_t>(&owner - owners.data()) + 1;
+  std::size_t used = used_lines;
+  while (used <= number && !used_lines.compare_exchange_weak(used, number + 1)) {
+  }
+  return mem_thread_lines[number];
+}
+
+}  // namespace
+
+[[gnu::cold, gnu::noinline]] MEM_THREAD_LINE& mem_claim_thread_line() {
+  const auto thread = static_cast<THREAD_ID>(thr_raw_syscall(SYS_gettid));
+  OWNER* owner = find(thread);
+  if (owner == nullptr) owner = take_one(thread, [](THREAD_ID former) { return former == nobody; });
+  if (owner == nullptr) owner = take_one(thread, is_gone);
+  mem_own_line = owner == nullptr ? mem_thread_lines.data() : &line_of(*owner);
+  return *mem_own_line;
+}
+
+std::span<MEM_THREAD_LINE> mem_used_thread_lines() { return {mem_thread_lines.data(), used_lines}; }
+
+void mem_abandon_thread_lines() {
+  for (OWNER& owner : owners) owner = nobody;
+  for (MEM_THREAD_LINE& line : mem_used_thread_lines()) line.mouse = 0;
+  mem_own_line = nullptr;
+}
