@@ -1,4 +1,4 @@
-// What is being tracked now. Relies on mem/base.
+// What is being tracked now. Relies on platform and mem/base, like everything in this folder.
 #pragma once
 
 #include <atomic>

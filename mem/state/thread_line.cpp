@@ -16,6 +16,16 @@ constexpr THREAD_ID nobody = 0;
 using OWNER = std::atomic<THREAD_ID>;
 constinit std::array<OWNER, mem_most_own_lines> owners{};
 
+// A process that shares the memory for a while, as a child made by vfork does, runs with the
+// thread's own variables and other thread ids. What it claimed would be taken from the thread.
+constinit std::atomic<std::int32_t> own_process{0};
+
+bool is_in_own_process() {
+  const auto process = static_cast<std::int32_t>(thr_raw_syscall(SYS_getpid));
+  std::int32_t known = 0;
+  return own_process.compare_exchange_strong(known, process) || known == process;
+}
+
 // Raised before a line is first written.
 constinit std::atomic<std::size_t> used_lines{1};
 
@@ -49,6 +59,7 @@ MEM_THREAD_LINE& line_of(const OWNER& owner) {
 }  // namespace
 
 [[gnu::cold, gnu::noinline]] MEM_THREAD_LINE& mem_claim_thread_line() {
+  if (!is_in_own_process()) return mem_thread_lines[0];
   const auto thread = static_cast<THREAD_ID>(thr_raw_syscall(SYS_gettid));
   OWNER* owner = find(thread);
   if (owner == nullptr) owner = take_one(thread, [](THREAD_ID former) { return former == nobody; });
@@ -60,6 +71,7 @@ MEM_THREAD_LINE& line_of(const OWNER& owner) {
 std::span<MEM_THREAD_LINE> mem_used_thread_lines() { return {mem_thread_lines.data(), used_lines}; }
 
 void mem_abandon_thread_lines() {
+  own_process = 0;
   for (OWNER& owner : owners) owner = nobody;
   for (MEM_THREAD_LINE& line : mem_used_thread_lines()) line.mouse = 0;
   mem_own_line = nullptr;

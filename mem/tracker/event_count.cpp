@@ -1,5 +1,7 @@
 #include "mem/tracker/event_count.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 
@@ -12,8 +14,12 @@ namespace {
 // Fewer than so many events in room are not worth the claim.
 constexpr std::int64_t least_room = 32;
 
+// A longer period never ends.
+constexpr std::uint64_t endless = 1ULL << 60;
+
 std::int64_t sample_behind(std::int64_t events) {
-  const auto period = static_cast<std::int64_t>(mem_module_snapshot_delay.events());
+  const auto period =
+      static_cast<std::int64_t>(std::min(mem_module_snapshot_delay.events(), endless));
   return events - events % period + period;
 }
 
