@@ -162,7 +162,7 @@ MEM_LOADED_SYMBOL MEM_MODULE_FILE::nearest_symbol(const MEM_LOADED_MODULE& modul
   const MEM_SYMBOL_TABLE table(*module.map);
   const std::uint32_t number =
       symbols_of(table).find(table, reinterpret_cast<std::uintptr_t>(address) - module.bias);
-  if (number == table.end()) return {};
+  if (number == MEM_SYMBOL_INDEX::none) return {};
   return {table.name_of(number), reinterpret_cast<void*>(module.bias + table[number].st_value)};
 }
 

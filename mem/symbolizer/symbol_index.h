@@ -20,19 +20,19 @@ class MEM_SYMBOL_TABLE {
  public:
   explicit MEM_SYMBOL_TABLE(const link_map& map);
 
-  /// How many symbols other modules may find by the table's hash table, from which number on.
-  std::uint32_t first() const { return m_first; }
-  std::uint32_t end() const { return m_end; }
+  /// The symbols that other modules may find by the table's hash table, as a range of numbers.
+  struct RANGE {
+    std::uint32_t first;
+    std::uint32_t end;
+  };
+  RANGE found_by_others() const;
   const Elf64_Sym& operator[](std::uint32_t number) const { return m_symbols[number]; }
   char const* name_of(std::uint32_t number) const { return m_names + m_symbols[number].st_name; }
 
  private:
-  void count(const std::uint32_t* hash);
-
   const Elf64_Sym* m_symbols = nullptr;
   char const* m_names = nullptr;
-  std::uint32_t m_first = 0;
-  std::uint32_t m_end = 0;
+  const std::uint32_t* m_hash = nullptr;
 };
 
 /// Made once for a module's file, of any module that was loaded from it. Immutable: any thread.
@@ -42,7 +42,8 @@ class MEM_SYMBOL_INDEX {
   explicit MEM_SYMBOL_INDEX(const MEM_SYMBOL_TABLE& table);
 
   /// The symbol with the highest address among those that an address lies in, counted as in the
-  /// file; the table's end for none.
+  /// file; `none` for none.
+  static constexpr std::uint32_t none = UINT32_MAX;
   std::uint32_t find(const MEM_SYMBOL_TABLE& table, Elf64_Addr address) const;
 
  private:
