@@ -347,6 +347,23 @@ TEST_F(TRACKER, LooksDeeperOnlyWhenAFullShortTraceIsAllFiltered) {
   EXPECT_EQ(errno, 0);
 }
 
+// All of a stack is looked through, again and again. After a reset its frames are judged anew: the
+// report of filtered addresses is of what the records know.
+TEST_F(TRACKER, PassesOverWhatItLooksThroughUntilAReset) {
+  mem_enable_tracking(bits(8));
+  m_symbolizer.frames_at = [](void const*) { return FRAMES{frame("alpha", "std::f", "/f.cpp")}; };
+  std::size_t filtered[2] = {};
+  for (std::size_t& rows : filtered) {
+    mem_reset_tracking_entries();
+    for (int again = 0; again < 3; ++again)
+      EXPECT_EQ(site_of(allocate_below(30)).address_info.address, nullptr);
+    const std::lock_guard trace(mem_trace_lock);
+    mem_for_each_site([&](void const*, const MEM_ADDRESS_TRACKER& site) { rows += site.filtered; });
+  }
+  EXPECT_GT(filtered[0], 2U);
+  EXPECT_EQ(filtered[0], filtered[1]);
+}
+
 // As when a plug-in is rebuilt, and the first one loaded again.
 TEST_F(TRACKER, BringsARetiredSiteBackWhereItSaysTheSame) {
   int line = 0;
