@@ -1,6 +1,8 @@
 #include "mem/records/live_blocks.h"
 
+#include <cstring>
 #include <new>
+#include <utility>
 
 #include "mem/base/check.h"
 #include "mem/base/static_storage.h"
@@ -43,6 +45,15 @@ constinit const MEM_PART mem_live_blocks_part(MEM_CREATE{create}, MEM_RESET{[] {
                                                 mem_address_tracker_ptr_map->clear();
                                               }},
                                               MEM_FREE{free}, MEM_ABANDON{abandon});
+
+// In a child made by fork, the banks are as a map of its parent's had them.
+MEM_ADDRESS_TRACKER_PTR_MAP::MEM_ADDRESS_TRACKER_PTR_MAP(
+    const MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR& allocator)
+    : m_allocator(allocator) {
+  static constinit bool was_there_one = false;
+  if (std::exchange(was_there_one, true))
+    std::memset(static_cast<void*>(banks.data()), 0, sizeof banks);
+}
 
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {

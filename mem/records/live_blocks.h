@@ -35,8 +35,7 @@ using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
 /// few lines of cache and few pages.
 class MEM_ADDRESS_TRACKER_PTR_MAP {
  public:
-  explicit MEM_ADDRESS_TRACKER_PTR_MAP(const MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR& allocator)
-      : m_allocator(allocator) {}
+  explicit MEM_ADDRESS_TRACKER_PTR_MAP(const MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR& allocator);
   MEM_ADDRESS_TRACKER_PTR_MAP(const MEM_ADDRESS_TRACKER_PTR_MAP&) = delete;
   MEM_ADDRESS_TRACKER_PTR_MAP& operator=(const MEM_ADDRESS_TRACKER_PTR_MAP&) = delete;
   ~MEM_ADDRESS_TRACKER_PTR_MAP() { clear(); }
@@ -66,7 +65,8 @@ class MEM_ADDRESS_TRACKER_PTR_MAP {
   }
 
   MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR m_allocator;
-  // Zeros that nobody has touched take no memory: there is one map, and its banks are not in it.
+  // Zeros that nobody has touched take no memory: there is one map at a time, and its banks are not
+  // in it.
   static std::array<MEM_LIVE_BLOCK_BANK, 1U << bank_bits> banks;
 };
 
