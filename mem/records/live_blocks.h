@@ -5,6 +5,7 @@
 #define TBB_PREVIEW_MEMORY_POOL 1
 #include <oneapi/tbb/memory_pool.h>
 
+#include <new>
 #include <thread>
 
 #include "include/tuk_mem.h"
@@ -29,13 +30,44 @@ struct MEM_BLOCK_HASH {
 };
 
 using MEM_ADDRESS_TRACKER_PTR_MAP_POOL = tbb::memory_pool<MEM_BOOKKEEPING_ALLOCATOR<char>>;
+/// Of the pool; without one, in a child that is tracked, as all bookkeeping.
+template <class NODE>
+class MEM_BLOCK_NODE_ALLOCATOR {
+ public:
+  using value_type = NODE;
+
+  explicit MEM_BLOCK_NODE_ALLOCATOR(MEM_ADDRESS_TRACKER_PTR_MAP_POOL* pool) : m_pool(pool) {}
+  template <class OTHER>
+  explicit(false) MEM_BLOCK_NODE_ALLOCATOR(const MEM_BLOCK_NODE_ALLOCATOR<OTHER>& other)
+      : m_pool(other.pool()) {}
+
+  NODE* allocate(std::size_t count) {
+    if (m_pool == nullptr) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<NODE>().allocate(count);
+    void* const nodes = m_pool->malloc(count * sizeof(NODE));
+    if (nodes == nullptr) throw std::bad_alloc();
+    return static_cast<NODE*>(nodes);
+  }
+  void deallocate(NODE* nodes, std::size_t count) {
+    if (m_pool == nullptr) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<NODE>().deallocate(nodes, count);
+    m_pool->free(nodes);
+  }
+  MEM_ADDRESS_TRACKER_PTR_MAP_POOL* pool() const { return m_pool; }
+  bool operator==(const MEM_BLOCK_NODE_ALLOCATOR&) const = default;
+
+ private:
+  MEM_ADDRESS_TRACKER_PTR_MAP_POOL* m_pool;
+};
+
 using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
-    tbb::memory_pool_allocator<std::pair<void const* const, MEM_BLOCK_ORIGIN>>;
+    MEM_BLOCK_NODE_ALLOCATOR<std::pair<void const* const, MEM_BLOCK_ORIGIN>>;
 using MEM_ADDRESS_TRACKER_PTR_MAP =
     tbb::concurrent_hash_map<void const*, MEM_BLOCK_ORIGIN, MEM_BLOCK_HASH,
                              MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR, MEM_BLOCK_MUTEX>;
 
-/// All three from initialisation to cleanup. The map locks by itself, bucket by bucket.
+/// All three from initialisation to cleanup, the pool not in a child. The map locks by itself,
+/// bucket by bucket.
 extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;
 extern MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator;
 extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;

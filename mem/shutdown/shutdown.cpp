@@ -24,6 +24,7 @@
 #include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/hooks.h"
 #include "mem/tracker/peaks.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
@@ -135,6 +136,7 @@ bool mem_end_tracking() {
     return false;
   }
   if (mem_tbb_tracking_ended) return true;
+  mem_end_snapshots();
   const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());
   mem_close_allocation_log();
   stop_bins(granularity);

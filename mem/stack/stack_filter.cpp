@@ -131,4 +131,5 @@ constinit const MEM_PART mem_symbolizer_part(
     MEM_RESET{mem_nothing},  // what an address stands for stays the same
     // Allocations of other modules' destructors may have started tools since the exit began.
     MEM_FREE{MEM_SYMBOLIZER_FACTORY::end_all_tools},
-    MEM_ABANDON{MEM_SYMBOLIZER_FACTORY::abandon_all_tools});
+    MEM_ABANDON{MEM_SYMBOLIZER_FACTORY::abandon_all_tools},
+    MEM_FOLLOW{mem_nothing});  // the same one, with tools of its own

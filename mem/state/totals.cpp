@@ -38,5 +38,12 @@ constinit const MEM_PART mem_totals_part(MEM_CREATE{mem_nothing},  // zero since
                                            mem_current_bytes = 0;
                                            ++mem_reset_count;
                                          }},
-                                         MEM_FREE{mem_nothing},      // plain counters
-                                         MEM_ABANDON{mem_nothing});  // the parent's, as they were
+                                         MEM_FREE{mem_nothing},     // plain counters
+                                         MEM_ABANDON{mem_nothing},  // the parent's, as they were
+                                         MEM_FOLLOW{[] {
+                                           mem_reset_totals();
+                                           mem_snapshot_count = 0;
+                                           mem_estimated_timeline_idx_at_peak = 0;
+                                           mem_reset_count = 0;
+                                           mem_abandoned_events = 0;
+                                         }});
