@@ -65,6 +65,7 @@ constexpr void (*more_actions[])() = {
     },
     [] { mem_set_tbb_exe_string(rand() % 2 == 0 ? "one" : "other"); },
     [] { mem_set_print_allocations_callback_enabled(rand() % 2 == 0); },
+    mem_write_report_snapshot,
 };
 
 // Bins belong to one thread.
