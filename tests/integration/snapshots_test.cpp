@@ -5,7 +5,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre, testing::MatchesRegex, testing::UnorderedElementsAre;
+using testing::ElementsAre, testing::MatchesRegex;
 
 constexpr const char* taken = "take(unsigned long)";
 
