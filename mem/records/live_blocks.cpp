@@ -21,9 +21,9 @@ constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR> allocator_st
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP> map_storage;
 
 void create(MEM_TRACKING_GRANULARITY) {
-  mem_address_tracker_ptr_map_pool = pool_storage.construct();
+  if (mem_pools != MEM_POOLS::OF_CHILD) mem_address_tracker_ptr_map_pool = pool_storage.construct();
   mem_address_tracker_ptr_map_allocator =
-      allocator_storage.construct(*mem_address_tracker_ptr_map_pool);
+      allocator_storage.construct(mem_address_tracker_ptr_map_pool);
   mem_address_tracker_ptr_map = map_storage.construct(*mem_address_tracker_ptr_map_allocator);
 }
 

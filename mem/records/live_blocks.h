@@ -5,7 +5,8 @@
 #include <oneapi/tbb/memory_pool.h>
 
 #include <array>
-#include <memory>
+#include <cstddef>
+#include <new>
 #include <thread>
 
 #include "include/tuk_mem.h"
@@ -22,14 +23,39 @@ struct MEM_BLOCK_ORIGIN {
 using MEM_ADDRESS_TRACKER_PTR_MAP_POOL = tbb::memory_pool<MEM_BOOKKEEPING_ALLOCATOR<char>>;
 using MEM_LIVE_BLOCK_BANK = MEM_BLOCK_BANK<MEM_BLOCK_ORIGIN>;
 
+/// Of the pool; without one, in a child that is tracked, as all bookkeeping.
+class MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR {
+ public:
+  using PLACE = MEM_LIVE_BLOCK_BANK::PLACE;
+
+  explicit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR(MEM_ADDRESS_TRACKER_PTR_MAP_POOL* pool)
+      : m_pool(pool) {}
+
+  /// May throw std::bad_alloc.
+  PLACE* allocate(std::size_t count) {
+    if (is_apart_from_pool()) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<PLACE>().allocate(count);
+    void* const places = m_pool->malloc(count * sizeof(PLACE));
+    if (places == nullptr) throw std::bad_alloc();
+    return static_cast<PLACE*>(places);
+  }
+  void deallocate(PLACE* places, std::size_t count) {
+    if (is_apart_from_pool()) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<PLACE>().deallocate(places, count);
+    m_pool->free(places);
+  }
+
+ private:
+  bool is_apart_from_pool() const {
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)  // see bookkeeping.h
-struct MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR : std::allocator<MEM_LIVE_BLOCK_BANK::PLACE> {
-  explicit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR(MEM_ADDRESS_TRACKER_PTR_MAP_POOL&) {}
-};
+    return true;
 #else
-using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
-    tbb::memory_pool_allocator<MEM_LIVE_BLOCK_BANK::PLACE>;
+    return m_pool == nullptr;
 #endif
+  }
+
+  MEM_ADDRESS_TRACKER_PTR_MAP_POOL* m_pool;
+};
 
 /// The blocks of a page have a bank together: what a program touches together is together here, in
 /// few lines of cache and few pages.
@@ -70,7 +96,7 @@ class MEM_ADDRESS_TRACKER_PTR_MAP {
   static std::array<MEM_LIVE_BLOCK_BANK, 1U << bank_bits> banks;
 };
 
-/// All three from initialisation to cleanup.
+/// All three from initialisation to cleanup, the pool not in a child.
 extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;
 extern MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator;
 extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "mem/base/static_storage.h"
+#include "mem/records/inherited_verdicts.h"
 
 constinit MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map = nullptr;
 constinit MEM_RETIRED_SITES* mem_retired_sites = nullptr;
@@ -110,6 +111,7 @@ void begin_anew() { replace_records(make_records()); }
 
 void abandon() {
   forget_recently_found();
+  mem_inherit_verdicts(mem_trace_lock.is_taken() ? nullptr : mem_address_tracker_map);
   mem_trace_lock.abandon();
   mem_abandon(current_records);
   if (current_records != nullptr) return;
@@ -150,6 +152,7 @@ MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRAC
 // The room is there before a record leaves the map: without it the record would be lost on the way.
 void mem_retire_sites(std::uintptr_t begin, std::uintptr_t end) {
   forget_recently_found();
+  mem_forget_inherited_verdicts();
   for (auto site = mem_address_tracker_map->begin(); site != mem_address_tracker_map->end();) {
     const auto next = std::next(site);
     if (reinterpret_cast<std::uintptr_t>(site->first) - begin < end - begin) {

@@ -44,4 +44,11 @@ constinit const MEM_PART mem_totals_part(MEM_CREATE{mem_nothing},  // zero since
                                          MEM_ABANDON{[] {        // the parent's, as they were
                                            mem_snapshot_count.abandon();
                                            mem_current_bytes.abandon();
+                                         }},
+                                         MEM_FOLLOW{[] {
+                                           mem_reset_totals();
+                                           mem_snapshot_count.set(0);
+                                           mem_estimated_timeline_idx_at_peak = 0;
+                                           mem_reset_count = 0;
+                                           mem_abandoned_events = 0;
                                          }});

@@ -24,6 +24,7 @@
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/peaks.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ constexpr const MEM_PART* parts[] = {
     &mem_report_tag_part,
     &mem_report_directory_part,
     &mem_cat_mouse_lock_part,
+    &mem_snapshots_part,
 };
 
 }  // namespace
@@ -69,4 +71,8 @@ void mem_free_parts() {
 
 void mem_abandon_parts() {
   for (const MEM_PART* part : parts) part->abandon();
+}
+
+void mem_follow_parts(MEM_TRACKING_GRANULARITY granularity) {
+  for (const MEM_PART* part : parts) part->follow(granularity);
 }

@@ -139,28 +139,33 @@ void flush_global_peak() {
   mem_pbin_stats.global_peak.store({0, 0});
 }
 
-bool has_address_now(const MEM_ADDRESS_TRACKER& site, void const* address) {
+bool has_address_now(MEM_ADDRESS_TRACKER const* site, void const* address) {
   const auto now = mem_address_tracker_map->find(address);
-  return now != mem_address_tracker_map->end() && &now->second == &site;
+  return now != mem_address_tracker_map->end() && &now->second == site;
 }
 
 // Null when none was flushed.
-SITE_PEAK const* flushed_peak_of(const MEM_ADDRESS_TRACKER& site, void const* address) {
+SITE_PEAK const* flushed_peak_of(MEM_ADDRESS_TRACKER const* site, void const* address) {
   const auto [first, last] = mem_flushed_peak_data->equal_range(address);
   const auto found = std::find_if(first, last, [&](const auto& flushed) {
     SITE_PEAK const& peak = flushed.second;
-    return peak.site == &site || (peak.site == nullptr && has_address_now(site, address));
+    return peak.site == site || (peak.site == nullptr && has_address_now(site, address));
   });
   return found == last ? nullptr : &found->second;
+}
+
+void show_flushed_peak(MEMORY_TRACKER_BASE& figures, MEM_ADDRESS_TRACKER const* site,
+                       void const* address) {
+  SITE_PEAK const* const flushed = flushed_peak_of(site, address);
+  figures.peak_bytes = flushed == nullptr ? 0 : flushed->bytes;
+  figures.peak_blocks = flushed == nullptr ? 0 : static_cast<std::uint32_t>(flushed->blocks);
 }
 
 void restore_site_peaks() {
   const std::lock_guard trace(mem_trace_lock);
   mem_estimated_timeline_idx_at_peak = timeline_idx_at_flushed_peak;
   mem_for_each_site([](void const* address, MEM_ADDRESS_TRACKER& site) {
-    SITE_PEAK const* const flushed = flushed_peak_of(site, address);
-    site.peak_bytes = flushed == nullptr ? 0 : flushed->bytes;
-    site.peak_blocks = flushed == nullptr ? 0 : static_cast<std::uint32_t>(flushed->blocks);
+    show_flushed_peak(site, &site, address);
   });
 }
 
@@ -170,7 +175,7 @@ void part_peaks_from_records() {
   if (mem_flushed_peak_data == nullptr) return;
   std::erase_if(*mem_flushed_peak_data, [](const auto& flushed) {
     SITE_PEAK const& peak = flushed.second;
-    return peak.site != nullptr && !has_address_now(*peak.site, flushed.first);
+    return peak.site != nullptr && !has_address_now(peak.site, flushed.first);
   });
   for (auto& [address, peak] : *mem_flushed_peak_data) peak.site = nullptr;
 }
@@ -202,19 +207,31 @@ void mem_tbb_tracking_flush_peak() {
 
 void mem_rearm_peak_detection() { await_next_peak(0, first_doubling); }
 
+bool mem_flushed_peak_is_higher() {
+  return mem_flushed_peak_data != nullptr && flushed_peak_memory >= thresholded_peak_memory;
+}
+
+void mem_show_flushed_peak(MEM_SITE_SNAPSHOT& sites) {
+  const std::lock_guard trace(mem_trace_lock);
+  sites.show_another_peak(timeline_idx_at_flushed_peak, [](MEM_SITE_ROW& row) {
+    show_flushed_peak(row.counters, row.site, row.address);
+  });
+}
+
 void mem_restore_flushed_peak() {
-  if (mem_flushed_peak_data == nullptr || flushed_peak_memory < thresholded_peak_memory) return;
+  if (!mem_flushed_peak_is_higher()) return;
   mem_pbin_tracker->restore_peak();
   mem_pbin_tag_tracker->restore_peak();
   restore_site_peaks();
 }
 
-constinit const MEM_PART mem_peaks_part(MEM_CREATE{[](MEM_TRACKING_GRANULARITY) {
-                                          mem_rearm_peak_detection();
-                                        }},
-                                        MEM_RESET{[] {
-                                          mem_rearm_peak_detection();
-                                          part_peaks_from_records();
-                                        }},
-                                        MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
-                                        MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }});
+constinit const MEM_PART mem_peaks_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_rearm_peak_detection(); }}, MEM_RESET{[] {
+      mem_rearm_peak_detection();
+      part_peaks_from_records();
+    }},
+    MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
+    MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }}, MEM_FOLLOW{[] {
+      flushed_peak_memory = 0;
+      mem_rearm_peak_detection();
+    }});
