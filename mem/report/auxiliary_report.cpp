@@ -1,4 +1,5 @@
 // The timeline of the process's own figures.
+#include "mem/base/host_thread.h"
 #include "mem/report/dump_timing.h"
 #include "mem/report/report_text.h"
 #include "mem/report/reports.h"
@@ -26,6 +27,7 @@ void print_kb_as_bytes(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
 }
 
 void print_rss_percentage(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   const float percentage =
       static_cast<float>(sample.rss) * 100.0F / static_cast<float>(sample.vm_size);
   out << (sample.vm_size == 0 ? 0.0 : static_cast<double>(percentage));

@@ -1,5 +1,6 @@
 // The counters of profile bins and tags.
 #include "include/tuk_mem.h"
+#include "mem/base/host_thread.h"
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/report/report_text.h"
@@ -39,6 +40,7 @@ void print_bytes(MEM_REPORT_TEXT& out, std::int64_t bytes) { out << bytes; }
 void print_mib(MEM_REPORT_TEXT& out, std::int64_t bytes) {
   constexpr double mib_per_byte = 9.5367431640625e-7;
   constexpr int decimals = 3;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   out.fixed(static_cast<double>(bytes) * mib_per_byte, decimals);
 }
 

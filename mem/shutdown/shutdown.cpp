@@ -4,6 +4,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
+#include "mem/base/host_thread.h"
 #include "mem/base/lifecycle.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
@@ -136,6 +137,7 @@ bool mem_end_tracking() {
     return false;
   }
   if (mem_tbb_tracking_ended) return true;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   mem_end_snapshots();
   const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());
   mem_close_allocation_log();

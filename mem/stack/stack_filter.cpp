@@ -93,6 +93,7 @@ void judge(void const* address, VERDICT& verdict) {
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
     void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
   if (mem_is_unknown_for_now(address)) return nullptr;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;  // hash maps compute their load factors
   MEM_ADDRESS_TRACKER record{};
   if (MEM_ADDRESS_TRACKER const* const parents = mem_inherited_verdict(address)) {
     record.address_info = parents->address_info;

@@ -98,6 +98,7 @@ void keep_current_as_peak() {
 }
 
 void flush_site_peaks() {
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   const std::lock_guard trace(mem_trace_lock);
   if (mem_flushed_peak_data == nullptr) {
     mem_flushed_peak_data = flushed_peak_storage.construct();

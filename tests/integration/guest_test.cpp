@@ -59,6 +59,7 @@ TEST(Guest, TakesNothingOfTheHosts) {
       {"wait_ignoring_children", "tools run: 1\nchildren: 0\nsignals: 0\n"},
       {"take_descriptors", "tools run: 1\nopened: 1021\nlost or written to: 0\n"},
       {"load_a_module_that_waits", "loaded: 1\n"},
+      {"trap_floating_point", "raised: 0\n"},
       {"start_without_descriptors", ""}};
   for (const auto& [scenario, out] : rows) {
     SCOPED_TRACE(scenario);

@@ -1,6 +1,7 @@
 // A host with tools running that ends, waits for children, or takes descriptors, in every way.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fenv.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pthread.h>
@@ -122,6 +123,14 @@ void start_without_descriptors() {
   dprintf(1, "in place: %d\n", in_place);
 }
 
+// To the end of the process, reports included.
+void trap_floating_point() {
+  feclearexcept(FE_ALL_EXCEPT);
+  feenableexcept(FE_ALL_EXCEPT);
+  for (int site = 0; site < 2; ++site) allocate_anew();
+  say("raised:", fetestexcept(FE_ALL_EXCEPT));
+}
+
 void forbid_children() {
   constexpr auto number = static_cast<std::uint32_t>(offsetof(seccomp_data, nr));
   sock_filter rules[] = {
@@ -165,6 +174,7 @@ constexpr SCENARIO scenarios[] = {
     {"wait_for_another_host", wait_for_another_host},
     {"take_descriptors", take_descriptors},
     {"start_without_descriptors", start_without_descriptors},
+    {"trap_floating_point", trap_floating_point},
     {"forbid_children", forbid_children},
     {"load_a_module_that_waits", load_a_module_that_waits},
 };
