@@ -1,6 +1,8 @@
 // Accounting, on an allocator with the hook interface whose sizes are multiples of 16.
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -229,6 +231,32 @@ TEST_F(TRACKER, LetsAForkedChildFinishWhatItWasDoingInside) {
   EXPECT_EXIT((alarm(20), mem_catch_all_site().cumulative_blocks += 1, mouse.reset(),
                call_everything(), std::_Exit(0)),
               testing::ExitedWithCode(0), "");
+}
+
+// Or while it waits to be the cat: the child has nobody to wait for.
+TEST_F(TRACKER, LetsAForkedChildGoOnThatWaitedToGoIn) {
+  static std::atomic<bool> forked = false;
+  static pid_t child = -1;
+  std::atomic<bool> inside = false;
+  std::thread holder([&] {
+    const MEM_INSIDE_AS_MOUSE mouse;
+    for (inside = true; !forked;) std::this_thread::yield();
+  });
+  while (!inside) std::this_thread::yield();
+  std::signal(SIGALRM, [](int) {
+    child = fork();
+    if (child == 0) std::signal(SIGALRM, SIG_DFL), alarm(20);
+    forked = true;
+  });
+  ualarm(20'000, 0);
+  { const MEM_INSIDE_AS_CAT cat; }
+  { const MEM_INSIDE_AS_MOUSE back; }
+  if (child == 0) call_everything(), std::_Exit(0);
+  std::signal(SIGALRM, SIG_DFL);
+  holder.join();
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 // A signal handler may have interrupted a reset on its own thread.
