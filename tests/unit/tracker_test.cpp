@@ -409,6 +409,25 @@ TEST_F(TRACKER, BringsARetiredSiteBackWhereItSaysTheSame) {
   EXPECT_THAT(blocks, testing::ElementsAre(testing::Pair(1, 2), testing::Pair(2, 1)));
 }
 
+// What is said of the total while others allocate may be a block off, but not a room.
+TEST_F(TRACKER, KnowsTheTotalWhileAThreadClaimsRoomInIt) {
+  MEM_SHARED_TOTAL total(&MEM_THREAD_LINE::byte_room);
+  std::atomic<bool> done = false;
+  const auto claimer = start_threads(1, [&](unsigned) {
+    MEM_THREAD_LINE& line = mem_thread_line();
+    for (int round = 0; round < 2'000'000; ++round) {
+      total.add(line, 1, 1 << 20, 1);
+      total.subtract(line, 1);
+    }
+    line.byte_room = 0;
+    done = true;
+  });
+  while (!done) {
+    const std::int64_t seen = total;
+    ASSERT_TRUE(done || seen == 0 || seen == 1) << seen;
+  }
+}
+
 // Each block is released by whichever thread finds it. By site, the soak compares the figures.
 TEST_F(TRACKER, BalancesWhileThreadsExchangeBlocksAndACatComesIn) {
   constexpr std::size_t sizes[] = {20, 100, 8128, 8129};
