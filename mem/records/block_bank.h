@@ -73,10 +73,11 @@ class alignas(32) MEM_BLOCK_BANK {
   static constexpr std::uint32_t first_size = 8;
   static constexpr std::uint32_t small = 64;
 
-  // The high bits, scaled to the number of places.
+  // High bits, scaled to the number of places. Not the highest: of page-aligned blocks these are
+  // the same in all of a bank that was chosen by the page.
   std::uint32_t home_of(void const* block) const {
     const std::uint64_t bits = mem_spread_bits(reinterpret_cast<std::uintptr_t>(block));
-    return static_cast<std::uint32_t>(((bits >> 32) * m_size) >> 32);
+    return static_cast<std::uint32_t>(((bits << 4 >> 32) * m_size) >> 32);
   }
   std::uint32_t behind(std::uint32_t place) const { return place + 1 == m_size ? 0 : place + 1; }
 

@@ -3,6 +3,8 @@
 #include <linux/membarrier.h>
 #include <time.h>
 
+#include <cerrno>
+
 #include "platform/raw_syscall.h"
 
 constinit std::atomic<bool> mem_light_fences = false;
@@ -13,10 +15,15 @@ constinit std::atomic<bool> were_light = false;
 
 bool ask_kernel(int command) { return thr_raw_syscall(SYS_membarrier, command, 0, 0) == 0; }
 
-// A store leaves its processor within a microsecond, a change of threads included.
+// A store leaves its processor within a microsecond, a change of threads included. The host's
+// signals don't cut the wait, and a filter that forbids to sleep doesn't either.
 void wait_for_stores() {
-  const timespec millisecond = {.tv_sec = 0, .tv_nsec = 1'000'000};
-  thr_raw_syscall(SYS_nanosleep, &millisecond, nullptr);
+  timespec left = {.tv_sec = 0, .tv_nsec = 1'000'000};
+  long answer = -EINTR;
+  while (answer == -EINTR) answer = thr_raw_syscall(SYS_nanosleep, &left, &left);
+  if (answer == 0) return;
+  constexpr int spins_of_a_millisecond = 100'000;
+  for (int spin = 0; spin < spins_of_a_millisecond; ++spin) __builtin_ia32_pause();
 }
 
 }  // namespace

@@ -33,6 +33,8 @@ constinit const MEM_PART mem_cat_mouse_lock_part(
     MEM_FREE{mem_nothing},  // whoever comes later still asks whether tracking has ended
     MEM_ABANDON{abandon});
 
+// A signal handler may fork at any step here and below. The child has a new lock, on which its only
+// thread goes on with that step: it waits for nobody, and what it leaves is free.
 void CAT_MOUSE_LOCK_A::enter_as_cat() {
   ++catsApproaching;
   ++m_cats_about;
@@ -41,7 +43,7 @@ void CAT_MOUSE_LOCK_A::enter_as_cat() {
   for (bool entered = false; !entered;) {
     {
       const tbb::spin_mutex::scoped_lock one_at_a_time(m_cats_mutex);
-      entered = cats == 0 && nobody_is_about();
+      entered = mem_forked_inside || (cats == 0 && nobody_is_about());
       if (entered) cats = 1;
     }
     if (!entered) back_off.pause();
@@ -53,18 +55,17 @@ void CAT_MOUSE_LOCK_A::enter_as_cat() {
 
 // Where a cat was inside, no mouse is; one may stand at the door.
 void CAT_MOUSE_LOCK_A::leave_as_cat() {
-  if (--cats != 0) [[unlikely]]
-    return refuse_leaving_cat();
-  --m_cats_about;
+  if (--cats == 0) [[likely]]
+    --m_cats_about;
+  else
+    refuse_leaving_cat();
+  if (mem_forked_inside) cats = m_cats_about = 0;
 }
 
 // In a child whose thread was counted by the lock of its parent, leaving brings the count below
 // zero, which is no error; so does a mouse's.
 void CAT_MOUSE_LOCK_A::refuse_leaving_cat() {
-  if (mem_forked_inside) {
-    cats = m_cats_about = 0;
-    return;
-  }
+  if (mem_forked_inside) return;
   mem_check(nobody_is_about(), "mice == 0");
   mem_check(cats == 0, "cats == 0");
 }

@@ -13,7 +13,10 @@ constexpr std::int64_t part_to_keep = 4;
 
 }  // namespace
 
-MEM_SHARED_TOTAL::operator std::int64_t() const { return claimed() - left_in_all(); }
+MEM_SHARED_TOTAL::operator std::int64_t() const {
+  const std::lock_guard no_claims(m_lock);  // a room of which half was seen would be far off
+  return claimed() - left_in_all();
+}
 
 std::int64_t MEM_SHARED_TOTAL::left_in_all() const {
   std::int64_t left = 0;
@@ -50,7 +53,7 @@ void MEM_SHARED_TOTAL::claim(MEM_THREAD_LINE& line, std::int64_t amount, std::in
 
 void MEM_SHARED_TOTAL::settle() {
   const std::lock_guard changing(m_lock);
-  set(*this);
+  set(claimed() - left_in_all());
 }
 
 void MEM_SHARED_TOTAL::set(std::int64_t sum) {

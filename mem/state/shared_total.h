@@ -19,7 +19,8 @@ class alignas(64) MEM_SHARED_TOTAL {
 
   constexpr explicit MEM_SHARED_TOTAL(ROOM room) : m_room(room) {}
 
-  /// The sum: exact inside as the cat, and where the threads that change it take turns.
+  /// The sum: exact inside as the cat, and where the threads that change it take turns; else that
+  /// of a moment while it was asked for, give or take the events since. As a mouse.
   operator std::int64_t() const;  // NOLINT(google-explicit-constructor): it stands for a number
 
   /// At least the sum.
@@ -75,5 +76,5 @@ class alignas(64) MEM_SHARED_TOTAL {
   std::atomic<std::int64_t> m_claimed{0};
   std::atomic<std::int64_t> m_most_room{0};  // a thread keeps no more of what it gives back
   bool m_rooms_are_out = false;
-  LOCK m_lock;
+  mutable LOCK m_lock;
 };

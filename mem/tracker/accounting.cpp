@@ -37,13 +37,18 @@ constexpr std::uint64_t reported_indexes = 8;
 // Less room for bytes is not worth the claim.
 constexpr std::int64_t least_room = 512;
 
+std::int64_t total_now() {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  return mem_current_bytes;
+}
+
 [[gnu::cold, gnu::noinline]] void advance_timeline_index() {
   const MEM_CANCELLATION_HELD not_cancelled;
   const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
-  if (index % reported_indexes == 0)
-    mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
-                      static_cast<unsigned long long>(index),
-                      static_cast<long long>(mem_current_bytes));
+  if (index % reported_indexes != 0) return;
+  const std::int64_t total = total_now();
+  mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
+                    static_cast<unsigned long long>(index), static_cast<long long>(total));
 }
 
 // Inside the tracker's lock, as all that a reset forgets in the same moment.

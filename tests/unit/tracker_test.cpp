@@ -1,6 +1,8 @@
 // Accounting, on an allocator with the hook interface whose sizes are multiples of 16.
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -231,6 +233,32 @@ TEST_F(TRACKER, LetsAForkedChildFinishWhatItWasDoingInside) {
               testing::ExitedWithCode(0), "");
 }
 
+// Or while it waits to be the cat: the child has nobody to wait for.
+TEST_F(TRACKER, LetsAForkedChildGoOnThatWaitedToGoIn) {
+  static std::atomic<bool> forked = false;
+  static pid_t child = -1;
+  std::atomic<bool> inside = false;
+  std::thread holder([&] {
+    const MEM_INSIDE_AS_MOUSE mouse;
+    for (inside = true; !forked;) std::this_thread::yield();
+  });
+  while (!inside) std::this_thread::yield();
+  std::signal(SIGALRM, [](int) {
+    child = fork();
+    if (child == 0) std::signal(SIGALRM, SIG_DFL), alarm(20);
+    forked = true;
+  });
+  ualarm(20'000, 0);
+  { const MEM_INSIDE_AS_CAT cat; }
+  { const MEM_INSIDE_AS_MOUSE back; }
+  if (child == 0) call_everything(), std::_Exit(0);
+  std::signal(SIGALRM, SIG_DFL);
+  holder.join();
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
 // A signal handler may have interrupted a reset on its own thread.
 TEST_F(TRACKER, DoesNothingForAHandlerOfTheThreadThatIsTheCat) {
   std::ostringstream out;
@@ -379,6 +407,25 @@ TEST_F(TRACKER, BringsARetiredSiteBackWhereItSaysTheSame) {
   for (const auto& [address, site] : *mem_retired_sites)
     if (site.cumulative_blocks > 0) blocks.emplace(site.address_info.line, site.cumulative_blocks);
   EXPECT_THAT(blocks, testing::ElementsAre(testing::Pair(1, 2), testing::Pair(2, 1)));
+}
+
+// What is said of the total while others allocate may be a block off, but not a room.
+TEST_F(TRACKER, KnowsTheTotalWhileAThreadClaimsRoomInIt) {
+  MEM_SHARED_TOTAL total(&MEM_THREAD_LINE::byte_room);
+  std::atomic<bool> done = false;
+  const auto claimer = start_threads(1, [&](unsigned) {
+    MEM_THREAD_LINE& line = mem_thread_line();
+    for (int round = 0; round < 2'000'000; ++round) {
+      total.add(line, 1, 1 << 20, 1);
+      total.subtract(line, 1);
+    }
+    line.byte_room = 0;
+    done = true;
+  });
+  while (!done) {
+    const std::int64_t seen = total;
+    ASSERT_TRUE(done || seen == 0 || seen == 1) << seen;
+  }
 }
 
 // Each block is released by whichever thread finds it. By site, the soak compares the figures.
