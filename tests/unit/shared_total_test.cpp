@@ -40,14 +40,12 @@ class TURNS : public TRACKER {
  protected:
   TURNS() {
     mem_enable_tracking(bits(8));
-    mem_module_snapshot_delay = MEM_PERIOD(period);
-    mem_fileline_peak_snapshot_threshold = step;
+    setenv("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", "1000", 1);
+    setenv("KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD", "1", 1);
+    setenv("mem_profile_fileline_peak_snapshot_threshold", "1048576", 1);
+    mem_read_snapshot_settings();
     const MEM_INSIDE_AS_CAT cat;
     mem_snapshot_count.settle();
-  }
-  ~TURNS() override {
-    mem_module_snapshot_delay = m_former_period;
-    mem_fileline_peak_snapshot_threshold = m_former_step;
   }
 
   // Blocks are released by whichever thread's turn it is; now more are allocated, now fewer.
@@ -74,8 +72,6 @@ class TURNS : public TRACKER {
     std::size_t size;
     void* block = nullptr;
   };
-  MEM_PERIOD m_former_period = mem_module_snapshot_delay;
-  std::uint64_t m_former_step = mem_fileline_peak_snapshot_threshold;
   PLAIN_COUNTERS m_plain{};
   std::vector<BLOCK> m_blocks;
   std::minstd_rand m_random;
