@@ -17,12 +17,6 @@ PROGRAM host(const std::string& scenario, ENVIRONMENT environment, const std::st
   return program;
 }
 
-std::set<std::string> names_in(const fs::path& directory) {
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.insert(entry.path().filename());
-  return names;
-}
-
 REPORT report_in(const fs::path& set, const std::string& name) {
   return REPORT(content_of(set / (name + ".kvi.log")));
 }
