@@ -54,13 +54,8 @@ TEST(TheReportDirectory, GetsAWholeSetFromEachProcessOfATree) {
 // A directory that can't be used leaves everything as without it, a file the others of its set.
 TEST(AFile, ThatCannotBeWrittenWhereItShouldIsSaid) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give a link to another user";
-  struct ROW {
-    const char* preparation;
-    const char* directory;
-    const char* reports_in;
-    const char* said;
-  };
-  constexpr ROW rows[] = {
+  // What is prepared, the directory asked for, where the reports are then, and what is said.
+  constexpr const char* rows[][4] = {
       {"touch f;", "f/x", "", "[^ ]*/f/x .Not a directory.: the current directory is used\n"},
       {"ln -s / l; chown -h 1 l;", "l/tmp", "", "[^ ]*l/tmp .a link of another user's [^\n]*\n"},
       {"ln -s l l;", "l", "", "[^ ]*/l .Too many levels of symbolic links.: [^\n]*\n"},

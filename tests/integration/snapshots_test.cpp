@@ -66,14 +66,7 @@ TEST(ASnapshot, IsOfOneMomentAndAgreesWithTheBooksWhileThreadsAllocate) {
 
 // What a run leaves, by scenario and setting: its own words, and the snapshots.
 TEST(ASnapshot, IsWrittenByTheNextEventOfWhateverThreadAndLeavesItAsItWas) {
-  struct ROW {
-    const char* scenario;
-    const char* signal;
-    int status;
-    const char* out;
-    int snapshots;
-  };
-  constexpr ROW rows[] = {
+  constexpr std::tuple<const char*, const char*, int, const char*, int> rows[] = {
       {"on_unusual_threads", "USR1", 0, "kept: 1\n", 5},
       {"while_idle", "sigusr1", 0, "requested: 1, then 0\nthe child ended with 7\n", 1},
       {"until_killed", "10", 128 + 9, "", 2}};

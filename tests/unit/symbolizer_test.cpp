@@ -159,21 +159,15 @@ TEST_F(SCRIPTED_TOOL, ThatDiesOrFallsSilentLeavesItsModuleUnknownAndCostsALimite
   const std::string answer = "read address; printf 'f\\n/f:1\\n'; ";
   const std::string but_known_end =
       std::string("while read address; do case $address in ") + known_end;
-  struct ROW {
-    std::string script;
-    FRAMES first;
-    bool dies;
-    std::size_t messages = 3;
-  };
-  const ROW rows[] = {
-      {"exit 0", unknown, true},
-      {answer + "read address; printf 'half an answer'", unknown, true},
-      {answer + "exec sleep 60 <&- >&-", unknown, false},
-      {answer + answer, {"f /f:1"}, true},
+  const std::tuple<std::string, FRAMES, bool, std::size_t> rows[] = {
+      {"exit 0", unknown, true, 3},
+      {answer + "read address; printf 'half an answer'", unknown, true, 3},
+      {answer + "exec sleep 60 <&- >&-", unknown, false, 3},
+      {answer + answer, {"f /f:1"}, true, 3},
       {"", unknown, false, 1},
-      {"while :; do sleep 1; done", unknown, false},
-      {but_known_end + " *) printf f;; esac; done", unknown, false},
-      {but_known_end + " *) while :; do echo f; done;; esac; done", unknown, false}};
+      {"while :; do sleep 1; done", unknown, false, 3},
+      {but_known_end + " *) printf f;; esac; done", unknown, false, 3},
+      {but_known_end + " *) while :; do echo f; done;; esac; done", unknown, false, 3}};
   for (char const* symbolizer : both)
     for (const auto& [script, first, dies, messages] : rows) {
       SCOPED_TRACE(testing::Message() << symbolizer << ": " << script);
