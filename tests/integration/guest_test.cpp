@@ -23,15 +23,6 @@ std::vector<int> tools_after_a_second(const RUN& run) {
   return left;
 }
 
-PROGRAM shell(const std::string& script, const std::string& prefix = "") {
-  PROGRAM program{.path = "/bin/bash",
-                  .arguments = {"-c", script},
-                  .environment = per_fileline,
-                  .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
-                  .shell_prefix = prefix};
-  return program;
-}
-
 TEST(Guest, LeavesNoToolBehindAndReportsHoweverTheHostEnds) {
   constexpr std::tuple<const char*, int, bool> ends[] = {
       {"return", 0, true},        {"_exit", 6, false},
@@ -89,9 +80,8 @@ TEST(Guest, IsTheSameUnderEveryKindOfInit) {
 // What the system has no room for, or a file that may not be read, is said once.
 TEST(Guest, SaysWhatItCannotAsk) {
   const auto as_nobody = [](const std::string& script) {
-    PROGRAM program = shell("exec setpriv --reuid 65534 --clear-groups bash -c \"" + script + "\"",
-                            "chmod 777 .; cp /bin/ls own_ls; chmod 711 own_ls;");
-    return program;
+    return shell("exec setpriv --reuid 65534 --clear-groups bash -c \"" + script + "\"",
+                 per_fileline, "chmod 777 .; cp /bin/ls own_ls; chmod 711 own_ls;");
   };
   std::pair<PROGRAM, const char*> rows[] = {
       {shell("ulimit -n 8; exec ls /dev/null"), "can't be started, for want of "},

@@ -17,20 +17,8 @@ PROGRAM host(const std::string& scenario, ENVIRONMENT environment, const std::st
   return program;
 }
 
-std::set<std::string> names_in(const fs::path& directory) {
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.insert(entry.path().filename());
-  return names;
-}
-
 REPORT report_in(const fs::path& set, const std::string& name) {
   return REPORT(content_of(set / (name + ".kvi.log")));
-}
-
-std::int64_t sum(const REPORT& report, const std::string& column) {
-  std::int64_t total = 0;
-  for (const REPORT::ROW& row : report.rows) total += row.number(column);
-  return total;
 }
 
 // Of the last row of a timeline.
@@ -54,10 +42,11 @@ TEST(ASnapshot, IsOfOneMomentAndAgreesWithTheBooksWhileThreadsAllocate) {
     const std::int64_t blocks = sites.sum("Cumulative blocks", "Function", taken);
     EXPECT_GE(blocks, std::stol(split(line, ' ').at(0)));
     EXPECT_LE(blocks, std::stol(split(line, ' ').at(1)));
-    const std::int64_t current = sum(sites, "Current bytes");
+    const std::int64_t current = sites.sum("Current bytes");
     EXPECT_GT(current, 0);
-    EXPECT_EQ(current, sum(report_in(set, "mem_tbb_subsystem"), "Current bytes"));
-    EXPECT_EQ(current, sum(report_in(set, "mem_tbb_pbin_stats"), "Current bytes"));
+    for (const char* column : {"Current bytes", "Cumulative bytes"})
+      EXPECT_EQ(sites.sum(column), report_in(set, "mem_tbb_subsystem").sum(column));
+    EXPECT_EQ(current, report_in(set, "mem_tbb_pbin_stats").sum("Current bytes"));
     EXPECT_EQ(current, sum_of_last_sample(report_in(set, "mem_tbb_timeline_detailed")));
     EXPECT_EQ(current, sum_of_last_sample(report_in(set, "mem_tbb_pbin_tag_timeline_detailed")));
     EXPECT_THAT(content_of(set / "mem_tbb_leak_warning.kvi.log"),
@@ -72,14 +61,7 @@ TEST(ASnapshot, IsOfOneMomentAndAgreesWithTheBooksWhileThreadsAllocate) {
 
 // What a run leaves, by scenario and setting: its own words, and the snapshots.
 TEST(ASnapshot, IsWrittenByTheNextEventOfWhateverThreadAndLeavesItAsItWas) {
-  struct ROW {
-    const char* scenario;
-    const char* signal;
-    int status;
-    const char* out;
-    int snapshots;
-  };
-  constexpr ROW rows[] = {
+  constexpr std::tuple<const char*, const char*, int, const char*, int> rows[] = {
       {"on_unusual_threads", "USR1", 0, "kept: 1\n", 5},
       {"while_idle", "sigusr1", 0, "requested: 1, then 0\nthe child ended with 7\n", 1},
       {"until_killed", "10", 128 + 9, "", 2}};

@@ -30,7 +30,7 @@ struct CASE {
 
 constexpr std::size_t most_threads = 3;
 struct THREAD {
-  int step = DONE, rounds = 0, looks_at = 0;
+  int step = DONE, rounds = 0, looks_at = CATS;
   std::vector<std::pair<int, int>> kept_back{};     // stores: variable and value, oldest first
   std::array<std::size_t, most_threads> awaits{};   // so many stores of the others
   auto operator<=>(const THREAD&) const = default;  // NOLINT(modernize-use-nullptr): none here
@@ -80,7 +80,7 @@ struct STEPPING {
     if (at == FENCE) return pass_fence();
     if (at == DIM) return add_locked(LIGHT, -load(LIGHT)) && go(FENCE);
     if (at == AWAIT_STORES) return std::ranges::count(self.awaits, 0U) == most_threads && go(LOCK);
-    if (at == LOCK) return std::ranges::none_of(state.threads, holds_lock) && look_around();
+    if (at == LOCK) return std::ranges::none_of(state.threads, holds_lock) && go(LOOK_AROUND);
     if (at == LOOK_AROUND) return look_further();
     if (at == ENTER) return add_locked(CATS, 1) && go(INSIDE);
     if (at == INSIDE) return add_locked(CATS, -1) && go(GO);
@@ -94,14 +94,10 @@ struct STEPPING {
     const bool were_light = of.kernel != KERNEL::HAS_NONE && !without(WITHOUT::WAIT_FOR_STORES);
     return load(LIGHT) == 1 || were_light ? await_stores() : go(LOCK);
   }
-  bool look_around() {
-    self.looks_at = CATS;
-    return go(LOOK_AROUND);
-  }
   bool look_further() {
     if (load(self.looks_at) != 0) return go(LOCK);
-    self.looks_at = std::max<int>(FIRST_MOUSE, self.looks_at + 1);
-    return go(self.looks_at == FIRST_MOUSE + of.mice ? ENTER : LOOK_AROUND);
+    const int next = std::max<int>(FIRST_MOUSE, self.looks_at + 1);
+    return next == FIRST_MOUSE + of.mice ? go(ENTER) : go(LOOK_AROUND, next);
   }
   bool without(WITHOUT part) const { return of.without == part; }
   // A thread sees what it has stored itself.
@@ -127,8 +123,9 @@ struct STEPPING {
       self.awaits[other] = state.threads[other].kept_back.size();
     return go(AWAIT_STORES);
   }
-  bool go(int step) {
+  bool go(int step, int looks_at = CATS) {
     self.step = step;
+    self.looks_at = looks_at;
     return true;
   }
   bool end_round(int first) { return go(--self.rounds == 0 ? DONE : first); }

@@ -18,11 +18,7 @@ constexpr std::int64_t step = 1 << 20;
 struct PLAIN_COUNTERS {
   std::int64_t events, bytes, next_peak;
   std::uint64_t samples;
-  bool operator==(const PLAIN_COUNTERS&) const = default;
-  friend std::ostream& operator<<(std::ostream& out, const PLAIN_COUNTERS& of) {
-    return out << of.events << " events, " << of.bytes << " bytes, next peak " << of.next_peak
-               << ", " << of.samples << " samples";
-  }
+  auto all() const { return std::tuple(events, bytes, next_peak, samples); }
 
   static PLAIN_COUNTERS of_tracker() {
     return {mem_snapshot_count, mem_current_bytes, mem_next_peak(), mem_estimated_timeline_idx};
@@ -40,14 +36,12 @@ class TURNS : public TRACKER {
  protected:
   TURNS() {
     mem_enable_tracking(bits(8));
-    mem_module_snapshot_delay = MEM_PERIOD(period);
-    mem_fileline_peak_snapshot_threshold = step;
+    setenv("KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", "1000", 1);
+    setenv("KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD", "1", 1);
+    setenv("mem_profile_fileline_peak_snapshot_threshold", "1048576", 1);
+    mem_read_snapshot_settings();
     const MEM_INSIDE_AS_CAT cat;
     mem_snapshot_count.settle();
-  }
-  ~TURNS() override {
-    mem_module_snapshot_delay = m_former_period;
-    mem_fileline_peak_snapshot_threshold = m_former_step;
   }
 
   // Blocks are released by whichever thread's turn it is; now more are allocated, now fewer.
@@ -64,7 +58,7 @@ class TURNS : public TRACKER {
         STAND_IN::release(m_blocks.back().block);
         m_blocks.pop_back();
       }
-      ASSERT_EQ(PLAIN_COUNTERS::of_tracker(), m_plain);
+      ASSERT_EQ(PLAIN_COUNTERS::of_tracker().all(), m_plain.all());
       m_had_rooms |= mem_snapshot_count.claimed() > m_plain.events ? 1 : 0;
       m_had_rooms |= mem_current_bytes.claimed() > m_plain.bytes ? 2 : 0;
     }
@@ -74,8 +68,6 @@ class TURNS : public TRACKER {
     std::size_t size;
     void* block = nullptr;
   };
-  MEM_PERIOD m_former_period = mem_module_snapshot_delay;
-  std::uint64_t m_former_step = mem_fileline_peak_snapshot_threshold;
   PLAIN_COUNTERS m_plain{};
   std::vector<BLOCK> m_blocks;
   std::minstd_rand m_random;

@@ -71,15 +71,19 @@ void end() {
 volatile std::sig_atomic_t signals = 0;
 void count_signal(int) { signals = signals + 1; }
 
+void count_children() {
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
+}
+
 // Also for a tool that dies.
 void wait_for_all(void (*on_child)(int) = count_signal) {
   std::signal(SIGCHLD, on_child);
   start_tools();
   for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
   allocate_anew();
-  int children = 0;
-  while (wait(nullptr) > 0) ++children;
-  say("children:", children);
+  count_children();
   say("signals:", signals);
 }
 
@@ -91,9 +95,7 @@ void wait_as_subreaper() {
 void wait_for_another_host() {
   prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
   if (fork() == 0) execl("/proc/self/exe", "guest", "return", nullptr);
-  int children = 0;
-  while (wait(nullptr) > 0) ++children;
-  say("children:", children);
+  count_children();
 }
 
 // Like a daemon: closes what it does not know, and fills the table with its own.

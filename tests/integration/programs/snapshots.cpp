@@ -1,6 +1,5 @@
 // A host whose reports are written while it runs.
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -105,14 +104,10 @@ void while_idle() {
   const bool before = is_requested();
   give(take(10));
   std::printf("requested: %d, then %d\n", before, is_requested());
-  const pid_t child = fork();
-  if (child == 0) {
-    take_one_by_signal();
-    _exit(7);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  std::printf("the child ended with %d\n", WEXITSTATUS(status));
+  std::printf("the child ended with %d\n", status_of_child([] {
+                take_one_by_signal();
+                _exit(7);
+              }));
 }
 
 void until_killed() {
@@ -136,22 +131,15 @@ void take_over() {
 // Each of three generations holds another block, and the children release their parent's.
 void fork_children() {
   void* const inherited = take(1000);
-  const pid_t child = fork();
-  if (child == 0) {
-    give(inherited);
-    take(2000);
-    const pid_t grandchild = fork();
-    if (grandchild == 0) {
-      take(3000);
-      mem_write_report_snapshot();
-      _exit(0);
-    }
-    waitpid(grandchild, nullptr, 0);
-    std::exit(5);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  std::printf("the child ended with %d\n", WEXITSTATUS(status));
+  std::printf("the child ended with %d\n", status_of_child([=] {
+                give(inherited);
+                take(2000);
+                status_of_child([] {
+                  take(3000);
+                  mem_write_report_snapshot();
+                });
+                std::exit(5);
+              }));
 }
 
 // Among threads that are anywhere in the library.
@@ -160,15 +148,11 @@ void fork_among_threads() {
   for (int thread = 0; thread < 4; ++thread) std::thread(churn, &leaves_none).detach();
   int whole = 0;
   for (int i = 0; i < 50; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
+    const int status = status_of_child([] {
       take(3000);
       std::exit(5);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    whole += WIFEXITED(status) && WEXITSTATUS(status) == 5 ? 1 : 0;
+    });
+    whole += status == 5 ? 1 : 0;
   }
   std::printf("whole: %d\n", whole);
 }
