@@ -36,24 +36,27 @@ class MEM_CAT_IS {
 template <int KIND>
 class MEM_VISIT_AS {
  public:
-  MEM_VISIT_AS() {
+  MEM_VISIT_AS() : m_former(mem_thread_place) {
     if (!mem_tbb_tracker_inited || mem_forked_inside) return;
     m_admitted = !mem_visit_is_refused();
-    if (mem_thread_place == MEM_THREAD_PLACE::OUTSIDE)
+    if (m_former == MEM_THREAD_PLACE::OUTSIDE)
       m_entered.emplace();
     else if (m_admitted)
-      m_cat.emplace(MEM_THREAD_PLACE::CAT);
+      mem_thread_place = MEM_THREAD_PLACE::CAT;
   }
   MEM_VISIT_AS(const MEM_VISIT_AS&) = delete;
   MEM_VISIT_AS& operator=(const MEM_VISIT_AS&) = delete;
+  ~MEM_VISIT_AS() {
+    if (m_admitted && !m_entered) mem_thread_place = m_former;
+  }
 
   explicit operator bool() const { return m_admitted; }
 
  private:
   MEM_INSIDE_TRACKER m_inside;
+  MEM_THREAD_PLACE m_former;
   bool m_admitted = false;
   std::optional<MEM_INSIDE_AS<KIND>> m_entered;
-  std::optional<MEM_CAT_IS> m_cat;
 };
 
 using MEM_TRACKER_VISIT = MEM_VISIT_AS<CAT_MOUSE_LOCK_A::MOUSE>;
