@@ -305,6 +305,13 @@ TEST_F(TRACKER, CreditsABinOnlyWithWhatItWasChargedWith) {
   EXPECT_EQ((*mem_pbin_tracker)[0].current, 0);
 }
 
+TEST_F(TRACKER, CountsSmallBlocksThatAnotherThreadReleasesAsMismatched) {
+  mem_enable_tracking(bits(8));
+  void* const blocks[] = {allocate_at<0>(8128), allocate_at<0>(8129), allocate_at<0>(20)};
+  std::thread([&] { STAND_IN::release(blocks[0]), STAND_IN::release(blocks[1]); }).join();
+  EXPECT_EQ(site_of(blocks[2]).cumulative_mismatched_bytes, 8128U);
+}
+
 TEST_F(TRACKER, SuspendsOnlyTheChargingOfBinsForAScope) {
   mem_enable_tracking(bits(1 | 4 | 8));
   {
@@ -317,12 +324,17 @@ TEST_F(TRACKER, SuspendsOnlyTheChargingOfBinsForAScope) {
   EXPECT_EQ(mem_tracking_granularity, 1U | 4U | 8U);
 }
 
-// As a host's callback may.
+// As a host's error reporter may, or a signal handler.
 TEST_F(TRACKER, LetsAThreadEndTheProcessFromInsideIt) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child would not be tracked
-  mem_set_msg_local_vdebug_callback([](auto...) -> bool { std::exit(3); });
-  EXPECT_EXIT((mem_enable_tracking(bits(8)), alarm(20), STAND_IN::release(allocate_at<0>(8000))),
-              testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(
+      {
+        mem_enable_tracking(bits(8));
+        alarm(20);  // a hang is a failure
+        const MEM_INSIDE_AS_MOUSE inside;
+        std::exit(3);
+      },
+      testing::ExitedWithCode(3), "");
 }
 
 [[gnu::noipa]] void* allocate_below(int depth) {
