@@ -3,6 +3,7 @@
 
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 library=$tree/build/release/libtuk_mem.so
+malloc_library=$tree/build/release/libtuk_mem_malloc.so
 churn=$tree/build/release/bench/churn
 growth=$tree/build/release/bench/growth
 bare_report=$tree/build/release/bench/bare_report
@@ -12,6 +13,7 @@ preloading() { env -i PATH="$PATH" HOME="$PWD" LD_PRELOAD="$1" "${@:2}"; }
 on_tcmalloc() { preloading libtcmalloc.so.4 "$@"; }
 on_library() { preloading "libtcmalloc.so.4 $library" "$@"; }
 per_line() { on_library KORVANE_MEM_PROFILE_PER_FILELINE=1 "$@"; }
+over_glibc() { preloading "$library $malloc_library" "$@"; }
 per_bin() { on_library KORVANE_MEM_PROFILE_PER_BIN=1 "$@"; }
 on_heaptrack() { preloading "" heaptrack -o heaptrack "$@"; }
 

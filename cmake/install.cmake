@@ -1,10 +1,14 @@
-# Installation: the library, its header, those of the platform interfaces, a CMake package and a
+# Installation: the libraries, their header, those of the platform interfaces, a CMake package and a
 # pkg-config file.
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tuk_mem)
 
 install(TARGETS tuk_mem tuk_mem_for_hosts EXPORT tuk_mem_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(TARGET tuk_mem_malloc)
+  install(TARGETS tuk_mem_malloc tuk_mem_malloc_for_hosts EXPORT tuk_mem_targets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(FILES ${platform_interfaces} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tuk_mem/platform)
 install(EXPORT tuk_mem_targets NAMESPACE tuk_mem:: FILE tuk_mem-targets.cmake
         DESTINATION ${package_directory})

@@ -22,8 +22,13 @@ struct FUNCTION {
   }
 };
 
-// By the allocator's own names: a host may have functions in front of it by the usual ones.
-constinit FUNCTION functions[] = {{"tc_realloc"}, {"tc_calloc"}};
+// By the names that are the allocator's own: a host may have functions in front of it by the usual
+// ones. Those of libtuk_mem_malloc.so call no hooks where an allocator has hooks itself.
+constinit FUNCTION functions[] = {{"tc_realloc"},
+                                  {"tc_calloc"},
+                                  {"tuk_mem_malloc_realloc"},
+                                  {"tuk_mem_malloc_reallocarray"},
+                                  {"tuk_mem_malloc_calloc"}};
 
 void find(FUNCTION& function) {
   void* const begin = dlsym(RTLD_DEFAULT, function.name);

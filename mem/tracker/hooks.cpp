@@ -92,7 +92,9 @@ void mem_say_if_nothing_is_hooked() {
   if (mem_allocator_is_hooked() || was_said.exchange(true)) return;
   mem_say_on_standard_error(
       "MEM: memory tracking was asked for, but the process's allocator has no hooks (is "
-      "libtcmalloc.so.4 preloaded or linked?): no heap block will be in the reports");
+      "libtcmalloc.so.4 preloaded or linked, or libtuk_mem_malloc.so in front of another "
+      "allocator? "
+      "One that is linked statically can't be hooked): no heap block will be in the reports");
 }
 
 void mem_switch_tracking_off(MEM_TRACKING_GRANULARITY bits) {

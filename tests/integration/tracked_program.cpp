@@ -1,5 +1,14 @@
 #include "tests/integration/tracked_program.h"
 
+std::vector<std::string> allocator() {
+  const char* const chosen = std::getenv("ALLOCATOR");
+  return chosen == nullptr ? std::vector<std::string>{TCMALLOC_LIBRARY} : split(chosen, ' ');
+}
+
+bool allocator_is(const std::string& part_of_name) {
+  return allocator().back().find(part_of_name) != std::string::npos;
+}
+
 std::string place(const std::string& file, const std::string& line) {
   return file.substr(file.rfind('/') + 1) + ":" + line;
 }

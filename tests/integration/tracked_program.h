@@ -16,13 +16,18 @@ using ENVIRONMENT = std::map<std::string, std::string>;
 inline const ENVIRONMENT everything = {{"KORVANE_MEM_PROFILE_ALL", "1"}};
 inline const ENVIRONMENT per_fileline = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"}};
 
+/// The libraries to preload of the allocator that the tests are run over: $ALLOCATOR, or the one
+/// that has hooks itself. Some give no block for pvalloc.
+std::vector<std::string> allocator();
+bool allocator_is(const std::string& part_of_name);
+
 /// A program below programs/, with the allocator preloaded; `words` are its arguments.
 inline PROGRAM tracked(const std::string& name, std::vector<std::string> words,
                        ENVIRONMENT environment = {}) {
   return {.path = std::string(PROGRAMS_DIRECTORY) + "/" + name,
           .arguments = std::move(words),
           .environment = std::move(environment),
-          .preload = {TCMALLOC_LIBRARY}};
+          .preload = allocator()};
 }
 
 /// A script of a preloaded bash.

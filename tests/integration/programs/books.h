@@ -16,6 +16,10 @@ void* note_block(const char* file, int line, void* block, size_t requested);
 void note_release(void* block, int other_thread);
 /* Prints a line a site: "site", file, line, and the figures of a fileline report but for peaks. */
 void print_books(void);
+/* Whether a library of such a name is preloaded. */
+int is_preloaded(const char* part_of_name);
+/* What the hooks are told of a request for aligned memory. */
+size_t told(size_t requested, size_t alignment);
 
 #ifdef __cplusplus
 }

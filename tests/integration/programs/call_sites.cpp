@@ -16,10 +16,10 @@ void allocate_by_operator_new() {
   NOTE(operator new[](1100), 1100);
   NOTE(operator new(1200, std::nothrow), 1200);
   NOTE(operator new[](1300, std::nothrow), 1300);
-  NOTE(operator new(1400, std::align_val_t(64)), 1408);
-  NOTE(operator new[](1500, std::align_val_t(64)), 1536);
-  NOTE(operator new(1600, std::align_val_t(128), std::nothrow), 1664);
-  NOTE(operator new[](1700, std::align_val_t(128), std::nothrow), 1792);
+  NOTE(operator new(1400, std::align_val_t(64)), told(1400, 64));
+  NOTE(operator new[](1500, std::align_val_t(64)), told(1500, 64));
+  NOTE(operator new(1600, std::align_val_t(128), std::nothrow), told(1600, 128));
+  NOTE(operator new[](1700, std::align_val_t(128), std::nothrow), told(1700, 128));
 }
 
 [[gnu::always_inline]] inline void* inlined_allocation() { return NOTE(std::malloc(2000), 2000); }
