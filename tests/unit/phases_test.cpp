@@ -197,7 +197,8 @@ TEST_F(PHASES, HaveTheirEighteenLargestModulesAndTheSumOfTheOthersInTheSummary) 
   EXPECT_EQ(summary.header, shown);
   for (int sample = 1; sample <= 20; ++sample) {
     const std::string label = std::to_string(sample);
-    const auto expect_row = [&](const REPORT& timeline, const std::string& module, int figure) {
+    const auto expect_row = [&](const REPORT& timeline, const std::string& module,
+                                std::int64_t figure) {
       EXPECT_EQ(timeline.row("", label).number(module), figure) << module << " " << label;
     };
     expect_row(summary, "Misc", (sample == 1 ? 1 : 3) * kib);
