@@ -19,6 +19,8 @@ void const* nth_address(long index) {
                                        address_step * static_cast<std::uintptr_t>(index));
 }
 
+constexpr int longest_trace = 11;
+
 void add_known(long index, bool filtered) {
   MEM_ADDRESS_TRACKER record{};
   record.address_info.address = nth_address(index);
@@ -36,7 +38,7 @@ void filter_known(benchmark::State& state) {
   mem_address_tracker_map->clear();
   for (long index = 0; index < known; ++index) add_known(index, index % trace_length != rejected);
 
-  void const* frames[mem_deep_trace_depth];
+  void const* frames[longest_trace];
   long next = 0;
   for (auto _ : state) {
     if (next + trace_length > known) next = 0;

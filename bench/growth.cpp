@@ -1,6 +1,7 @@
 // Allocates and frees at a steady number of live blocks, to be profiled from outside: how a pair's
 // cost grows with threads, live blocks, call sites and the depth of the stack.
-//   growth pairs [threads [live [sites [depth]]]]   of each thread: pairs, and live blocks
+//   growth pairs [threads [live [sites [depth [own]]]]]   of each thread: pairs, and live blocks
+// The sites are the same in all threads, unless own is 1: each thread has as many of its own then.
 // Prints the nanoseconds of a pair, once all sites are known and all blocks live; the resident
 // memory then, in kB; and the time of day when main ends, in seconds.
 #include <unistd.h>
@@ -26,17 +27,22 @@ struct LOAD {
   std::size_t live = 1000;
   std::size_t sites = 16;
   std::size_t depth = 5;
+  std::size_t own = 0;
 };
 
 using CLOCK = std::chrono::steady_clock;
 
 class WORK {
  public:
-  WORK(const LOAD& load, std::barrier<>& phase)
-      : m_load(load), m_phase(phase), m_blocks(load.live) {}
+  WORK(const LOAD& load, std::size_t thread, std::barrier<>& phase)
+      : m_load(load),
+        m_phase(phase),
+        m_first_site(thread * load.own * load.sites),
+        m_blocks(load.live) {}
 
   void run() {
-    for (std::size_t site = 0; site < m_load.sites; ++site) std::free(allocate_at(16, site));
+    for (std::size_t site = 0; site < m_load.sites; ++site)
+      std::free(allocate_at(16, m_first_site + site));
     for (void*& block : m_blocks) block = allocate();
     m_phase.arrive_and_wait();
     m_phase.arrive_and_wait();
@@ -60,7 +66,7 @@ class WORK {
  private:
   void* allocate() {
     m_site = m_site + 1 == m_load.sites ? 0 : m_site + 1;
-    return allocate_at(16 + 16 * (m_site % 8), m_site);
+    return allocate_at(16 + 16 * (m_site % 8), m_first_site + m_site);
   }
 
   std::size_t next_random() {
@@ -70,6 +76,7 @@ class WORK {
 
   const LOAD& m_load;
   std::barrier<>& m_phase;
+  std::size_t m_first_site;
   std::vector<void*> m_blocks;
   std::size_t m_site = 0;
   std::size_t m_random = 1;
@@ -90,7 +97,7 @@ void measure(const LOAD& load) {
   std::barrier phase(static_cast<std::ptrdiff_t>(load.threads) + 1);
   std::vector<std::thread> threads;
   for (std::size_t thread = 0; thread < load.threads; ++thread)
-    threads.emplace_back([&] { WORK(load, phase).run_below(load.depth); });
+    threads.emplace_back([&, thread] { WORK(load, thread, phase).run_below(load.depth); });
   phase.arrive_and_wait();
   const long resident = resident_kilobytes();
   const CLOCK::time_point begin = CLOCK::now();
@@ -106,7 +113,8 @@ void measure(const LOAD& load) {
 
 int main(int argc, char** argv) {
   LOAD load;
-  const std::array fields{&load.pairs, &load.threads, &load.live, &load.sites, &load.depth};
+  const std::array fields{&load.pairs, &load.threads, &load.live,
+                          &load.sites, &load.depth,   &load.own};
   for (std::size_t field = 0; field < fields.size() && static_cast<int>(field) + 1 < argc; ++field)
     *fields[field] = std::stoul(argv[field + 1]);
   measure(load);

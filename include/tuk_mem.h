@@ -447,6 +447,7 @@ struct MEMORY_TRACKER_BASE {
   std::uint32_t current_blocks;               ///< live now; read as signed, for the catch-all
   std::uint32_t max_blocks;                   ///< largest current_blocks
   std::uint32_t peak_blocks;                  ///< current_blocks at the last recorded peak
+  std::uint32_t guard;                        ///< the tracker's own; says nothing in a copy
   std::uint64_t cumulative_blocks;            ///< ever allocated
   std::int64_t current_bytes;                 ///< live now
   std::int64_t max_bytes;                     ///< largest current_bytes
@@ -527,6 +528,13 @@ TUK_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& summary, std::ostrea
 /// The same for tags, each row headed by the bin that was open; always true. [signal]
 TUK_MEM_API bool mem_dump_tbb_profile_bin_tag_timeline_tracking(std::ostream& summary,
                                                                 std::ostream& detailed);
+/// Writes the whole set of reports as of this moment into a directory of its own: "snapshot-0001"
+/// and so on in the report directory, by default the current one. It is there complete, or not at
+/// all: then one line on standard error says why. Figures, peaks and timelines go on as without it.
+/// Other threads that allocate wait while the figures are copied, not while they are written. Waits
+/// for another thread's snapshot. Nothing before initialisation and after the end, and in a signal
+/// handler that interrupted the tracker. [signal]
+TUK_MEM_API void mem_write_report_snapshot();
 /// Ends tracking for good and writes every report asked for into the report directory, by default
 /// the current one; one line on standard error names each that can't be written whole. Does nothing
 /// before initialisation and the second time, nor when an error ends the process from inside the

@@ -139,8 +139,15 @@ struct UNWINDER_ROW {
   ERR_UNWINDER* (*get)();
 };
 
+// What asks only for the next frames may leave out the captures of this one.
+ERR_UNWINDER* instance_of_walks() {
+  ERR_UNWINDER* const unwinder = warm_instance<EH_FRAME_UNWINDER>();
+  mem_unwinder_of_walks = unwinder;
+  return unwinder;
+}
+
 constexpr UNWINDER_ROW unwinders[] = {
-    {"eh_frame_internal", warm_instance<EH_FRAME_UNWINDER>},
+    {"eh_frame_internal", instance_of_walks},
     {"backtrace", warm_c_library_instance<BACKTRACE_UNWINDER>},
     {"tester", warm_c_library_instance<TESTER_UNWINDER>},
 };

@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 
+#include "mem/base/child_memory.h"
 #include "mem/base/reserve.h"
 
 /// Where the memory comes from.
@@ -20,6 +21,7 @@ enum class MEM_POOLS : unsigned char {
   ABANDONED,  ///< in a child made by fork, where a thread that is gone may have locked the pools.
               ///< Nothing is measured there: memory comes from the host's allocator, and none is
               ///< given back
+  OF_CHILD    ///< in one that is tracked: from memory of its own
 };
 extern std::atomic<MEM_POOLS> mem_pools;
 
@@ -44,6 +46,8 @@ class MEM_POOL_ALLOCATOR {
   }
   void deallocate(T* memory, std::size_t count) {
     const MEM_POOLS pools = mem_pools.load(std::memory_order_relaxed);
+    if (pools == MEM_POOLS::OF_CHILD) [[unlikely]]
+      return mem_give_back_child_memory(memory, bytes_of(count));
     const bool is_the_pools = pools == MEM_POOLS::IN_USE || (pools == MEM_POOLS::WITH_RESERVE &&
                                                              !mem_give_back_to_reserve(memory));
     if (is_the_pools) [[likely]]
@@ -54,6 +58,7 @@ class MEM_POOL_ALLOCATOR {
  private:
   static T* allocate_elsewhere(std::size_t count) {
     if (mem_pools == MEM_POOLS::ABANDONED) return allocate_from_host(count);
+    if (mem_pools == MEM_POOLS::OF_CHILD) return allocate_in_child(count);
     try {
       return POOL<T>().allocate(count);
     } catch (const std::bad_alloc&) {
@@ -61,6 +66,13 @@ class MEM_POOL_ALLOCATOR {
       if (room == nullptr) throw;
       return static_cast<T*>(room);
     }
+  }
+
+  static T* allocate_in_child(std::size_t count) {
+    static_assert(alignof(T) <= 64);
+    void* const memory = mem_take_child_memory(bytes_of(count));
+    if (memory == nullptr) throw std::bad_alloc();
+    return static_cast<T*>(memory);
   }
 
   static T* allocate_from_host(std::size_t count) {

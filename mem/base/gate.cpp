@@ -7,10 +7,10 @@ namespace {
 }  // namespace
 
 // Waits by a futex, which is no cancellation point.
-bool MEM_GATE::enter() {
+bool MEM_GATE::enter(bool waits) {
   const auto self = reinterpret_cast<THREAD>(&own_place);
   for (THREAD inside = nobody; !m_inside.compare_exchange_strong(inside, self); inside = nobody) {
-    if (inside == self) return false;
+    if (inside == self || !waits) return false;
     m_inside.wait(inside);
   }
   return true;

@@ -9,10 +9,12 @@
 /// wait for itself.
 class MEM_GATE {
  public:
-  /// Inside for a scope, unless turned away.
+  /// Inside for a scope, unless turned away; where another thread is inside, as asked for.
   class PASS {
    public:
-    explicit PASS(MEM_GATE& gate) : m_gate(gate), m_inside(gate.enter()) {}
+    enum class WHEN_TAKEN { WAIT, LEAVE };
+    explicit PASS(MEM_GATE& gate, WHEN_TAKEN when_taken = WHEN_TAKEN::WAIT)
+        : m_gate(gate), m_inside(gate.enter(when_taken == WHEN_TAKEN::WAIT)) {}
     PASS(const PASS&) = delete;
     PASS& operator=(const PASS&) = delete;
     ~PASS() {
@@ -32,7 +34,7 @@ class MEM_GATE {
   using THREAD = std::uintptr_t;
   static constexpr THREAD nobody = 0;
 
-  bool enter();
+  bool enter(bool waits);
   void leave();
 
   std::atomic<THREAD> m_inside{nobody};

@@ -1,6 +1,7 @@
 // Leaving a host's thread as it was found, when the tracker works on it.
 #pragma once
 
+#include <fenv.h>
 #include <pthread.h>
 
 #include <cerrno>
@@ -28,4 +29,20 @@ class MEM_CANCELLATION_HELD {
 
  private:
   int m_former = PTHREAD_CANCEL_ENABLE;
+};
+
+/// Floating-point arithmetic is for a scope as a program starts with it, whatever the host rounds
+/// to or traps, and leaves no flag behind.
+class MEM_FLOATING_POINT_KEPT {
+ public:
+  MEM_FLOATING_POINT_KEPT() {
+    feholdexcept(&m_former);
+    fesetenv(FE_DFL_ENV);
+  }
+  MEM_FLOATING_POINT_KEPT(const MEM_FLOATING_POINT_KEPT&) = delete;
+  MEM_FLOATING_POINT_KEPT& operator=(const MEM_FLOATING_POINT_KEPT&) = delete;
+  ~MEM_FLOATING_POINT_KEPT() { fesetenv(&m_former); }
+
+ private:
+  fenv_t m_former{};
 };

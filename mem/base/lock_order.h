@@ -12,6 +12,7 @@ enum class MEM_LOCK_ORDER : int {
   TAG_SNAPSHOTS,    ///< the tag snapshots' mutex
   SITES,            ///< mem_trace_lock
   MODULES,          ///< mem_module_tracker_lock
+  TOTALS,           ///< what has been claimed of a total
   BIN_LABELS,       ///< the tags of open bins
   LABELS,           ///< the timeline labels
   AUXILIARY,        ///< the process's own figures
@@ -20,6 +21,7 @@ enum class MEM_LOCK_ORDER : int {
   BIN_REGISTRY,     ///< creating and ending the registries of bins
   TEXTS,            ///< kept texts
   RESERVE,          ///< the memory kept back for the reports
+  CHILD_MEMORY,     ///< the memory of a child that is tracked
 };
 
 /// Compiled in by TUK_MEM_CHECK_LOCK_ORDER (debug and sanitizer builds): a lock taken out of order

@@ -31,6 +31,8 @@ class MEM_SPIN_LOCK {
     m_storage.mutex.unlock();
     mem_note_lock_released(PLACE);
   }
+  /// Whether a thread holds it: in a child made by fork, which may be gone.
+  bool is_taken() const { return m_storage.unlocked != 0; }
   /// Unlocks it in a child made by fork, where its holder may be gone.
   void abandon() { m_storage.unlocked = 0; }
 

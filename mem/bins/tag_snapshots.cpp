@@ -20,10 +20,14 @@ void MEM_PB_TAG_SNAPSHOT::capture() {
   mem_check(current_pbin_id <= std::numeric_limits<PB_ID>::max(),
             "current_pbin_id <= std::numeric_limits<PB_ID>::max()");
   m_samples.labels.append(static_cast<PB_ID>(current_pbin_id));
-  add_new_tags();
-  for (std::uint32_t tag = 0; tag < m_tags->size(); ++tag)
-    m_samples.series[tag].append((*m_tags)[tag].current.load(std::memory_order_relaxed));
-  ++m_samples.sample_count;
+  add_sample(m_samples, [](VALUES& values, std::int64_t bytes) { values.append(bytes); });
+}
+
+void MEM_PB_TAG_SNAPSHOT::add_now(TABLE& copy) {
+  const MEM_PBIN_TRACKER_MAP::WRITER alone(*m_tags);
+  if (!can_record_current_bin()) return;
+  copy.labels.append_to_copy(static_cast<PB_ID>(MEM_USER_MEMORY_TRACKER::get_current_pbin_id()));
+  add_sample(copy, [](VALUES& values, std::int64_t bytes) { values.append_to_copy(bytes); });
 }
 
 bool MEM_PB_TAG_SNAPSHOT::can_record_current_bin() {
@@ -31,12 +35,16 @@ bool MEM_PB_TAG_SNAPSHOT::can_record_current_bin() {
 }
 
 // A tag first charged now has zeros in the samples before.
-void MEM_PB_TAG_SNAPSHOT::add_new_tags() {
-  SERIES& series = m_samples.series;
+void MEM_PB_TAG_SNAPSHOT::add_sample(TABLE& samples,
+                                     void (*append)(VALUES& values, std::int64_t bytes)) {
+  SERIES& series = samples.series;
   const std::size_t old_num_tags = series.size();
   const std::size_t new_num_tags = m_tags->size();
   mem_check(new_num_tags >= old_num_tags, "new_num_tags >= old_num_tags");
-  while (series.size() < new_num_tags) series.emplace_back(m_samples.sample_count);
+  while (series.size() < new_num_tags) series.emplace_back(samples.sample_count);
+  for (std::uint32_t tag = 0; tag < new_num_tags; ++tag)
+    append(series[tag], (*m_tags)[tag].current.load(std::memory_order_relaxed));
+  ++samples.sample_count;
 }
 
 void MEM_PB_TAG_SNAPSHOT::clear() {

@@ -38,9 +38,12 @@ class MEM_PB_TAG_SNAPSHOT {
   /// Forgets every sample.
   void clear();
   TABLE table();
+  /// Adds this moment to a copy, for which no memory is kept back; not where the open bin can't be
+  /// recorded. Excludes every thread that charges a tag.
+  void add_now(TABLE& copy);
 
  private:
-  void add_new_tags();
+  void add_sample(TABLE& samples, void (*append)(VALUES& values, std::int64_t bytes));
 
   MEM_ORDERED<MEM_LOCK_ORDER::TAG_SNAPSHOTS, std::mutex> m_mutex;
   TABLE m_samples;

@@ -81,9 +81,12 @@ long lowest_number(STAY stay) {
 
 }  // namespace
 
-MEM_OUTPUT_PATH::MEM_OUTPUT_PATH(std::initializer_list<std::string_view> name) {
-  char const* const directory = mem_report_directory();
-  m_is_in_report_directory = directory != nullptr;
+MEM_OUTPUT_PATH::MEM_OUTPUT_PATH(std::initializer_list<std::string_view> name)
+    : MEM_OUTPUT_PATH(mem_report_directory(), mem_report_directory() != nullptr, name) {}
+
+MEM_OUTPUT_PATH::MEM_OUTPUT_PATH(char const* directory, bool is_in_report_directory,
+                                 std::initializer_list<std::string_view> name)
+    : m_is_in_report_directory(is_in_report_directory) {
   std::size_t length = 0;
   const auto append = [&](std::string_view part) {
     length += part.copy(m_text + length, sizeof m_text - 1 - length);
@@ -94,6 +97,11 @@ MEM_OUTPUT_PATH::MEM_OUTPUT_PATH(std::initializer_list<std::string_view> name) {
   }
   for (const std::string_view part : name) append(part);
   m_text[length] = '\0';
+}
+
+std::string_view MEM_OUTPUT_PATH::name() const {
+  const std::string_view path = m_text;
+  return path.substr(path.rfind('/') + 1);  // npos + 1 is 0: the whole path
 }
 
 MEM_OUTPUT_FILE::MEM_OUTPUT_FILE(const MEM_OUTPUT_PATH& path, OPEN how, STAY stay)

@@ -13,7 +13,12 @@ class MEM_OUTPUT_PATH {
  public:
   /// The name, in parts. A slash in it leads to another directory, which has to be there.
   MEM_OUTPUT_PATH(std::initializer_list<std::string_view> name);
+  /// In `directory`, which is the report directory or lies in it, or neither.
+  MEM_OUTPUT_PATH(char const* directory, bool is_in_report_directory,
+                  std::initializer_list<std::string_view> name);
   char const* c_str() const { return m_text; }
+  /// The name without what stands before its last slash.
+  std::string_view name() const;
   bool is_in_report_directory() const { return m_is_in_report_directory; }
 
  private:
@@ -49,7 +54,9 @@ class MEM_OUTPUT_FILE {
   /// The last writes may fail only now.
   void close();
 
-  /// Where its writer gives up: why, in words that stay.
+  /// Why it can't be written whole, in words that stay; null while nothing is known against it.
+  char const* trouble() const { return m_trouble; }
+  /// Where its writer gives up.
   void set_trouble(char const* words) { m_trouble = words; }
   /// Says on standard error, once in the file's life, that it can't be written, or is incomplete;
   /// nothing where all went well.

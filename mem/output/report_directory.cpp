@@ -22,6 +22,10 @@ using PATH = MEM_BOOKKEEPING_STRING;
 constinit std::atomic<char const*> wanted = nullptr;  // as start-up has expanded it
 constinit std::atomic<char const*> made = nullptr;
 
+// What was asked for, and where a relative one begins.
+constinit char const* asked = nullptr;
+constinit char const* start = "";
+
 // Appends what `sequence` stands for. False for one that stands for nothing.
 bool append_expansion(char sequence, PATH& out) {
   switch (sequence) {
@@ -66,27 +70,48 @@ char const* make(char const* path) try {
   return nullptr;
 }
 
-void ask(MEM_TRACKING_GRANULARITY granularity) {
-  const std::string text = mem_setting_text(mem_settings_row("mem_report_directory"));
-  if (text.empty()) return;
-  const MEM_RUN_START& start = mem_note_run_start();
+void want() {
   PATH path;
-  if (!expand(text, path)) {
+  if (!expand(asked, path)) {
     mem_say_error_line(
         "MEM: the report directory is \"%s\", where %% is none of %%p, %%e and %%%%: the current "
         "directory is used",
-        text.c_str());
+        asked);
     return;
   }
   wanted = mem_keep_text(path);
-  if (!path.starts_with('/')) {
-    if (start.directory.empty()) return give_up(path.c_str(), "the current one has been removed");
-    wanted = mem_keep_text(start.directory + '/' + path);
-  }
+  if (path.starts_with('/')) return;
+  if (*start == '\0') return give_up(path.c_str(), "the current one has been removed");
+  wanted = mem_keep_text(PATH(start) + '/' + path);
+}
+
+void ask(MEM_TRACKING_GRANULARITY granularity) {
+  const std::string text = mem_setting_text(mem_settings_row("mem_report_directory"));
+  if (text.empty()) return;
+  asked = mem_keep_text(text);
+  start = mem_keep_text(mem_note_run_start().directory);
+  want();
   if (granularity != MEM_TRACK_NONE) mem_report_directory();
 }
 
+// Made when the first file is: until then the child may become another user.
+void expand_anew() {
+  mem_note_run_start_of_child();
+  made = nullptr;
+  wanted = nullptr;
+  if (asked != nullptr) want();
+}
+
 }  // namespace
+
+char const* mem_wanted_report_directory() {
+  char const* const directory = made;
+  return directory != nullptr ? directory : wanted.load();
+}
+
+bool mem_processes_share_report_directory() {
+  return asked == nullptr || std::string_view(asked).find("%p") == std::string_view::npos;
+}
 
 char const* mem_report_directory() {
   if (char const* const directory = made) return directory;
@@ -97,4 +122,5 @@ char const* mem_report_directory() {
 constinit const MEM_PART mem_report_directory_part(
     MEM_CREATE{ask}, MEM_RESET{mem_nothing},  // no figure
     MEM_FREE{mem_nothing},                    // what is opened afterwards goes to the same place
-    MEM_ABANDON{mem_nothing});                // the child goes on with the parent's
+    MEM_ABANDON{mem_nothing},                 // the child goes on with the parent's
+    MEM_FOLLOW{expand_anew});

@@ -9,5 +9,11 @@
 /// when something is tracked from then on, else here. Any thread.
 char const* mem_report_directory();
 
+/// The same before it is made: nothing is done for the answer, which a signal handler may ask for.
+char const* mem_wanted_report_directory();
+
+/// Whether a parent and a child that both write reports would write the same files.
+bool mem_processes_share_report_directory();
+
 /// Reads the setting, and says on standard error when it can't be obeyed.
 extern const MEM_PART mem_report_directory_part;

@@ -59,3 +59,8 @@ const MEM_RUN_START& mem_note_run_start() {
 }
 
 const MEM_RUN_START& mem_run_start() { return *run_start; }
+
+// What the parent noted stays: the memory is not the child's to give back.
+void mem_note_run_start_of_child() {
+  if (run_start.exchange(nullptr) != nullptr) mem_note_run_start();
+}

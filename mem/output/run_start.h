@@ -24,3 +24,5 @@ struct MEM_RUN_START {
 /// Noted once, when files go to a directory of their own; stays. Not before that.
 const MEM_RUN_START& mem_note_run_start();
 const MEM_RUN_START& mem_run_start();
+/// Noted again in a child made by fork, whose run starts there.
+void mem_note_run_start_of_child();

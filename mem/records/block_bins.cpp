@@ -1,30 +1,31 @@
 #include "mem/records/block_bins.h"
 
-#include <oneapi/tbb/concurrent_hash_map.h>
-
 #include <array>
 #include <atomic>
 #include <new>
 
 #include "mem/base/bookkeeping.h"
 #include "mem/base/static_storage.h"
-#include "mem/records/live_blocks.h"
+#include "mem/records/block_bank.h"
 
 namespace {
 
-using MEM_HASH_BANK = tbb::concurrent_hash_map<
-    void const*, MEM_BLOCK_BINS, MEM_BLOCK_HASH,
-    MEM_BOOKKEEPING_ALLOCATOR<std::pair<void const* const, MEM_BLOCK_BINS>>>;
+using MEM_HASH_BANK = MEM_BLOCK_BANK<MEM_BLOCK_BINS>;
 constexpr std::size_t bank_count = 4096;
-using BANKS = std::array<MEM_HASH_BANK, bank_count>;
+struct BANKS : std::array<MEM_HASH_BANK, bank_count> {
+  MEM_BOOKKEEPING_ALLOCATOR<MEM_HASH_BANK::PLACE> allocator;
+
+  ~BANKS() {
+    for (MEM_HASH_BANK& bank : *this) bank.clear(allocator);
+  }
+};
 
 constinit MEM_STATIC_STORAGE<BANKS> storage;
 // Created while events go on: those that look meanwhile find none, or all.
 constinit std::atomic<BANKS*> mem_addr_to_bpin_pair_hash = nullptr;
 
-MEM_HASH_BANK& bank_of(void const* block) {
-  return (*mem_addr_to_bpin_pair_hash.load(
-      std::memory_order_acquire))[reinterpret_cast<std::uintptr_t>(block) & (bank_count - 1)];
+MEM_HASH_BANK& bank_of(BANKS& banks, void const* block) {
+  return banks[reinterpret_cast<std::uintptr_t>(block) & (bank_count - 1)];
 }
 
 }  // namespace
@@ -34,21 +35,17 @@ void mem_create_block_bins() {
 }
 
 bool mem_remember_block_bins(void const* block, const MEM_BLOCK_BINS& bins) try {
-  MEM_HASH_BANK::accessor entry;
-  bank_of(block).insert(entry, block);
-  entry->second = bins;
+  BANKS& banks = *mem_addr_to_bpin_pair_hash.load(std::memory_order_acquire);
+  bank_of(banks, block).insert(block, bins, banks.allocator);
   return true;
 } catch (const std::bad_alloc&) {
   return false;
 }
 
 std::optional<MEM_BLOCK_BINS> mem_take_block_bins(void const* block) {
-  if (mem_addr_to_bpin_pair_hash == nullptr) return std::nullopt;
-  MEM_HASH_BANK::accessor entry;
-  MEM_HASH_BANK& bank = bank_of(block);
-  if (!bank.find(entry, block)) return std::nullopt;
-  const MEM_BLOCK_BINS bins = entry->second;
-  bank.erase(entry);
+  BANKS* const banks = mem_addr_to_bpin_pair_hash.load(std::memory_order_acquire);
+  MEM_BLOCK_BINS bins{};
+  if (banks == nullptr || !bank_of(*banks, block).take(block, bins)) return std::nullopt;
   return bins;
 }
 

@@ -13,7 +13,7 @@ struct MEM_BLOCK_BINS {
   std::uint32_t reset_count;
 };
 
-/// Creates the banks before the granularity first asks for them: they take 2.4 MB, and half a
+/// Creates the banks before the granularity first asks for them: they take 128 KB, and a tenth of a
 /// millisecond. Hold mem_granularity_lock, or initialise.
 void mem_create_block_bins();
 extern const MEM_PART mem_block_bins_part;

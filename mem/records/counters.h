@@ -7,8 +7,16 @@
 #include <tuple>
 
 #include "include/tuk_mem.h"
+#include "mem/base/guard_word.h"
 
-/// One more block. Hold the lock of the map the record lives in.
+/// Holds one record's figures for a scope. Inside the tracker's lock, where a cat needs none.
+class MEM_RECORD_GUARDED : MEM_GUARDED {
+ public:
+  explicit MEM_RECORD_GUARDED(MEMORY_TRACKER_BASE& record) : MEM_GUARDED(record.guard) {}
+};
+
+/// One more block. Hold the record, as for the next two: by its guard, or a module's by
+/// mem_module_tracker_lock.
 inline void mem_charge_block(MEMORY_TRACKER_BASE& record, std::size_t requested,
                              std::size_t allocated) {
   record.current_blocks += 1;
@@ -26,6 +34,20 @@ inline void mem_charge_block(MEMORY_TRACKER_BASE& record, std::size_t requested,
 inline void mem_credit_block(MEMORY_TRACKER_BASE& record, std::size_t allocated) {
   record.current_blocks -= 1;
   record.current_bytes -= static_cast<std::int64_t>(allocated);
+}
+
+/// Copies the figures, and leaves the guard alone, which others try to take meanwhile.
+inline void mem_copy_figures(const MEMORY_TRACKER_BASE& from, MEMORY_TRACKER_BASE& to) {
+  to.current_blocks = from.current_blocks;
+  to.max_blocks = from.max_blocks;
+  to.peak_blocks = from.peak_blocks;
+  to.cumulative_blocks = from.cumulative_blocks;
+  to.current_bytes = from.current_bytes;
+  to.max_bytes = from.max_bytes;
+  to.peak_bytes = from.peak_bytes;
+  to.cumulative_bytes = from.cumulative_bytes;
+  to.cumulative_requested_bytes = from.cumulative_requested_bytes;
+  to.cumulative_mismatched_bytes = from.cumulative_mismatched_bytes;
 }
 
 /// Where a record stands in a report: the largest peak comes first, ties go by current, then by

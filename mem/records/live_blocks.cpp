@@ -1,5 +1,6 @@
 #include "mem/records/live_blocks.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -10,21 +11,20 @@ constinit MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool = n
 constinit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator = nullptr;
 constinit MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map = nullptr;
 
-namespace {
+constinit std::array<MEM_LIVE_BLOCK_BANK, 1U << MEM_ADDRESS_TRACKER_PTR_MAP::bank_bits>
+    MEM_ADDRESS_TRACKER_PTR_MAP::banks{};
 
-// So many that threads with few live blocks rarely meet on a line of buckets.
-constexpr std::size_t first_buckets = 1U << 14;
+namespace {
 
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_POOL> pool_storage;
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR> allocator_storage;
 constinit MEM_STATIC_STORAGE<MEM_ADDRESS_TRACKER_PTR_MAP> map_storage;
 
 void create(MEM_TRACKING_GRANULARITY) {
-  mem_address_tracker_ptr_map_pool = pool_storage.construct();
+  if (mem_pools != MEM_POOLS::OF_CHILD) mem_address_tracker_ptr_map_pool = pool_storage.construct();
   mem_address_tracker_ptr_map_allocator =
-      allocator_storage.construct(*mem_address_tracker_ptr_map_pool);
-  mem_address_tracker_ptr_map =
-      map_storage.construct(first_buckets, *mem_address_tracker_ptr_map_allocator);
+      allocator_storage.construct(mem_address_tracker_ptr_map_pool);
+  mem_address_tracker_ptr_map = map_storage.construct(*mem_address_tracker_ptr_map_allocator);
 }
 
 void free() {
@@ -46,25 +46,26 @@ constinit const MEM_PART mem_live_blocks_part(MEM_CREATE{create}, MEM_RESET{[] {
                                               }},
                                               MEM_FREE{free}, MEM_ABANDON{abandon});
 
+// In a child made by fork, the banks are as a map of its parent's had them.
+MEM_ADDRESS_TRACKER_PTR_MAP::MEM_ADDRESS_TRACKER_PTR_MAP(
+    const MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR& allocator)
+    : m_allocator(allocator) {
+  static constinit bool was_there_one = false;
+  if (std::exchange(was_there_one, true))
+    std::memset(static_cast<void*>(banks.data()), 0, sizeof banks);
+}
+
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {
-    const MEM_BLOCK_ORIGIN origin = {&site,
-                                     with_thread ? std::this_thread::get_id() : std::thread::id()};
-    if (mem_address_tracker_ptr_map->insert({block, origin})) [[likely]]
-      return;
-    // Its release was not seen, on a blocked thread for instance.
-    MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;
-    mem_address_tracker_ptr_map->insert(entry, block);
-    entry->second = origin;
+    mem_address_tracker_ptr_map->insert(
+        block, {&site, with_thread ? std::this_thread::get_id() : std::thread::id()});
   } catch (const std::bad_alloc&) {  // its release will be charged to the catch-all
   }
 }
 
 MEM_BLOCK_ORIGIN mem_take_block(void const* block) {
-  MEM_ADDRESS_TRACKER_PTR_MAP::accessor entry;
-  if (!mem_address_tracker_ptr_map->find(entry, block)) return {};
-  const MEM_BLOCK_ORIGIN origin = entry->second;
+  MEM_BLOCK_ORIGIN origin;
+  if (!mem_address_tracker_ptr_map->take(block, origin)) return {};
   mem_check(origin.site != nullptr, "address_tracker_ptr != nullptr");
-  mem_address_tracker_ptr_map->erase(entry);
   return origin;
 }

@@ -1,16 +1,18 @@
 // Every live tracked block: which site allocated it, on which thread.
 #pragma once
 
-#include <oneapi/tbb/concurrent_hash_map.h>
 #define TBB_PREVIEW_MEMORY_POOL 1
 #include <oneapi/tbb/memory_pool.h>
 
+#include <array>
+#include <cstddef>
+#include <new>
 #include <thread>
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
 #include "mem/base/part.h"
-#include "mem/records/block_mutex.h"
+#include "mem/records/block_bank.h"
 
 /// Where a live block comes from. The thread is only noted under fileline tracking.
 struct MEM_BLOCK_ORIGIN {
@@ -18,24 +20,83 @@ struct MEM_BLOCK_ORIGIN {
   std::thread::id thread{};
 };
 
-/// Blocks are aligned to 16 bytes at least, and lie in runs: the low bits say nothing, and a
-/// multiplication spreads the others over the bits the map picks its bucket by.
-struct MEM_BLOCK_HASH {
-  static std::size_t hash(void const* block) {
-    const auto bits = reinterpret_cast<std::uintptr_t>(block) * 0x9E3779B97F4A7C15ULL;
-    return bits ^ (bits >> 32);
+using MEM_ADDRESS_TRACKER_PTR_MAP_POOL = tbb::memory_pool<MEM_BOOKKEEPING_ALLOCATOR<char>>;
+using MEM_LIVE_BLOCK_BANK = MEM_BLOCK_BANK<MEM_BLOCK_ORIGIN>;
+
+/// Of the pool; without one, in a child that is tracked, as all bookkeeping.
+class MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR {
+ public:
+  using PLACE = MEM_LIVE_BLOCK_BANK::PLACE;
+
+  explicit MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR(MEM_ADDRESS_TRACKER_PTR_MAP_POOL* pool)
+      : m_pool(pool) {}
+
+  /// May throw std::bad_alloc.
+  PLACE* allocate(std::size_t count) {
+    if (is_apart_from_pool()) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<PLACE>().allocate(count);
+    void* const places = m_pool->malloc(count * sizeof(PLACE));
+    if (places == nullptr) throw std::bad_alloc();
+    return static_cast<PLACE*>(places);
   }
-  static bool equal(void const* a, void const* b) { return a == b; }
+  void deallocate(PLACE* places, std::size_t count) {
+    if (is_apart_from_pool()) [[unlikely]]
+      return MEM_BOOKKEEPING_ALLOCATOR<PLACE>().deallocate(places, count);
+    m_pool->free(places);
+  }
+
+ private:
+  bool is_apart_from_pool() const {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)  // see bookkeeping.h
+    return true;
+#else
+    return m_pool == nullptr;
+#endif
+  }
+
+  MEM_ADDRESS_TRACKER_PTR_MAP_POOL* m_pool;
 };
 
-using MEM_ADDRESS_TRACKER_PTR_MAP_POOL = tbb::memory_pool<MEM_BOOKKEEPING_ALLOCATOR<char>>;
-using MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR =
-    tbb::memory_pool_allocator<std::pair<void const* const, MEM_BLOCK_ORIGIN>>;
-using MEM_ADDRESS_TRACKER_PTR_MAP =
-    tbb::concurrent_hash_map<void const*, MEM_BLOCK_ORIGIN, MEM_BLOCK_HASH,
-                             MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR, MEM_BLOCK_MUTEX>;
+/// The blocks of a page have a bank together: what a program touches together is together here, in
+/// few lines of cache and few pages.
+class MEM_ADDRESS_TRACKER_PTR_MAP {
+ public:
+  explicit MEM_ADDRESS_TRACKER_PTR_MAP(const MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR& allocator);
+  MEM_ADDRESS_TRACKER_PTR_MAP(const MEM_ADDRESS_TRACKER_PTR_MAP&) = delete;
+  MEM_ADDRESS_TRACKER_PTR_MAP& operator=(const MEM_ADDRESS_TRACKER_PTR_MAP&) = delete;
+  ~MEM_ADDRESS_TRACKER_PTR_MAP() { clear(); }
 
-/// All three from initialisation to cleanup. The map locks by itself, bucket by bucket.
+  /// May throw std::bad_alloc.
+  void insert(void const* block, const MEM_BLOCK_ORIGIN& origin) {
+    bank_of(block).insert(block, origin, m_allocator);
+  }
+  bool find(void const* block, MEM_BLOCK_ORIGIN& origin) {
+    return bank_of(block).find(block, origin);
+  }
+  bool take(void const* block, MEM_BLOCK_ORIGIN& origin) {
+    return bank_of(block).take(block, origin);
+  }
+  /// Inside as the cat.
+  void clear() {
+    for (MEM_LIVE_BLOCK_BANK& bank : banks) bank.clear(m_allocator);
+  }
+
+ private:
+  static constexpr int bank_bits = 16;
+  static constexpr int page_bits = 12;
+
+  static MEM_LIVE_BLOCK_BANK& bank_of(void const* block) {
+    const std::uintptr_t page = reinterpret_cast<std::uintptr_t>(block) >> page_bits;
+    return banks[mem_spread_bits(page) >> (64 - bank_bits)];
+  }
+
+  MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR m_allocator;
+  // Zeros that nobody has touched take no memory: there is one map at a time, and its banks are not
+  // in it.
+  static std::array<MEM_LIVE_BLOCK_BANK, 1U << bank_bits> banks;
+};
+
+/// All three from initialisation to cleanup, the pool not in a child.
 extern MEM_ADDRESS_TRACKER_PTR_MAP_POOL* mem_address_tracker_ptr_map_pool;
 extern MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR* mem_address_tracker_ptr_map_allocator;
 extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;

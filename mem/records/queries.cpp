@@ -3,6 +3,7 @@
 
 #include "include/tuk_mem.h"
 #include "mem/base/check.h"
+#include "mem/records/counters.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
@@ -11,9 +12,10 @@
 namespace {
 
 // Null when the block is not known.
-MEM_ADDRESS_TRACKER const* site_of(void const* block) {
-  MEM_ADDRESS_TRACKER_PTR_MAP::const_accessor entry;
-  return mem_address_tracker_ptr_map->find(entry, block) ? entry->second.site : nullptr;
+MEM_ADDRESS_TRACKER* site_of(void const* block) {
+  if (block == nullptr) return &mem_catch_all_site();
+  MEM_BLOCK_ORIGIN origin;
+  return mem_address_tracker_ptr_map->find(block, origin) ? origin.site : nullptr;
 }
 
 }  // namespace
@@ -22,12 +24,14 @@ bool mem_get_address_tracker(void const* block, MEM_ADDRESS_TRACKER& out) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
   const MEM_TRACKER_VISIT visit;
   if (!visit || mem_address_tracker_map == nullptr) return false;
-  MEM_ADDRESS_TRACKER const* site = nullptr;
-  if (block != nullptr && (site = site_of(block)) == nullptr) return false;
+  MEM_ADDRESS_TRACKER* const site = site_of(block);
+  if (site == nullptr) return false;
+  {
+    const MEM_RECORD_GUARDED guarded(*site);
+    mem_copy_figures(*site, out);
+  }
   {
     const std::lock_guard trace(mem_trace_lock);
-    if (site == nullptr) site = &mem_catch_all_site();
-    static_cast<MEMORY_TRACKER_BASE&>(out) = *site;
     out.address_info = site->address_info;
     out.filtered = site->filtered;
   }

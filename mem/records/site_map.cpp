@@ -10,9 +10,13 @@
 #include <utility>
 
 #include "mem/base/static_storage.h"
+#include "mem/records/inherited_verdicts.h"
 
 constinit MEM_ADDRESS_TRACKER_MAP* mem_address_tracker_map = nullptr;
 constinit MEM_RETIRED_SITES* mem_retired_sites = nullptr;
+
+// Apart from the data beside it, which every event reads.
+alignas(64) constinit MEM_TRACE_LOCK mem_trace_lock;
 
 struct MEM_SITE_RECORDS {
   MEM_ADDRESS_TRACKER_MAP map;
@@ -23,13 +27,17 @@ struct MEM_SITE_RECORDS {
 namespace {
 
 // What the map was asked for of late, one record a place. The map divides twice for a lookup and
-// follows three pointers, under the one lock that every allocation takes.
-struct PLACE {
-  void const* address;
-  MEM_ADDRESS_TRACKER* record;
-};
+// follows three pointers. Written under mem_trace_lock, read by every event without.
+using SITE = MEM_ADDRESS_TRACKER_MAP::value_type;
+using PLACE = std::atomic<SITE*>;
 constexpr int place_bits = 12;
 constinit std::array<PLACE, 1U << place_bits> recently_found{};
+constinit std::atomic<MEM_ADDRESS_TRACKER*> catch_all = nullptr;
+
+void forget_recently_found() {
+  for (PLACE& place : recently_found) place.store(nullptr, std::memory_order_relaxed);
+  catch_all = nullptr;
+}
 
 // The records in use: those of mem_address_tracker_map.
 constinit MEM_SITE_RECORDS* current_records = nullptr;
@@ -42,7 +50,7 @@ PLACE& place_of(void const* address) {
 [[gnu::noinline]] MEM_ADDRESS_TRACKER* find_in_map(void const* address) {
   const auto found = mem_address_tracker_map->find(address);
   if (found == mem_address_tracker_map->end()) return nullptr;
-  place_of(address) = {address, &found->second};
+  place_of(address).store(&*found, std::memory_order_release);
   return &found->second;
 }
 
@@ -69,7 +77,7 @@ void replace_records(MEM_SITE_RECORDS* next) {
   MEM_SITE_RECORDS* former = nullptr;
   {
     const std::lock_guard trace(mem_trace_lock);
-    recently_found.fill({});
+    forget_recently_found();
     former = std::exchange(current_records, next);
     mem_address_tracker_map = next == nullptr ? nullptr : &next->map;
     mem_retired_sites = next == nullptr ? nullptr : &next->retired;
@@ -102,7 +110,8 @@ bool bring_back_retired(const MEM_ADDRESS_TRACKER& verdict, void const* address)
 void begin_anew() { replace_records(make_records()); }
 
 void abandon() {
-  recently_found.fill({});
+  forget_recently_found();
+  mem_inherit_verdicts(mem_trace_lock.is_taken() ? nullptr : mem_address_tracker_map);
   mem_trace_lock.abandon();
   mem_abandon(current_records);
   if (current_records != nullptr) return;
@@ -122,11 +131,14 @@ constinit const MEM_PART mem_site_map_part(
     MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { begin_anew(); }}, MEM_RESET{begin_anew},
     MEM_FREE{[] { replace_records(nullptr); }}, MEM_ABANDON{abandon});
 
+MEM_ADDRESS_TRACKER* mem_recent_site(void const* address) {
+  SITE* const site = place_of(address).load(std::memory_order_acquire);
+  return site != nullptr && site->first == address ? &site->second : nullptr;
+}
+
 MEM_ADDRESS_TRACKER* mem_find_site(void const* address) {
-  const PLACE& place = place_of(address);
-  if (place.address == address && place.record != nullptr) [[likely]]
-    return place.record;
-  return find_in_map(address);
+  MEM_ADDRESS_TRACKER* const recent = mem_recent_site(address);
+  return recent != nullptr ? recent : find_in_map(address);
 }
 
 MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRACKER& verdict) {
@@ -139,7 +151,8 @@ MEM_ADDRESS_TRACKER& mem_insert_site(void const* address, const MEM_ADDRESS_TRAC
 
 // The room is there before a record leaves the map: without it the record would be lost on the way.
 void mem_retire_sites(std::uintptr_t begin, std::uintptr_t end) {
-  recently_found.fill({});
+  forget_recently_found();
+  mem_forget_inherited_verdicts();
   for (auto site = mem_address_tracker_map->begin(); site != mem_address_tracker_map->end();) {
     const auto next = std::next(site);
     if (reinterpret_cast<std::uintptr_t>(site->first) - begin < end - begin) {
@@ -152,4 +165,14 @@ void mem_retire_sites(std::uintptr_t begin, std::uintptr_t end) {
   }
 }
 
-MEM_ADDRESS_TRACKER& mem_catch_all_site() { return (*mem_address_tracker_map)[nullptr]; }
+MEM_ADDRESS_TRACKER& mem_catch_all_site() {
+  if (MEM_ADDRESS_TRACKER* const known = catch_all.load(std::memory_order_acquire)) [[likely]]
+    return *known;
+  return mem_catch_all_site(std::unique_lock(mem_trace_lock));
+}
+
+MEM_ADDRESS_TRACKER& mem_catch_all_site(const std::unique_lock<MEM_TRACE_LOCK>&) {
+  MEM_ADDRESS_TRACKER& site = (*mem_address_tracker_map)[nullptr];
+  catch_all.store(&site, std::memory_order_release);
+  return site;
+}

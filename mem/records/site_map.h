@@ -4,13 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <unordered_map>
 
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
 #include "mem/base/part.h"
 #include "mem/base/spin_lock.h"
-#include "mem/state/hot_line.h"
 
 /// Memory for the nodes of the site map. A node holds a link and the key, 16 bytes, then the
 /// record: begun 48 bytes into a cache line, it has all counters that an event writes on one line,
@@ -82,9 +82,14 @@ class MEM_SITES_HELD {
 
 extern const MEM_PART mem_site_map_part;
 
-/// Guards the site map and the records in it.
+/// Guards the site map and what its records say of their addresses. Their figures have guards of
+/// their own (counters.h), and an event that finds its site among the recent ones does without it.
 using MEM_TRACE_LOCK = MEM_SPIN_LOCK<MEM_LOCK_ORDER::SITES>;
-inline constexpr MEM_TRACE_LOCK& mem_trace_lock = mem_hot_line.trace_lock;
+extern MEM_TRACE_LOCK mem_trace_lock;
+
+/// The record of an address that is among those looked for of late; null when it is not, or
+/// unknown. Inside the tracker's lock, with no other.
+MEM_ADDRESS_TRACKER* mem_recent_site(void const* address);
 
 /// The record of an address, null when the address is unknown. Hold mem_trace_lock.
 MEM_ADDRESS_TRACKER* mem_find_site(void const* address);
@@ -105,8 +110,10 @@ void mem_for_each_site(VISIT visit) {
   for (auto& [address, site] : *mem_retired_sites) visit(address, site);
 }
 
-/// The catch-all record, created when it is not there. Hold mem_trace_lock.
+/// The catch-all record, created when it is not there. Inside the tracker's lock; takes
+/// mem_trace_lock to create it, or is called with it held.
 MEM_ADDRESS_TRACKER& mem_catch_all_site();
+MEM_ADDRESS_TRACKER& mem_catch_all_site(const std::unique_lock<MEM_TRACE_LOCK>& held);
 
 inline bool mem_is_catch_all(const MEM_ADDRESS_TRACKER& site) {
   return site.address_info.address == nullptr;

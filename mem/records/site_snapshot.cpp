@@ -8,21 +8,16 @@
 #include "mem/state/totals.h"
 #include "mem/state/tracker_visit.h"
 
-// Counted first, so that the rows take no more room than they need.
-MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT(IS_WANTED is_wanted) {
-  const MEM_TRACKER_VISIT visit;
+MEM_SITE_SNAPSHOT::MEM_SITE_SNAPSHOT() {
+  const MEM_TRACKER_VISIT_ALONE visit;
   m_is_refused = !visit && mem_visit_is_refused();
   if (!visit || mem_address_tracker_map == nullptr) return;
   const std::lock_guard trace(mem_trace_lock);
   m_texts.emplace();
   m_index_at_peak = mem_estimated_timeline_idx_at_peak;
-  std::size_t wanted = 0;
+  m_rows.reserve(mem_address_tracker_map->size() + mem_retired_sites->size());
   mem_for_each_site([&](void const* address, const MEM_ADDRESS_TRACKER& site) {
-    wanted += is_wanted(address, site) ? 1 : 0;
-  });
-  m_rows.reserve(wanted);
-  mem_for_each_site([&](void const* address, const MEM_ADDRESS_TRACKER& site) {
-    if (is_wanted(address, site)) m_rows.push_back({address, site, &site.address_info});
+    m_rows.push_back({address, site, &site});
   });
 }
 

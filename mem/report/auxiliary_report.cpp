@@ -1,8 +1,8 @@
 // The timeline of the process's own figures.
+#include "mem/base/host_thread.h"
 #include "mem/report/dump_timing.h"
 #include "mem/report/report_text.h"
-#include "mem/report/shutdown_reports.h"
-#include "mem/state/tracker_visit.h"
+#include "mem/report/reports.h"
 #include "mem/timeline/auxiliary_timeline.h"
 
 namespace {
@@ -27,6 +27,7 @@ void print_kb_as_bytes(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
 }
 
 void print_rss_percentage(MEM_REPORT_TEXT& out, const SAMPLE& sample) {
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   const float percentage =
       static_cast<float>(sample.rss) * 100.0F / static_cast<float>(sample.vm_size);
   out << (sample.vm_size == 0 ? 0.0 : static_cast<double>(percentage));
@@ -60,21 +61,16 @@ constexpr COLUMN columns[] = {
     {"profiler_allocated_outstanding", print_outstanding<&SAMPLE::profiler_allocated_outstanding>},
 };
 
-mem_auxiliary_timeline_file_t::SAMPLES samples_so_far() {
-  const MEM_TRACKER_VISIT visit;
-  if (!visit || mem_auxiliary_timeline_file == nullptr) return {};
-  return mem_auxiliary_timeline_file->samples();
-}
-
 }  // namespace
 
-void mem_write_auxiliary_timeline(std::ostream& stream) {
+void mem_write_auxiliary_timeline(MEM_TEXT_SINK& sink,
+                                  const mem_auxiliary_timeline_file_t::SAMPLES& samples) {
   const MEM_DUMP_TIMING timing;
-  MEM_REPORT_TEXT out(stream);
+  MEM_REPORT_TEXT out(sink);
   out << "MEM: TBB Auxiliary Timeline\n\n";
   for (const COLUMN& column : columns) out << (&column == columns ? "" : "\t") << column.title;
   out << '\n';
-  for (const SAMPLE& sample : samples_so_far()) {
+  for (const SAMPLE& sample : samples) {
     for (const COLUMN& column : columns) {
       if (&column != columns) out << '\t';
       column.print(out, sample);

@@ -5,12 +5,12 @@
 #include "mem/base/bookkeeping.h"
 #include "mem/records/site_snapshot.h"
 #include "mem/report/report_text.h"
-#include "mem/report/shutdown_reports.h"
+#include "mem/report/reports.h"
 
 namespace {
 
-bool was_charged(void const* address, const MEM_ADDRESS_TRACKER& site) {
-  return !site.filtered && address != nullptr && site.cumulative_bytes != 0;
+bool was_charged(const MEM_SITE_ROW& row) {
+  return !row.site->filtered && !row.is_catch_all() && row.counters.cumulative_bytes != 0;
 }
 
 // One row per module file: name, base and path. The texts are the snapshot's.
@@ -25,15 +25,15 @@ std::string_view path_of(const MEM_ADDRESS_INFO& info) {
 MODULE_FILES files_of(const MEM_SITE_SNAPSHOT& sites) {
   MODULE_FILES files;
   for (const MEM_SITE_ROW& row : sites.rows())
-    files.emplace(row.info->module_name_buffer, row.info->module_base, path_of(*row.info));
+    if (was_charged(row))
+      files.emplace(row.info().module_name_buffer, row.info().module_base, path_of(row.info()));
   return files;
 }
 
 }  // namespace
 
-void mem_write_base_addresses(std::ostream& stream) {
-  const MEM_SITE_SNAPSHOT sites(was_charged);
-  MEM_REPORT_TEXT out(stream);
+void mem_write_base_addresses(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites) {
+  MEM_REPORT_TEXT out(sink);
   out << "\"base address\",\"module\",\"dll_path\"\n";
   for (const auto& [name, base, path] : files_of(sites))
     out << '"' << base << "\",\"" << name << "\",\"" << path << "\"\n";

@@ -1,5 +1,6 @@
 #include "mem/report/dump_timing.h"
 
+#include "mem/base/host_thread.h"
 #include "mem/report/report_text.h"
 
 void MEM_DUMP_TIMING::write(MEM_REPORT_TEXT& out) const {
@@ -9,6 +10,7 @@ void MEM_DUMP_TIMING::write(MEM_REPORT_TEXT& out) const {
     return;
   }
   const std::clock_t ticks = std::clock() - m_start;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   out << "Time spent dumping:\t" << ticks << " clicks.\t"
       << static_cast<double>(static_cast<float>(ticks) / 1e6F) << " seconds.\n";
 }

@@ -1,10 +1,8 @@
 #include "mem/records/site_snapshot.h"
 #include "mem/report/report_text.h"
-#include "mem/report/shutdown_reports.h"
+#include "mem/report/reports.h"
 
 namespace {
-
-bool was_filtered(void const*, const MEM_ADDRESS_TRACKER& site) { return site.filtered; }
 
 void write_row(MEM_REPORT_TEXT& out, const MEM_ADDRESS_INFO& info) {
   out << '"' << info.address << "\",\"" << info.module_name_buffer << "\",\""
@@ -15,10 +13,10 @@ void write_row(MEM_REPORT_TEXT& out, const MEM_ADDRESS_INFO& info) {
 
 }  // namespace
 
-void mem_write_filtered_addresses(std::ostream& stream) {
-  const MEM_SITE_SNAPSHOT sites(was_filtered);
-  MEM_REPORT_TEXT out(stream);
+void mem_write_filtered_addresses(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites) {
+  MEM_REPORT_TEXT out(sink);
   out << "\"PC\",\"module\",\"function\",\"fileline\"\n";
-  for (const MEM_SITE_ROW& row : sites.rows()) write_row(out, *row.info);
+  for (const MEM_SITE_ROW& row : sites.rows())
+    if (row.site->filtered) write_row(out, row.info());
   out.flush();
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 #include <string_view>
 #include <vector>
 
@@ -43,15 +42,13 @@ class MEM_TIMELINE_SUMMARY {
 };
 
 /// Writes `sample_count` rows of `columns`, each headed by its label, an empty one as "Other".
-/// False, with nothing written, when either stream has failed already.
 template <class LABEL_ITERATOR>
-bool generic_timeline_dumper(std::ostream& summary_stream, std::ostream& detailed_stream,
+void generic_timeline_dumper(MEM_TEXT_SINK& summary_sink, MEM_TEXT_SINK& detailed_sink,
                              std::uint64_t sample_count, MEM_TIMELINE_COLUMNS columns,
                              LABEL_ITERATOR label) {
   const MEM_DUMP_TIMING timing;
-  if (!summary_stream || !detailed_stream) return false;
-  MEM_REPORT_TEXT summary_out(summary_stream);
-  MEM_REPORT_TEXT detailed_out(detailed_stream);
+  MEM_REPORT_TEXT summary_out(summary_sink);
+  MEM_REPORT_TEXT detailed_out(detailed_sink);
   summary_out << "MEM: TBB Module Tracking Memory Timeline.\n\n";
   detailed_out << "MEM: TBB Module Tracking Detailed Memory Timeline.\n\n";
 
@@ -76,5 +73,4 @@ bool generic_timeline_dumper(std::ostream& summary_stream, std::ostream& detaile
     *out << '\n';
     out->flush();
   }
-  return true;
 }

@@ -4,6 +4,12 @@
 #include <cstdint>
 #include <ostream>
 
+void MEM_STREAM_SINK::write(std::string_view piece) {
+  m_stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+}
+
+void MEM_STREAM_SINK::flush() { m_stream.flush(); }
+
 MEM_REPORT_TEXT& MEM_REPORT_TEXT::operator<<(std::string_view text) {
   while (!text.empty()) {
     if (m_size == m_buffer.size()) hand_over();
@@ -45,6 +51,6 @@ void MEM_REPORT_TEXT::flush() {
 }
 
 void MEM_REPORT_TEXT::hand_over() {
-  m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_size));
+  m_out.write({m_buffer.data(), m_size});
   m_size = 0;
 }

@@ -1,4 +1,4 @@
-// The text of a report on its way to a stream.
+// The text of a report on its way to a file or a stream.
 #pragma once
 
 #include <array>
@@ -8,12 +8,32 @@
 #include <iosfwd>
 #include <string_view>
 
-/// Formats by itself and hands the stream whole pieces of text: neither the stream's locale and
-/// flags nor those of the process change a report, and a report changes none of them. Allocates
-/// nothing. What the host's stream throws passes on. Hold no lock of the library while writing.
+/// What takes the text of a report, in whole pieces.
+class MEM_TEXT_SINK {
+ public:
+  virtual void write(std::string_view piece) = 0;
+  virtual void flush() {}
+
+ protected:
+  ~MEM_TEXT_SINK() = default;
+};
+
+/// A stream of the host's. What it throws passes on.
+class MEM_STREAM_SINK final : public MEM_TEXT_SINK {
+ public:
+  explicit MEM_STREAM_SINK(std::ostream& stream) : m_stream(stream) {}
+  void write(std::string_view piece) override;
+  void flush() override;
+
+ private:
+  std::ostream& m_stream;
+};
+
+/// Formats by itself: neither a stream's locale and flags nor those of the process change a report,
+/// and a report changes none of them. Allocates nothing. Hold no lock of the library while writing.
 class MEM_REPORT_TEXT {
  public:
-  explicit MEM_REPORT_TEXT(std::ostream& out) : m_out(out) {}
+  explicit MEM_REPORT_TEXT(MEM_TEXT_SINK& out) : m_out(out) {}
   MEM_REPORT_TEXT(const MEM_REPORT_TEXT&) = delete;
   MEM_REPORT_TEXT& operator=(const MEM_REPORT_TEXT&) = delete;
 
@@ -34,7 +54,7 @@ class MEM_REPORT_TEXT {
   /// With so many digits after the point.
   MEM_REPORT_TEXT& fixed(double number, int digits);
 
-  /// Hands everything over, and flushes the stream.
+  /// Hands everything over, and flushes the sink.
   void flush();
 
  private:
@@ -43,7 +63,7 @@ class MEM_REPORT_TEXT {
   }
   void hand_over();
 
-  std::ostream& m_out;
+  MEM_TEXT_SINK& m_out;
   std::array<char, 4096> m_buffer;
   std::size_t m_size = 0;
 };

@@ -13,8 +13,8 @@
 #include "mem/oom/spare_memory.h"
 #include "mem/output/run_start.h"
 #include "mem/report/report_text.h"
+#include "mem/report/reports.h"
 #include "mem/report/run_modules.h"
-#include "mem/report/shutdown_reports.h"
 #include "mem/state/totals.h"
 #include "mem/symbolizer/loaded_module.h"
 #include "platform/thr_runtime.h"
@@ -62,13 +62,6 @@ void write_allocator(MEM_REPORT_TEXT& out) {
     out << "in the executable";
 }
 
-// With which status is not to be known: the loader ends libraries before it calls what they have
-// registered to be told.
-char const* how_it_ended() {
-  if (mem_out_of_memory_already_reported) return "out of memory";
-  return mem_process_is_ending ? "exit" : "shutdown by the host";
-}
-
 void write_settings(MEM_REPORT_TEXT& out) {
   constexpr char const* sources[] = {"", "default", "environment", "settings_file"};
   for (const MEM_SETTINGS_ROW& row : mem_settings) {
@@ -98,10 +91,18 @@ void mem_write_run_value(MEM_REPORT_TEXT& out, std::string_view text) {
     }
 }
 
-void mem_write_run_file(std::ostream& stream, MEM_TRACKING_GRANULARITY granularity) {
+// With which status is not to be known: the loader ends libraries before it calls what they have
+// registered to be told.
+char const* mem_how_the_run_ends() {
+  if (mem_out_of_memory_already_reported) return "out of memory";
+  return mem_process_is_ending ? "exit" : "shutdown by the host";
+}
+
+void mem_write_run_file(MEM_TEXT_SINK& sink, MEM_TRACKING_GRANULARITY granularity,
+                        char const* ended) {
   const MEM_RUN_START& start = mem_run_start();
   const auto run_time = std::chrono::steady_clock::now() - start.steady_time;
-  MEM_REPORT_TEXT out(stream);
+  MEM_REPORT_TEXT out(sink);
   out << "executable\t";
   mem_write_run_value(out, start.executable);
   out << '\n';
@@ -117,8 +118,8 @@ void mem_write_run_file(std::ostream& stream, MEM_TRACKING_GRANULARITY granulari
   constexpr int milliseconds = 3;
   out << "\nseconds\t";
   out.fixed(std::chrono::duration<double>(run_time).count(), milliseconds);
-  out << "\nended\t" << how_it_ended() << "\nversion\t" << TUK_MEM_VERSION_STRING
-      << "\nallocator\t";
+  out << "\nended\t" << (ended == nullptr ? "not yet" : ended) << "\nversion\t"
+      << TUK_MEM_VERSION_STRING << "\nallocator\t";
   write_allocator(out);
   out << "\ngranularity\t" << static_cast<std::uint32_t>(granularity) << "\npeak_resident_bytes\t"
       << mem_info_get_process_peak_working_set_size() << "\nevents_not_accounted\t"

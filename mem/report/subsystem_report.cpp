@@ -13,6 +13,7 @@
 #include "mem/report/columns.h"
 #include "mem/report/dump_timing.h"
 #include "mem/report/report_text.h"
+#include "mem/report/reports.h"
 #include "mem/state/granularity.h"
 #include "mem/state/tracker_visit.h"
 #include "mem/timeline/module_timeline.h"
@@ -40,25 +41,26 @@ void add_site(MEMORY_TRACKER_BASE& sum, const MEMORY_TRACKER_BASE& site) {
   sum.cumulative_mismatched_bytes += site.cumulative_mismatched_bytes;
 }
 
-bool is_any(void const*, const MEM_ADDRESS_TRACKER&) { return true; }
-
 // The catch-all site, and sites of no module, are summed under the empty name.
 SUBSYSTEMS sum_sites(const MEM_SITE_SNAPSHOT& sites) {
   SUBSYSTEMS subsystems;
   for (const MEM_SITE_ROW& row : sites.rows())
-    add_site(subsystems[row.info->module_name_buffer], row.counters);
+    add_site(subsystems[row.info().module_name_buffer], row.counters);
   return subsystems;
 }
 
 // A module's bytes are known between peaks only where the timeline sampled them.
-void take_max_bytes(SUBSYSTEMS& subsystems) {
-  for (auto& [name, sum] : subsystems) sum.max_bytes = sum.peak_bytes;
-  const MEM_TRACKER_VISIT visit;
-  if (!visit || mem_module_timeline == nullptr) return;
-  const std::lock_guard reading(mem_module_timeline_lock);
+void take_max_bytes(SUBSYSTEMS& subsystems, const MEM_MODULE_TIMELINE::SERIES_MAP& samples) {
   for (auto& [name, sum] : subsystems)
-    sum.max_bytes =
-        std::max(sum.max_bytes, mem_module_timeline->largest_bytes(name).value_or(sum.max_bytes));
+    sum.max_bytes = std::max(sum.peak_bytes,
+                             MEM_MODULE_TIMELINE::largest(samples, name).value_or(sum.peak_bytes));
+}
+
+MEM_MODULE_TIMELINE::SERIES_MAP samples_so_far() {
+  const MEM_TRACKER_VISIT visit;
+  if (!visit || mem_module_timeline == nullptr) return {};
+  const std::lock_guard reading(mem_module_timeline_lock);
+  return mem_module_timeline->bytes();
 }
 
 SUBSYSTEM_ROWS rows_by_peak(const SUBSYSTEMS& subsystems) {
@@ -87,17 +89,14 @@ bool is_listed(const SUBSYSTEM_ROW& row) {
 
 }  // namespace
 
-bool mem_dump_tbb_subsystem_tracking(std::ostream& stream) {
-  const MEM_DUMP_TIMING timing;
-  const MEM_THREAD_TRACKING_BLOCKED blocked;
-  const MEM_SITE_SNAPSHOT sites(is_any);
-  if (sites.is_refused()) return false;
+void mem_write_subsystem(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites,
+                         const MEM_MODULE_TIMELINE::SERIES_MAP* samples,
+                         const MEM_DUMP_TIMING& timing) {
   SUBSYSTEMS subsystems = sum_sites(sites);
-  const bool with_max_bytes = mem_tracking_library_env_set;
-  if (with_max_bytes) take_max_bytes(subsystems);
-  const COLUMNS shown = columns(with_max_bytes);
+  if (samples != nullptr) take_max_bytes(subsystems, *samples);
+  const COLUMNS shown = columns(samples != nullptr);
 
-  MEM_REPORT_TEXT out(stream);
+  MEM_REPORT_TEXT out(sink);
   out << "MEM: TBB Subsystem Tracking Memory Snapshot.\n\nSubsystem";
   for (const MEM_COUNTER_COLUMN& column : shown) out << '\t' << column.title;
   out << '\n';
@@ -112,5 +111,19 @@ bool mem_dump_tbb_subsystem_tracking(std::ostream& stream) {
   }
   timing.write(out);
   out.flush();
+}
+
+bool mem_dump_tbb_subsystem_tracking(std::ostream& stream) {
+  const MEM_DUMP_TIMING timing;
+  const MEM_THREAD_TRACKING_BLOCKED blocked;
+  const MEM_SITE_SNAPSHOT sites;
+  if (sites.is_refused()) return false;
+  MEM_STREAM_SINK sink(stream);
+  if (mem_tracking_library_env_set) {
+    const auto samples = samples_so_far();
+    mem_write_subsystem(sink, sites, &samples, timing);
+  } else {
+    mem_write_subsystem(sink, sites, nullptr, timing);
+  }
   return true;
 }

@@ -4,15 +4,15 @@
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
+#include "mem/base/host_thread.h"
 #include "mem/base/lifecycle.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
+#include "mem/host/settings.h"
 #include "mem/manager/statistics.h"
-#include "mem/output/report_directory.h"
 #include "mem/records/site_map.h"
-#include "mem/report/report_file.h"
-#include "mem/report/shutdown_reports.h"
+#include "mem/report/report_set.h"
 #include "mem/shutdown/end_of_tracking.h"
 #include "mem/stack/stack_filter.h"
 #include "mem/state/cat_mouse_lock.h"
@@ -25,6 +25,7 @@
 #include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/hooks.h"
 #include "mem/tracker/peaks.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
@@ -41,44 +42,6 @@ void restore_global_peak(MEM_TRACKING_GRANULARITY granularity) {
   std::atomic<std::int64_t>& peak = mem_pbin_stats.global_peak.bytes;
   peak = std::max(peak.load(), mem_flushed_peak_memory());
 }
-
-// Beside the reports, when these go to a directory of their own.
-void write_run_file(MEM_TRACKING_GRANULARITY granularity) {
-  const bool has_reports = granularity != MEM_TRACK_NONE || mem_tracking_fileline_env_set ||
-                           mem_tracking_library_env_set || mem_tracking_per_bin_detailed_env_set ||
-                           mem_tracking_auxiliary_timeline_env_set;
-  if (has_reports && mem_report_directory() != nullptr)
-    mem_write_report("mem_tbb_run.",
-                     [granularity](std::ostream& out) { mem_write_run_file(out, granularity); });
-}
-
-void write_site_reports() {
-  if (!mem_tracking_fileline_env_set) return;
-  mem_write_report("mem_tbb_fileline.", mem_dump_tbb_fileline_tracking);
-  mem_write_report("mem_tbb_subsystem.", mem_dump_tbb_subsystem_tracking);
-  mem_write_report("mem_tbb_subsystem_base_addresses.", mem_write_base_addresses,
-                   "unable to create KMP subsystem base addresses file");
-}
-
-// Which timelines are written: those being kept now, and those asked for by name.
-struct TIMELINES {
-  bool auxiliary;
-  bool modules;
-  bool bins;
-
-  explicit TIMELINES(MEM_TRACKING_GRANULARITY granularity)
-      : auxiliary(is_kept(granularity, MEM_TRACK_AUXILIARY_TIMELINE,
-                          mem_tracking_auxiliary_timeline_env_set)),
-        modules(is_kept(granularity, MEM_TRACK_PER_LIBRARY, mem_tracking_library_env_set)),
-        bins(is_kept(granularity, MEM_TRACK_PER_BIN_DETAILED,
-                     mem_tracking_per_bin_detailed_env_set)) {}
-
- private:
-  static bool is_kept(MEM_TRACKING_GRANULARITY granularity, MEM_TRACKING_GRANULARITY bit,
-                      bool asked_for) {
-    return asked_for || (granularity & bit) != MEM_TRACK_NONE;
-  }
-};
 
 // A sample takes memory, which may have run out.
 template <class CAPTURE>
@@ -99,21 +62,6 @@ void capture_last(SERIES* series) {
   });
 }
 
-void write_auxiliary_timeline() {
-  capture_if_possible(mem_auxiliary_timeline_file_t::capture);
-  mem_write_report("mem_tbb_auxiliary_timeline.", mem_write_auxiliary_timeline);
-}
-
-void write_module_timelines() {
-  capture_last(mem_module_timeline);
-  mem_write_report_pair("mem_tbb_timeline.", "mem_tbb_timeline_detailed.",
-                        mem_dump_tbb_module_tracking);
-  const MEM_SERIES_SELECTED selected(MEM_MODULE_TIMELINE::SELECTION::CUMULATIVE_BLOCKS);
-  mem_write_report_pair("mem_tbb_cumulative_blocks_timeline.",
-                        "mem_tbb_cumulative_blocks_timeline_detailed.",
-                        mem_dump_tbb_module_tracking);
-}
-
 void capture_last_tags() {
   if (MEM_PB_TAG_SNAPSHOT::can_record_current_bin())
     capture_last(mem_pbin_tag_snapshots);
@@ -123,36 +71,30 @@ void capture_last_tags() {
         "sample is left out");
 }
 
-void write_bin_reports() {
-  capture_last_tags();
-  mem_write_report_pair("mem_tbb_pbin_tag_timeline.", "mem_tbb_pbin_tag_timeline_detailed.",
-                        mem_dump_tbb_profile_bin_tag_timeline_tracking);
-  mem_write_report("mem_tbb_pbin_tag_stats.", mem_dump_tbb_profile_bin_tag_stats_tracking);
-  mem_write_report("mem_tbb_pbin_tag_stats_mb.", mem_write_tag_stats_in_mib);
-  mem_write_report("mem_tbb_pbin_stats.", mem_dump_tbb_profile_bin_stats_tracking);
-  mem_write_report("mem_tbb_pbin_stats_mb.", mem_write_bin_stats_in_mib);
-}
-
-void write_timelines(MEM_TRACKING_GRANULARITY granularity) {
-  const TIMELINES kept(granularity);
-  if (!kept.auxiliary && !kept.modules && !kept.bins) return;
+void capture_last_samples(const MEM_REPORTS_WANTED& wanted) {
+  if (!wanted.any_timeline()) return;
   capture_last(mem_timeline_labels);
-  if (kept.auxiliary) write_auxiliary_timeline();
-  if (kept.modules) write_module_timelines();
-  if (kept.bins) write_bin_reports();
+  if (wanted.auxiliary) capture_if_possible(mem_auxiliary_timeline_file_t::capture);
+  if (wanted.modules) capture_last(mem_module_timeline);
+  if (wanted.bins) capture_last_tags();
 }
 
-void write_leak_report(MEM_TRACKING_GRANULARITY granularity) {
-  if ((granularity & MEM_TRACK_LEAKS) != MEM_TRACK_NONE)
-    mem_write_full_leak_report();
-  else if ((granularity & MEM_TRACK_LEAKS_FAST) != MEM_TRACK_NONE)
-    mem_write_fast_leak_report();
+MEM_BOOKKEEPING_STRING process_name() {
+  return MEM_BOOKKEEPING_STRING(std::string_view(mem_gen_get_module_filename()));
 }
 
-void write_filters_file() {
+// The figures of each part are given back before the next: where memory has run out, there is room
+// for one at a time.
+void write_all(MEM_REPORT_FIGURES& figures) {
+  constexpr MEM_REPORT_PLACE everywhere = nullptr;
+  for (const auto write : {mem_write_site_reports, mem_write_auxiliary_report,
+                           mem_write_module_reports, mem_write_bin_reports}) {
+    write(everywhere, figures);
+    figures.forget();
+  }
+  mem_write_leak_report(everywhere, figures, process_name);
   if (mem_want_tbb_filters_file && mem_address_tracker_map != nullptr)
-    mem_write_report("mem_tbb_filters.", mem_write_filtered_addresses,
-                     "unable to create KMP filters file");
+    mem_write_filters_report(everywhere, figures);
 }
 
 void report_abandoned_events() {
@@ -174,15 +116,14 @@ void forget_what_was_tracked() {
   mem_forget_requested_reports();
 }
 
-void write_reports(MEM_TRACKING_GRANULARITY granularity) {
+void write_reports(const MEM_REPORTS_WANTED& wanted) {
   const MEM_INSIDE_AS_CAT cat;
-  restore_global_peak(granularity);
+  restore_global_peak(wanted.granularity);
   mem_restore_flushed_peak();
   const MEM_CAT_IS resting(MEM_THREAD_PLACE::CAT_AT_REST);
-  write_site_reports();
-  write_timelines(granularity);
-  write_leak_report(granularity);
-  write_filters_file();
+  capture_last_samples(wanted);
+  MEM_REPORT_FIGURES figures(wanted);
+  write_all(figures);
   report_abandoned_events();
   forget_what_was_tracked();
 }
@@ -196,12 +137,15 @@ bool mem_end_tracking() {
     return false;
   }
   if (mem_tbb_tracking_ended) return true;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
+  mem_end_snapshots();
   const auto granularity = static_cast<MEM_TRACKING_GRANULARITY>(mem_tracking_granularity.load());
   mem_close_allocation_log();
   stop_bins(granularity);
   stop_counting();
-  write_run_file(granularity);
-  write_reports(granularity);
+  const MEM_REPORTS_WANTED wanted(granularity, mem_setting_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"));
+  mem_write_run_report(nullptr, wanted, mem_how_the_run_ends());
+  write_reports(wanted);
   mem_tbb_reports_are_written = true;
   return true;
 }

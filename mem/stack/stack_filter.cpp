@@ -8,6 +8,7 @@
 #include "mem/host/message.h"
 #include "mem/host/settings.h"
 #include "mem/modules/module_watch.h"
+#include "mem/records/inherited_verdicts.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
@@ -92,6 +93,13 @@ void judge(void const* address, VERDICT& verdict) {
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
     void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
   if (mem_is_unknown_for_now(address)) return nullptr;
+  const MEM_FLOATING_POINT_KEPT host_floating_point;  // hash maps compute their load factors
+  MEM_ADDRESS_TRACKER record{};
+  if (MEM_ADDRESS_TRACKER const* const parents = mem_inherited_verdict(address)) {
+    record.address_info = parents->address_info;
+    record.filtered = parents->filtered;
+    return &mem_insert_site(address, record);
+  }
   lock.unlock();
   VERDICT verdict;
   {
@@ -104,7 +112,6 @@ void judge(void const* address, VERDICT& verdict) {
     mem_note_unknown_for_now(address);
     return nullptr;
   }
-  MEM_ADDRESS_TRACKER record{};
   record.address_info = verdict.info;
   record.filtered = verdict.filtered;
   return &mem_insert_site(address, record);
@@ -123,7 +130,7 @@ MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
     }
     if (record != nullptr && !record->filtered) return record;
   }
-  return &mem_catch_all_site();
+  return &mem_catch_all_site(lock);
 }
 
 constinit const MEM_PART mem_symbolizer_part(
@@ -131,4 +138,5 @@ constinit const MEM_PART mem_symbolizer_part(
     MEM_RESET{mem_nothing},  // what an address stands for stays the same
     // Allocations of other modules' destructors may have started tools since the exit began.
     MEM_FREE{MEM_SYMBOLIZER_FACTORY::end_all_tools},
-    MEM_ABANDON{MEM_SYMBOLIZER_FACTORY::abandon_all_tools});
+    MEM_ABANDON{MEM_SYMBOLIZER_FACTORY::abandon_all_tools},
+    MEM_FOLLOW{mem_nothing});  // the same one, with tools of its own

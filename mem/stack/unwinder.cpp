@@ -48,4 +48,5 @@ constinit const MEM_PART mem_unwinder_part(MEM_CREATE{select_unwinder},
                                            MEM_RESET{
                                                mem_nothing},       // it has no state of the tracker
                                            MEM_FREE{mem_nothing},  // threads may be walking
-                                           MEM_ABANDON{mem_nothing});  // walks take no lock of ours
+                                           MEM_ABANDON{mem_nothing},  // walks take no lock of ours
+                                           MEM_FOLLOW{mem_nothing});  // the same one

@@ -2,18 +2,17 @@
 #pragma once
 
 #include "mem/base/part.h"
+#include "mem/settings/tuning.h"
+#include "mem/unwind/stack_walk.h"
 #include "platform/err_unwinder.h"
-
-/// A stack is captured in stages, each only when all frames of those before were looked through:
-/// a short trace of 11 frames, then a deep one of 50. The short one itself comes in three, since
-/// every frame costs a walk: of 23 million allocations of a static checker, nine in ten stood in
-/// the first two frames, and 99 in a hundred in the first three.
-inline constexpr int mem_trace_stages[] = {2, 2, 7, 50};
-inline constexpr int mem_trace_stage_count = 4;
-inline constexpr int mem_deep_trace_depth = 50;
 
 /// From initialisation to the end of the process.
 extern ERR_UNWINDER* mem_tbb_unwinder;
+
+/// Whether a MEM_SITE_WALK may stand for its captures.
+inline bool mem_unwinder_walks_itself() {
+  return mem_tbb_unwinder == mem_unwinder_of_walks && MEM_STACK_TRACE_IGNORE_DEPTH >= 2;
+}
 
 /// Chosen by KORVANE_MEM_PROFILE_UNWINDER; empty and "default" mean "eh_frame_internal". An unknown
 /// name is an internal error.

@@ -114,4 +114,5 @@ void mem_read_user_filters() {
 constinit const MEM_PART mem_user_filters_part(
     MEM_CREATE{create}, MEM_RESET{mem_nothing},  // filters hold for the process
     MEM_FREE{mem_nothing},                       // threads may still be classifying a frame
-    MEM_ABANDON{mem_nothing});                   // never changed, never locked
+    MEM_ABANDON{mem_nothing},                    // never changed, never locked
+    MEM_FOLLOW{mem_nothing});

@@ -1,5 +1,6 @@
 // The start-up object: once-per-process start-up and last-out teardown.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "include/tuk_mem.h"
@@ -9,6 +10,8 @@
 #include "mem/host/message.h"
 #include "mem/host/settings.h"
 #include "mem/oom/thread_wrapper.h"
+#include "mem/snapshot/write_snapshot.h"
+#include "mem/tracker/snapshot_request.h"
 
 constinit std::atomic<std::int64_t> MEM_INITIALIZER::s_init_counter{0};
 
@@ -16,7 +19,16 @@ namespace {
 
 bool prints_lib_load() { return mem_setting_is_present("MEM_PRINT_LIB_LOAD"); }
 
+// What runs here stands first in the C library's list, and so runs last: behind all that a host
+// does at quick_exit, as behind its destructors at exit.
+void end_quickly() {
+  mem_process_is_ending = true;
+  mem_shutdown_tbb_tracking();
+}
+
 void start_up() {
+  std::at_quick_exit(end_quickly);
+  mem_set_snapshot_writer(mem_write_requested_snapshot);
   init_tcmalloc_functions();
   mem_manager.initialize();
   mem_install_thread_wrapper();

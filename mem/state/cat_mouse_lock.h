@@ -3,11 +3,13 @@
 
 #include <oneapi/tbb/spin_mutex.h>
 
+#include <atomic>
 #include <cstdint>
 
 #include "mem/base/check.h"
 #include "mem/base/lock_order.h"
 #include "mem/base/part.h"
+#include "mem/state/mouse.h"
 #include "mem/state/thread_flags.h"
 
 /// Any number of mice (accounting, single-record queries) may be inside together; a cat (a peak
@@ -26,16 +28,17 @@ class CAT_MOUSE_LOCK_A {
 
  private:
   void enter_as_mouse();
+  void leave_as_mouse();
   void enter_as_cat();
-  std::int32_t cats_approaching();
+  void leave_as_cat();
+  void wait_for_cats() const;
   void refuse_leaving_cat();
-  void refuse_leaving_mouse();
+  void refuse_leaving_mouse(std::int32_t mice);
 
-  std::int32_t cats = 0;
-  std::int32_t mice = 0;
-  std::int32_t catsApproaching = 0;
-  tbb::spin_mutex m_state_mutex;     // guards cats and mice
-  tbb::spin_mutex m_approach_mutex;  // guards catsApproaching
+  std::atomic<std::int32_t> cats = 0;
+  std::atomic<std::int32_t> catsApproaching = 0;
+  std::atomic<std::int32_t> m_cats_about = 0;  // approaching or inside: what mice look at
+  tbb::spin_mutex m_cats_mutex;                // one cat enters at a time
 };
 
 // Mice pass here at every event: inline.
@@ -46,33 +49,27 @@ inline void CAT_MOUSE_LOCK_A::V(int kind) {
     enter_as_mouse();
 }
 
-inline std::int32_t CAT_MOUSE_LOCK_A::cats_approaching() {
-  const tbb::spin_mutex::scoped_lock approach(m_approach_mutex);
-  return catsApproaching;
-}
-
-// A cat that announces itself between the two reads does not stop this mouse: it waits for it.
-inline void CAT_MOUSE_LOCK_A::enter_as_mouse() {
-  for (;;) {
-    const std::int32_t approaching = cats_approaching();
-    const tbb::spin_mutex::scoped_lock state(m_state_mutex);
-    if (approaching != 0 || cats != 0) continue;
-    ++mice;
-    return;
-  }
-}
-
 inline void CAT_MOUSE_LOCK_A::P(int kind) {
-  const tbb::spin_mutex::scoped_lock state(m_state_mutex);
-  if (kind == CAT) {
-    --cats;
-    if (mice != 0 || cats != 0) [[unlikely]]
-      refuse_leaving_cat();
-  } else {
-    --mice;
-    if (cats != 0 || mice < 0) [[unlikely]]
-      refuse_leaving_mouse();
-  }
+  if (kind == CAT)
+    leave_as_cat();
+  else
+    leave_as_mouse();
+}
+
+// A cat that announces itself once this mouse is at the door waits until it has left.
+inline void CAT_MOUSE_LOCK_A::enter_as_mouse() {
+  MEM_MOUSE mouse(mem_thread_line());
+  for (mouse.come(); m_cats_about.load() != 0; mouse.come()) [[unlikely]] {
+      mouse.leave();
+      wait_for_cats();
+    }
+}
+
+inline void CAT_MOUSE_LOCK_A::leave_as_mouse() {
+  const bool cat_is_inside = cats.load(std::memory_order_relaxed) != 0;
+  const std::int32_t mice = MEM_MOUSE(mem_thread_line()).leave();
+  if (cat_is_inside || mice < 0) [[unlikely]]
+    refuse_leaving_mouse(mice);
 }
 
 /// The tracker's one lock, null before initialisation. The object itself lives to the end of the

@@ -10,10 +10,7 @@ constinit std::atomic<bool> mem_tracking_per_bin_detailed_env_set = false;
 constinit std::atomic<bool> mem_tracking_auxiliary_timeline_env_set = false;
 
 void mem_forget_requested_reports() {
-  mem_tracking_fileline_env_set = false;
-  mem_tracking_library_env_set = false;
-  mem_tracking_per_bin_detailed_env_set = false;
-  mem_tracking_auxiliary_timeline_env_set = false;
+  for (std::atomic<bool>* const requested : mem_requested_reports) *requested = false;
 }
 
 bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits) {

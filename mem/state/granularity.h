@@ -1,4 +1,4 @@
-// What is being tracked now. Relies on mem/base.
+// What is being tracked now. Relies on platform and mem/base, like everything in this folder.
 #pragma once
 
 #include <atomic>
@@ -51,6 +51,11 @@ extern std::atomic<bool> mem_tracking_fileline_env_set;
 extern std::atomic<bool> mem_tracking_library_env_set;
 extern std::atomic<bool> mem_tracking_per_bin_detailed_env_set;
 extern std::atomic<bool> mem_tracking_auxiliary_timeline_env_set;
+
+/// The four.
+inline constexpr std::atomic<bool>* mem_requested_reports[] = {
+    &mem_tracking_fileline_env_set, &mem_tracking_library_env_set,
+    &mem_tracking_per_bin_detailed_env_set, &mem_tracking_auxiliary_timeline_env_set};
 
 /// Clears all four.
 void mem_forget_requested_reports();

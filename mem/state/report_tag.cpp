@@ -23,4 +23,5 @@ constinit const MEM_PART mem_report_tag_part(
     MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_tbb_exe_string = "kvi"; }},
     MEM_RESET{mem_nothing},  // no figure
     MEM_FREE{[] { mem_tbb_exe_string = ""; }},
-    MEM_ABANDON{mem_nothing});  // the child goes on with the parent's
+    MEM_ABANDON{mem_nothing},  // the child goes on with the parent's
+    MEM_FOLLOW{mem_nothing});

@@ -1,5 +1,7 @@
 #include "mem/state/totals.h"
 
+constinit MEM_SHARED_TOTAL mem_snapshot_count{&MEM_THREAD_LINE::event_room};
+constinit MEM_SHARED_TOTAL mem_current_bytes{&MEM_THREAD_LINE::byte_room};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx{0};
 constinit std::atomic<std::uint64_t> mem_estimated_timeline_idx_at_peak{0};
 constinit std::atomic<std::uint32_t> mem_reset_count{0};
@@ -23,7 +25,7 @@ void MEM_PROFILER_STATS::count_dealloc(std::size_t requested, std::size_t alloca
 }
 
 void mem_reset_totals() {
-  mem_current_bytes = 0;
+  mem_current_bytes.set(0);
   mem_estimated_timeline_idx = 0;
   for (auto* counter :
        {&mem_profiler_stats.num_allocs, &mem_profiler_stats.num_deallocs,
@@ -35,8 +37,18 @@ void mem_reset_totals() {
 
 constinit const MEM_PART mem_totals_part(MEM_CREATE{mem_nothing},  // zero since load
                                          MEM_RESET{[] {
-                                           mem_current_bytes = 0;
+                                           mem_current_bytes.set(0);
                                            ++mem_reset_count;
                                          }},
-                                         MEM_FREE{mem_nothing},      // plain counters
-                                         MEM_ABANDON{mem_nothing});  // the parent's, as they were
+                                         MEM_FREE{mem_nothing},  // plain counters
+                                         MEM_ABANDON{[] {        // the parent's, as they were
+                                           mem_snapshot_count.abandon();
+                                           mem_current_bytes.abandon();
+                                         }},
+                                         MEM_FOLLOW{[] {
+                                           mem_reset_totals();
+                                           mem_snapshot_count.set(0);
+                                           mem_estimated_timeline_idx_at_peak = 0;
+                                           mem_reset_count = 0;
+                                           mem_abandoned_events = 0;
+                                         }});

@@ -1,5 +1,5 @@
-// The process-wide counters of the tracker. All zero at load and again during static
-// initialisation; every one is updated atomically and needs no lock.
+// The process-wide counters of the tracker. All zero at load, and most again during static
+// initialisation.
 #pragma once
 
 #include <atomic>
@@ -7,13 +7,13 @@
 #include <cstdint>
 
 #include "mem/base/part.h"
-#include "mem/state/hot_line.h"
+#include "mem/state/shared_total.h"
 
-/// Accounted events, allocations and releases.
-inline constexpr std::atomic<std::uint64_t>& mem_snapshot_count = mem_hot_line.snapshot_count;
+/// Accounted events, allocations and releases. Rooms end at the next sample.
+extern MEM_SHARED_TOTAL mem_snapshot_count;
 
-/// Allocated bytes of tracked live blocks (granularity 2, 4 or 8).
-inline constexpr std::atomic<std::int64_t>& mem_current_bytes = mem_hot_line.current_bytes;
+/// Allocated bytes of tracked live blocks (granularity 2, 4 or 8). Rooms end at the next peak.
+extern MEM_SHARED_TOTAL mem_current_bytes;
 
 /// Index of the next sample of the timelines.
 extern std::atomic<std::uint64_t> mem_estimated_timeline_idx;
@@ -46,7 +46,8 @@ struct MEM_PROFILER_STATS {
 
 extern MEM_PROFILER_STATS mem_profiler_stats;
 
-/// Zeroes mem_current_bytes, mem_estimated_timeline_idx and mem_profiler_stats.
+/// Zeroes mem_current_bytes, mem_estimated_timeline_idx and mem_profiler_stats. Before anything is
+/// tracked.
 void mem_reset_totals();
 
 /// Their life: a reset forgets the total and counts itself.

@@ -6,12 +6,6 @@
 
 struct link_map;
 
-/// A symbol that a module gives to others.
-struct MEM_LOADED_SYMBOL {
-  char const* name = nullptr;  ///< the module's text; null for none
-  void* address = nullptr;
-};
-
 struct MEM_LOADED_MODULE {
   char const* name = nullptr;  ///< the loader's text; empty for the executable
   void* start = nullptr;       ///< where its first segment begins
@@ -20,7 +14,4 @@ struct MEM_LOADED_MODULE {
 
   /// False for an address in no module.
   bool find(void const* address);
-
-  /// The symbol that an address of the module lies in, as dladdr tells it.
-  MEM_LOADED_SYMBOL nearest_symbol(void const* address) const;
 };

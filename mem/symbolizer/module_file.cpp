@@ -145,6 +145,27 @@ STATE MEM_MODULE_FILE::compare_with_file() {
   return STATE::usable;
 }
 
+// Another thread may have been faster.
+MEM_SYMBOL_INDEX const& MEM_MODULE_FILE::symbols_of(const MEM_SYMBOL_TABLE& table) {
+  MEM_SYMBOL_INDEX const* known = m_symbols;
+  if (known != nullptr) return *known;
+  MEM_BOOKKEEPING_ALLOCATOR<MEM_SYMBOL_INDEX> memory;
+  auto* const fresh = new (memory.allocate(1)) MEM_SYMBOL_INDEX(table);
+  if (m_symbols.compare_exchange_strong(known, fresh)) return *fresh;
+  fresh->~MEM_SYMBOL_INDEX();
+  memory.deallocate(fresh, 1);
+  return *known;
+}
+
+MEM_LOADED_SYMBOL MEM_MODULE_FILE::nearest_symbol(const MEM_LOADED_MODULE& module,
+                                                  void const* address) {
+  const MEM_SYMBOL_TABLE table(*module.map);
+  const std::uint32_t number =
+      symbols_of(table).find(table, reinterpret_cast<std::uintptr_t>(address) - module.bias);
+  if (number == MEM_SYMBOL_INDEX::none) return {};
+  return {table.name_of(number), reinterpret_cast<void*>(module.bias + table[number].st_value)};
+}
+
 bool MEM_MODULE_FILE::seems_without_lines(bool has_line) {
   constexpr int several = 3;
   if (m_answers_without_line >= several) return false;

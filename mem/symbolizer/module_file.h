@@ -7,6 +7,7 @@
 #include "mem/base/bookkeeping.h"
 #include "mem/symbolizer/elf_identity.h"
 #include "mem/symbolizer/loaded_module.h"
+#include "mem/symbolizer/symbol_index.h"
 
 /// A module's file: a path, and what tells that the file there is still the one that was loaded.
 /// Kept for the life of the process, so that a record of the module may point at the path when the
@@ -36,6 +37,10 @@ class MEM_MODULE_FILE {
   /// Looks at the file as it is now. Cheap while nothing has touched it.
   STATE state();
 
+  /// The symbol that an address of this module, loaded from the file, lies in, as dladdr tells it.
+  /// May throw std::bad_alloc.
+  MEM_LOADED_SYMBOL nearest_symbol(const MEM_LOADED_MODULE& module, void const* address);
+
   /// ELF object type. Meaningful once the file was usable.
   int e_type() const { return m_e_type; }
 
@@ -57,6 +62,7 @@ class MEM_MODULE_FILE {
   static MEM_MODULE_FILE* find(char const* name, const MEM_ELF_IDENTITY& identity,
                                MEM_MODULE_FILE* first, MEM_MODULE_FILE* end);
   STATE compare_with_file();
+  MEM_SYMBOL_INDEX const& symbols_of(const MEM_SYMBOL_TABLE& table);
 
   MEM_BOOKKEEPING_STRING m_name;  // the loader's; empty for the executable
   MEM_BOOKKEEPING_STRING m_path;
@@ -69,5 +75,6 @@ class MEM_MODULE_FILE {
   std::atomic<int> m_tool_failures{0};
   std::atomic<unsigned> m_troubles{0};
   std::atomic<int> m_answers_without_line{0};
+  std::atomic<MEM_SYMBOL_INDEX const*> m_symbols{nullptr};
   MEM_MODULE_FILE* m_older = nullptr;
 };

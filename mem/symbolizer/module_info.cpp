@@ -48,7 +48,7 @@ bool mem_get_module_info(void const* address, MEM_ADDRESS_INFO& info) try {
     return false;
   }
   const bool has_suffix = mem_short_module_name(file.path(), info.module_name_buffer);
-  const MEM_LOADED_SYMBOL symbol = module.nearest_symbol(address);
+  const MEM_LOADED_SYMBOL symbol = file.nearest_symbol(module, address);
   info.address = address;
   info.module_info_valid = true;
   info.module_path = file.path();

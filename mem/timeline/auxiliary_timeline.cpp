@@ -45,11 +45,16 @@ void read_profiler(MEM_AUXILIARY_SAMPLE& sample) {
 
 }  // namespace
 
-void mem_auxiliary_timeline_file_t::capture() {
+MEM_AUXILIARY_SAMPLE mem_auxiliary_timeline_file_t::now() {
   MEM_AUXILIARY_SAMPLE sample;
   read_sizes(sample);
   read_faults(sample);
   read_profiler(sample);
+  return sample;
+}
+
+void mem_auxiliary_timeline_file_t::capture() {
+  const MEM_AUXILIARY_SAMPLE sample = now();
   const MEM_TRACKER_VISIT visit;
   if (visit && mem_auxiliary_timeline_file != nullptr) mem_auxiliary_timeline_file->append(sample);
 }

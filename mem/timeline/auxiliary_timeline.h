@@ -32,6 +32,8 @@ class mem_auxiliary_timeline_file_t {
   /// Reads the figures, then appends a sample inside the tracker's lock: the files are read
   /// outside. Nothing once the timeline is gone, or on a thread that is inside already.
   static void capture();
+  /// The figures of this moment. Not inside the tracker's lock.
+  static MEM_AUXILIARY_SAMPLE now();
   /// A copy of what has been sampled so far. Inside the tracker's lock.
   SAMPLES samples();
 

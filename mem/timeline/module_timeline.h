@@ -1,7 +1,6 @@
 // How much each module held at every sample, and how many blocks it had allocated by then.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -33,9 +32,10 @@ class MEM_MODULE_TIMELINE {
 
   using LABELS = MEM_TIMELINE_LABELS::LABELS;
 
-  /// What a dump prints: the samples of one moment.
-  struct TABLE {
-    SERIES_MAP series;
+  /// What dumps and reports print: the samples of one moment.
+  struct SAMPLES {
+    SERIES_MAP bytes;
+    SERIES_MAP cumulative_blocks;
     LABELS labels;  // one for every sample
   };
 
@@ -44,39 +44,20 @@ class MEM_MODULE_TIMELINE {
   /// now gets 0. Inside the tracker's lock; locks the timeline's mutex, then the module map's lock.
   void capture();
 
-  /// A copy of the selected series and its labels. Inside the tracker's lock.
-  TABLE table();
-  /// The largest number of bytes that any sample of the module holds; none for one without samples.
-  std::optional<std::int64_t> largest_bytes(std::string_view module);
-  std::uint64_t sample_count() const { return m_labels.size(); }
-
-  enum class SELECTION { BYTES, CUMULATIVE_BLOCKS };
-  /// The series that the next dump prints: the bytes, unless selected otherwise.
-  void select(SELECTION selection) { m_selection = selection; }
+  /// A copy of all samples. Inside the tracker's lock.
+  SAMPLES samples();
+  /// Adds this moment to a copy, for which no memory is kept back. Locks the module map's lock.
+  static void add_now(SAMPLES& copy);
+  /// A copy of the series of bytes.
+  SERIES_MAP bytes();
+  /// The largest value that any sample of the module holds; none for one without samples.
+  static std::optional<std::int64_t> largest(const SERIES_MAP& series, std::string_view module);
 
  private:
-  void start_sample(SERIES_MAP& series);
-  SERIES& series_of(SERIES_MAP& series, const MEM_BOOKKEEPING_STRING& module) const;
-  void finish_sample(SERIES_MAP& series);
-
   MEM_ORDERED<MEM_LOCK_ORDER::MODULE_TIMELINE, std::mutex> m_mutex;
-  SERIES_MAP m_bytes;
-  SERIES_MAP m_cumulative_blocks;
-  LABELS m_labels;
-  std::atomic<SELECTION> m_selection = SELECTION::BYTES;
+  SAMPLES m_samples;
 };
 
 /// From initialisation to cleanup.
 extern MEM_MODULE_TIMELINE* mem_module_timeline;
 extern const MEM_PART mem_module_timeline_part;
-
-/// Another series is selected for a scope, then the bytes again.
-class MEM_SERIES_SELECTED {
- public:
-  explicit MEM_SERIES_SELECTED(MEM_MODULE_TIMELINE::SELECTION selection) {
-    mem_module_timeline->select(selection);
-  }
-  MEM_SERIES_SELECTED(const MEM_SERIES_SELECTED&) = delete;
-  MEM_SERIES_SELECTED& operator=(const MEM_SERIES_SELECTED&) = delete;
-  ~MEM_SERIES_SELECTED() { mem_module_timeline->select(MEM_MODULE_TIMELINE::SELECTION::BYTES); }
-};

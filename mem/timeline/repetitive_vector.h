@@ -48,11 +48,18 @@ class MEM_REPETITIVE_VECTOR {
 
   /// Allocates only for a value that differs from the last; a failure to leaves all as it was.
   void append(const T& value) {
-    if (!m_runs.empty() && m_runs.back().value == value)
-      ++m_runs.back().count;
+    // A report copies the vector, and takes a last sample, for which it may double.
+    if (append_to_copy(value)) mem_add_to_reserve(3 * sizeof(RUN));
+  }
+  /// The same in a report's copy, for which no memory is kept back. Whether the value differs.
+  bool append_to_copy(const T& value) {
+    const bool differs = m_runs.empty() || !(m_runs.back().value == value);
+    if (differs)
+      m_runs.push_back({value, 1});
     else
-      add_run(value);
+      ++m_runs.back().count;
     ++m_size;
+    return differs;
   }
 
   /// The number of values.
@@ -68,12 +75,6 @@ class MEM_REPETITIVE_VECTOR {
   }
 
  private:
-  // A report copies the vector, and takes a last sample, for which it may double.
-  void add_run(const T& value) {
-    m_runs.push_back({value, 1});
-    mem_add_to_reserve(3 * sizeof(RUN));
-  }
-
   std::vector<RUN, MEM_BOOKKEEPING_ALLOCATOR<RUN>> m_runs;
   std::uint64_t m_size = 0;
 };

@@ -14,14 +14,14 @@
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
-#include "mem/settings/tuning.h"
-#include "mem/stack/stack_filter.h"
+#include "mem/stack/site_walk.h"
 #include "mem/stack/unwinder.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
 #include "mem/timeline/module_timeline.h"
+#include "mem/tracker/event_count.h"
 #include "mem/tracker/peaks.h"
 #include "mem/tracker/sampling.h"
 
@@ -34,20 +34,28 @@ constexpr std::size_t largest_mismatched_block = 8128;
 // Timeline indexes between two debug lines.
 constexpr std::uint64_t reported_indexes = 8;
 
-// Counts an event; whether it is one that takes a sample.
-bool count_event() { return mem_module_snapshot_delay.divides(mem_snapshot_count.fetch_add(1)); }
+// Less room for bytes is not worth the claim.
+constexpr std::int64_t least_room = 512;
 
-[[gnu::cold, gnu::noinline]] void advance_timeline_index(std::int64_t total) {
-  const MEM_CANCELLATION_HELD not_cancelled;
-  const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
-  if (index % reported_indexes == 0)
-    mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
-                      static_cast<unsigned long long>(index), static_cast<long long>(total));
+std::int64_t total_now() {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  return mem_current_bytes;
 }
 
-// Inside the tracker's lock: a reset forgets the total in the same moment as what it is the sum of.
-std::int64_t change_total(std::int64_t change) {
-  return mem_current_bytes.fetch_add(change) + change;
+[[gnu::cold, gnu::noinline]] void advance_timeline_index() {
+  const MEM_CANCELLATION_HELD not_cancelled;
+  const std::uint64_t index = mem_estimated_timeline_idx.fetch_add(1);
+  if (index % reported_indexes != 0) return;
+  const std::int64_t total = total_now();
+  mem_tracker_debug("Memory tracking: at timeline index %llu with total memory %lld",
+                    static_cast<unsigned long long>(index), static_cast<long long>(total));
+}
+
+// Inside the tracker's lock, as all that a reset forgets in the same moment.
+void add_to_total(std::int64_t bytes) {
+  MEM_THREAD_LINE& line = mem_thread_line();
+  if (!mem_current_bytes.add_in_room(line, bytes)) [[unlikely]]
+    mem_current_bytes.add(line, bytes, mem_next_peak() - 1, least_room);
 }
 
 void charge_module(MEM_ADDRESS_TRACKER& site, std::size_t requested, std::size_t allocated) {
@@ -99,9 +107,9 @@ bool is_mismatched(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
 // catch-all site, whose current figures can fall below zero.
 MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
                                  std::size_t allocated) {
-  const std::lock_guard trace(mem_trace_lock);
   MEM_ADDRESS_TRACKER& site = origin.site != nullptr ? *origin.site : mem_catch_all_site();
   if ((granularity & MEM_MASK_CHARGE_SITE) != 0) {
+    const MEM_RECORD_GUARDED guarded(site);
     mem_credit_block(site, allocated);
     if (origin.site != nullptr && is_mismatched(origin, granularity, allocated))
       site.cumulative_mismatched_bytes += allocated;
@@ -120,14 +128,6 @@ struct ALLOCATION {
   bool has(std::uint32_t bits) const { return (granularity & bits) != 0; }
 };
 
-// What a capture has stored. Where all frames of a trace that is not the last are looked through, a
-// longer one is wanted.
-struct TRACE {
-  void const** frames;
-  int count;
-  bool is_last;
-};
-
 void charge_levels(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
   mem_remember_block(event.block, site, event.has(MEM_TRACK_PER_FILELINE));
   if (!event.has(MEM_TRACK_PER_LIBRARY)) return;
@@ -135,34 +135,44 @@ void charge_levels(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
   if (event.sample) mem_module_timeline->capture();
 }
 
-// Null when the frames are not enough, or when tracking has ended.
-MEM_ADDRESS_TRACKER* charge_site(const ALLOCATION& event, const TRACE& stack) {
-  std::unique_lock trace(mem_trace_lock);
-  MEM_ADDRESS_TRACKER* site = mem_filter_stack_trace(stack.frames, stack.count, trace);
-  if (site == nullptr || (!stack.is_last && mem_is_catch_all(*site))) return nullptr;
-  if (event.has(MEM_MASK_CHARGE_SITE)) mem_charge_block(*site, event.requested, event.allocated);
-  return site;
+void charge_site(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
+  if (event.has(MEM_MASK_CHARGE_SITE)) {
+    const MEM_RECORD_GUARDED guarded(site);
+    mem_charge_block(site, event.requested, event.allocated);
+  }
+  charge_levels(event, site);
 }
 
-// The process total after an event; none when nothing was accounted.
-using TOTAL = std::optional<std::int64_t>;
-
-// Charges a block to the site that the frames lead to, and with it to all that is charged inside
-// the tracker's lock. None when the frames are not enough, or tracking has ended.
-TOTAL charge_in_lock(const ALLOCATION& event, const TRACE& stack) {
+void charge_beside_site(const ALLOCATION& event) {
   const auto bytes = static_cast<std::int64_t>(event.allocated);
-  const MEM_INSIDE_AS_MOUSE mouse;
-  if (mem_tbb_tracking_ended) return std::nullopt;
-  if (event.has(MEM_MASK_FIND_SITE)) {
-    MEM_ADDRESS_TRACKER* site = charge_site(event, stack);
-    if (site == nullptr) return std::nullopt;
-    charge_levels(event, *site);
-  }
   if (event.has(MEM_TRACK_PER_BIN_DETAILED)) {
     charge_bins(event.block, bytes);
     if (event.sample) mem_pbin_tag_snapshots->capture();
   }
-  return change_total(event.has(MEM_MASK_TOTAL) ? bytes : 0);
+  if (event.has(MEM_MASK_TOTAL)) add_to_total(bytes);
+}
+
+// What became of an event: MORE_FRAMES are wanted where the frames at hand are all looked through.
+enum class CHARGED { YES, MORE_FRAMES, TRACKING_HAS_ENDED };
+
+// Charges a block to the site that the frames lead to, and with it to all that is charged inside
+// the tracker's lock.
+CHARGED charge_in_lock(const ALLOCATION& event, const MEM_FRAMES& frames) {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
+  MEM_ADDRESS_TRACKER* site = mem_site_of(frames);
+  if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
+  if (site == nullptr) return CHARGED::MORE_FRAMES;
+  charge_site(event, *site);
+  charge_beside_site(event);
+  return CHARGED::YES;
+}
+
+CHARGED charge_without_site(const ALLOCATION& event) {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
+  charge_beside_site(event);
+  return CHARGED::YES;
 }
 
 // What a release finds of its block. Where records were reset, a block that is in the total is
@@ -181,12 +191,12 @@ struct KNOWN_BLOCK {
   }
 };
 
-// Credits a block everywhere inside the tracker's lock.
-TOTAL credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granularity, bool peak,
-                     bool sample) {
+// Credits a block everywhere inside the tracker's lock. Whether tracking goes on.
+bool credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granularity, bool peak,
+                    bool sample) {
   const auto bytes = static_cast<std::int64_t>(allocated);
   const MEM_INSIDE_AS_MOUSE mouse;
-  if (mem_tbb_tracking_ended) return std::nullopt;
+  if (mem_tbb_tracking_ended) return false;
   const KNOWN_BLOCK block(ptr, granularity);
   if ((granularity & MEM_MASK_FIND_SITE) != 0) {
     MEM_ADDRESS_TRACKER& site = credit_site(block.origin, granularity, allocated);
@@ -200,55 +210,57 @@ TOTAL credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granu
     if (sample) mem_pbin_tag_snapshots->capture();
     credit_bins(block.bins, bytes);
   }
-  const bool in_total = (granularity & MEM_MASK_TOTAL) != 0 && block.in_total;
-  return change_total(in_total ? -bytes : 0);
+  if ((granularity & MEM_MASK_TOTAL) != 0 && block.in_total)
+    mem_current_bytes.subtract(mem_thread_line(), bytes);
+  return true;
 }
 
-void finish_event(std::uint32_t granularity, bool sample, const TOTAL& total) {
+void finish_event(std::uint32_t granularity, bool sample, bool accounted) {
   if (!sample) [[likely]]
     return;
   mem_capture_companions(granularity);
-  if (total && (granularity & MEM_MASK_TOTAL) != 0) advance_timeline_index(*total);
+  if (accounted && (granularity & MEM_MASK_TOTAL) != 0) advance_timeline_index();
 }
 
 }  // namespace
 
-// The captures stand in this function itself, and nothing here may become a tail call or be
-// inlined into the hook: see the ignore depth. A stack is walked outside the tracker's lock: a
-// host's own walker may wait for the loader, whose thread may wait for the tracker.
+// The walks begin in this function itself, and nothing here may become a tail call or be inlined
+// into the hook: see the ignore depth. A stack is walked outside the tracker's lock: a host's own
+// walker may wait for the loader, whose thread may wait for the tracker.
 [[gnu::noinline]] void mem_track_alloc(void const* ptr, std::size_t requested,
                                        std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;
-  const ALLOCATION event = {ptr, requested, allocated, granularity, count_event()};
-  TOTAL total;
+  const ALLOCATION event = {ptr, requested, allocated, granularity, mem_count_event()};
+  CHARGED charged = CHARGED::TRACKING_HAS_ENDED;
   if (event.has(MEM_MASK_FIND_SITE)) {
-    void const* frames[mem_deep_trace_depth];
-    TRACE stack = {frames, 0, false};
-    int skip = MEM_STACK_TRACE_IGNORE_DEPTH;
-    for (int stage = 0; !total && !stack.is_last; ++stage) {
-      const int wanted = mem_trace_stages[stage];
-      stack.count = mem_tbb_unwinder->capture(frames, wanted, skip, 0);
-      stack.is_last = stack.count < wanted || stage + 1 == mem_trace_stage_count;
-      total = charge_in_lock(event, stack);
-      skip += stack.count;
+    if (mem_unwinder_walks_itself()) [[likely]] {
+      MEM_SITE_WALK walk(mem_caller_of(__builtin_frame_address(0)));
+      do charged = charge_in_lock(event, walk.next());
+      while (charged == CHARGED::MORE_FRAMES);
+    } else {
+      MEM_CAPTURES captures;
+      do {
+        const int count =
+            mem_tbb_unwinder->capture(captures.frames, captures.wanted, captures.skip, 0);
+        charged = charge_in_lock(event, captures.captured(count));
+      } while (charged == CHARGED::MORE_FRAMES);
     }
   } else if (event.has(MEM_TRACK_PER_BIN_DETAILED)) {
-    total = charge_in_lock(event, {});
+    charged = charge_without_site(event);
   }
   if (event.has(MEM_MASK_STATISTICS))
     mem_pbin_stats.add_block(static_cast<std::int64_t>(allocated));
-  finish_event(granularity, event.sample, total);
+  finish_event(granularity, event.sample, charged == CHARGED::YES);
 }
 
 [[gnu::noinline]] void mem_track_dealloc(void const* ptr, std::size_t allocated) {
   const std::uint32_t granularity = mem_tracking_granularity;
   // Every timeline holds the moment of every peak.
   const bool peak = (granularity & MEM_MASK_TOTAL) != 0 && mem_check_peak();
-  const bool sample = count_event() || peak;
-  TOTAL total;
-  if ((granularity & MEM_MASK_REMEMBER) != 0)
-    total = credit_in_lock(ptr, allocated, granularity, peak, sample);
+  const bool sample = mem_count_event() || peak;
+  const bool accounted = (granularity & MEM_MASK_REMEMBER) != 0 &&
+                         credit_in_lock(ptr, allocated, granularity, peak, sample);
   if ((granularity & MEM_MASK_STATISTICS) != 0)
     mem_pbin_stats.remove_block(static_cast<std::int64_t>(allocated));
-  finish_event(granularity, sample, total);
+  finish_event(granularity, sample, accounted);
 }

@@ -12,10 +12,12 @@
 #include "mem/state/totals.h"
 #include "mem/tracker/accounting.h"
 #include "mem/tracker/removed_modules.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
 constinit bool hooks_are_installed = false;
+constinit bool hooks_stay = false;
 
 // In a forked child the hooks stay installed.
 bool nothing_is_tracked() {
@@ -33,13 +35,16 @@ void mem_tcmalloc_tracker_new_hook(void const* ptr, std::size_t requested) {
     mem_profiler_stats.count_alloc(requested, allocated);
     return;
   }
-  const MEM_ERRNO_KEPT host_errno;
-  const MEM_INSIDE_TRACKER inside;
-  try {
-    mem_track_alloc(ptr, requested, allocated);
-  } catch (...) {  // reported at shutdown: this is no place to report from
-    ++mem_abandoned_events;
+  {
+    const MEM_ERRNO_KEPT host_errno;
+    const MEM_INSIDE_TRACKER inside;
+    try {
+      mem_track_alloc(ptr, requested, allocated);
+    } catch (...) {  // reported at shutdown: this is no place to report from
+      ++mem_abandoned_events;
+    }
   }
+  mem_end_event();
 }
 
 void mem_tcmalloc_tracker_delete_hook(void const* ptr) {
@@ -55,13 +60,16 @@ void mem_account_release(void const* ptr, std::size_t allocated) {
     mem_profiler_stats.count_dealloc(allocated, allocated);
     return;
   }
-  const MEM_ERRNO_KEPT host_errno;
-  const MEM_INSIDE_TRACKER inside;
-  try {
-    mem_track_dealloc(ptr, allocated);
-  } catch (...) {
-    ++mem_abandoned_events;
+  {
+    const MEM_ERRNO_KEPT host_errno;
+    const MEM_INSIDE_TRACKER inside;
+    try {
+      mem_track_dealloc(ptr, allocated);
+    } catch (...) {
+      ++mem_abandoned_events;
+    }
   }
+  mem_end_event();
 }
 
 void mem_install_tracker_hooks() {
@@ -72,10 +80,12 @@ void mem_install_tracker_hooks() {
 }
 
 void mem_remove_tracker_hooks() {
-  if (!std::exchange(hooks_are_installed, false)) return;
+  if (hooks_stay || !std::exchange(hooks_are_installed, false)) return;
   ptrfunc_RemoveNewHook(mem_tcmalloc_tracker_new_hook);
   ptrfunc_RemoveDeleteHook(mem_tcmalloc_tracker_delete_hook);
 }
+
+void mem_keep_tracker_hooks() { hooks_stay = hooks_are_installed; }
 
 void mem_say_if_nothing_is_hooked() {
   static constinit std::atomic<bool> was_said = false;

@@ -17,6 +17,9 @@ void mem_account_release(void const* ptr, std::size_t allocated);
 /// mem_granularity_lock, or initialise.
 void mem_install_tracker_hooks();
 void mem_remove_tracker_hooks();
+/// In a child made by fork: they stay where they are. A thread that is gone may have locked the
+/// allocator's list.
+void mem_keep_tracker_hooks();
 
 /// One line on standard error, once, when no block of malloc comes to the hooks: reports full of
 /// zeros must not pass for the truth. Hold no lock.

@@ -19,11 +19,6 @@
 
 namespace {
 
-MEM_ADDRESS_TRACKER& create_catch_all_site() {
-  const std::lock_guard trace(mem_trace_lock);
-  return mem_catch_all_site();
-}
-
 void link_to_module(MEM_ADDRESS_TRACKER& site) {
   const std::lock_guard modules(mem_module_tracker_lock);
   mem_module_of(site);
@@ -52,6 +47,14 @@ void start_tracking(MEM_TRACKING_GRANULARITY granularity) {
 
 }  // namespace
 
+void mem_track_in_child(MEM_TRACKING_GRANULARITY granularity) {
+  mem_follow_parts(granularity);
+  link_to_module(mem_catch_all_site());
+  mem_tbb_tracking_ended = false;
+  mem_tbb_reports_are_written = false;
+  start_tracking(granularity);
+}
+
 // Of two first calls on different threads, one waits for the other; a call from inside the work, by
 // a settings callback for instance, does nothing.
 void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
@@ -61,8 +64,8 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   static_cast<void>(omp_get_num_procs());
   mem_read_snapshot_settings();
   mem_create_parts(granularity);
-  link_to_module(create_catch_all_site());
-  mem_register_fork_handlers();
+  link_to_module(mem_catch_all_site());
+  mem_register_fork_handlers(granularity);
   start_tracking(granularity);
   if (granularity != MEM_TRACK_NONE) mem_say_if_nothing_is_hooked();
 

@@ -9,6 +9,7 @@
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/accounting.h"
 #include "mem/tracker/hooks.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ bool is_tracking() {
 
 [[gnu::noinline]] void add_mapping(void const* address, unsigned long size) {
   account_added(address, size);
+  mem_end_event();
   asm volatile("");  // no tail call
 }
 

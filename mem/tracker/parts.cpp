@@ -12,6 +12,7 @@
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/stack/site_walk.h"
 #include "mem/stack/stack_filter.h"
 #include "mem/stack/unwinder.h"
 #include "mem/stack/user_filters.h"
@@ -23,18 +24,35 @@
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
 #include "mem/tracker/peaks.h"
+#include "mem/tracker/snapshot_request.h"
 
 namespace {
 
 constexpr const MEM_PART* parts[] = {
-    &mem_reserve_part,         &mem_granularity_part,     &mem_totals_part,
-    &mem_peaks_part,           &mem_site_map_part,        &mem_live_blocks_part,
-    &mem_module_map_part,      &mem_module_timeline_part, &mem_auxiliary_timeline_part,
-    &mem_timeline_labels_part, &mem_block_bins_part,      &mem_bin_counters_part,
-    &mem_tag_counters_part,    &mem_tag_snapshots_part,   &mem_bin_registries_part,
-    &mem_bin_labels_part,      &mem_unwinder_part,        &mem_symbolizer_part,
-    &mem_user_filters_part,    &mem_report_tag_part,      &mem_report_directory_part,
+    &mem_reserve_part,
+    &mem_granularity_part,
+    &mem_totals_part,
+    &mem_peaks_part,
+    &mem_site_map_part,
+    &mem_live_blocks_part,
+    &mem_module_map_part,
+    &mem_module_timeline_part,
+    &mem_auxiliary_timeline_part,
+    &mem_timeline_labels_part,
+    &mem_block_bins_part,
+    &mem_bin_counters_part,
+    &mem_tag_counters_part,
+    &mem_tag_snapshots_part,
+    &mem_bin_registries_part,
+    &mem_bin_labels_part,
+    &mem_unwinder_part,
+    &mem_looked_through_part,
+    &mem_symbolizer_part,
+    &mem_user_filters_part,
+    &mem_report_tag_part,
+    &mem_report_directory_part,
     &mem_cat_mouse_lock_part,
+    &mem_snapshots_part,
 };
 
 }  // namespace
@@ -53,4 +71,8 @@ void mem_free_parts() {
 
 void mem_abandon_parts() {
   for (const MEM_PART* part : parts) part->abandon();
+}
+
+void mem_follow_parts(MEM_TRACKING_GRANULARITY granularity) {
+  for (const MEM_PART* part : parts) part->follow(granularity);
 }

@@ -17,3 +17,6 @@ void mem_free_parts();
 
 /// Lets go of everything, in a child made by fork.
 void mem_abandon_parts();
+
+/// Brings every part up again in a child that is tracked.
+void mem_follow_parts(MEM_TRACKING_GRANULARITY granularity);

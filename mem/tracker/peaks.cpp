@@ -84,7 +84,21 @@ void keep_current_as_peak() {
   keep_current_as_peak();
 }
 
+// What has been claimed is more than the total where threads have room left.
+[[gnu::noinline]] bool record_if_peak() {
+  std::int64_t total = 0;
+  {
+    const MEM_INSIDE_AS_CAT cat;
+    mem_current_bytes.settle();
+    total = mem_current_bytes.claimed();
+  }
+  if (total < mem_next_peak()) return false;
+  record_peak(total);
+  return true;
+}
+
 void flush_site_peaks() {
+  const MEM_FLOATING_POINT_KEPT host_floating_point;
   const std::lock_guard trace(mem_trace_lock);
   if (mem_flushed_peak_data == nullptr) {
     mem_flushed_peak_data = flushed_peak_storage.construct();
@@ -126,28 +140,33 @@ void flush_global_peak() {
   mem_pbin_stats.global_peak.store({0, 0});
 }
 
-bool has_address_now(const MEM_ADDRESS_TRACKER& site, void const* address) {
+bool has_address_now(MEM_ADDRESS_TRACKER const* site, void const* address) {
   const auto now = mem_address_tracker_map->find(address);
-  return now != mem_address_tracker_map->end() && &now->second == &site;
+  return now != mem_address_tracker_map->end() && &now->second == site;
 }
 
 // Null when none was flushed.
-SITE_PEAK const* flushed_peak_of(const MEM_ADDRESS_TRACKER& site, void const* address) {
+SITE_PEAK const* flushed_peak_of(MEM_ADDRESS_TRACKER const* site, void const* address) {
   const auto [first, last] = mem_flushed_peak_data->equal_range(address);
   const auto found = std::find_if(first, last, [&](const auto& flushed) {
     SITE_PEAK const& peak = flushed.second;
-    return peak.site == &site || (peak.site == nullptr && has_address_now(site, address));
+    return peak.site == site || (peak.site == nullptr && has_address_now(site, address));
   });
   return found == last ? nullptr : &found->second;
+}
+
+void show_flushed_peak(MEMORY_TRACKER_BASE& figures, MEM_ADDRESS_TRACKER const* site,
+                       void const* address) {
+  SITE_PEAK const* const flushed = flushed_peak_of(site, address);
+  figures.peak_bytes = flushed == nullptr ? 0 : flushed->bytes;
+  figures.peak_blocks = flushed == nullptr ? 0 : static_cast<std::uint32_t>(flushed->blocks);
 }
 
 void restore_site_peaks() {
   const std::lock_guard trace(mem_trace_lock);
   mem_estimated_timeline_idx_at_peak = timeline_idx_at_flushed_peak;
   mem_for_each_site([](void const* address, MEM_ADDRESS_TRACKER& site) {
-    SITE_PEAK const* const flushed = flushed_peak_of(site, address);
-    site.peak_bytes = flushed == nullptr ? 0 : flushed->bytes;
-    site.peak_blocks = flushed == nullptr ? 0 : static_cast<std::uint32_t>(flushed->blocks);
+    show_flushed_peak(site, &site, address);
   });
 }
 
@@ -157,7 +176,7 @@ void part_peaks_from_records() {
   if (mem_flushed_peak_data == nullptr) return;
   std::erase_if(*mem_flushed_peak_data, [](const auto& flushed) {
     SITE_PEAK const& peak = flushed.second;
-    return peak.site != nullptr && !has_address_now(*peak.site, flushed.first);
+    return peak.site != nullptr && !has_address_now(peak.site, flushed.first);
   });
   for (auto& [address, peak] : *mem_flushed_peak_data) peak.site = nullptr;
 }
@@ -166,12 +185,12 @@ void part_peaks_from_records() {
 
 std::int64_t mem_flushed_peak_memory() { return flushed_peak_memory; }
 
+std::int64_t mem_next_peak() { return next_peak_memory.load(std::memory_order_relaxed); }
+
 bool mem_check_peak() {
-  const std::int64_t total = mem_current_bytes;
-  if (total < next_peak_memory.load(std::memory_order_relaxed)) [[likely]]
+  if (mem_current_bytes.claimed() < mem_next_peak()) [[likely]]
     return false;
-  record_peak(total);
-  return true;
+  return record_if_peak();
 }
 
 void mem_tbb_tracking_flush_peak() {
@@ -189,19 +208,31 @@ void mem_tbb_tracking_flush_peak() {
 
 void mem_rearm_peak_detection() { await_next_peak(0, first_doubling); }
 
+bool mem_flushed_peak_is_higher() {
+  return mem_flushed_peak_data != nullptr && flushed_peak_memory >= thresholded_peak_memory;
+}
+
+void mem_show_flushed_peak(MEM_SITE_SNAPSHOT& sites) {
+  const std::lock_guard trace(mem_trace_lock);
+  sites.show_another_peak(timeline_idx_at_flushed_peak, [](MEM_SITE_ROW& row) {
+    show_flushed_peak(row.counters, row.site, row.address);
+  });
+}
+
 void mem_restore_flushed_peak() {
-  if (mem_flushed_peak_data == nullptr || flushed_peak_memory < thresholded_peak_memory) return;
+  if (!mem_flushed_peak_is_higher()) return;
   mem_pbin_tracker->restore_peak();
   mem_pbin_tag_tracker->restore_peak();
   restore_site_peaks();
 }
 
-constinit const MEM_PART mem_peaks_part(MEM_CREATE{[](MEM_TRACKING_GRANULARITY) {
-                                          mem_rearm_peak_detection();
-                                        }},
-                                        MEM_RESET{[] {
-                                          mem_rearm_peak_detection();
-                                          part_peaks_from_records();
-                                        }},
-                                        MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
-                                        MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }});
+constinit const MEM_PART mem_peaks_part(
+    MEM_CREATE{[](MEM_TRACKING_GRANULARITY) { mem_rearm_peak_detection(); }}, MEM_RESET{[] {
+      mem_rearm_peak_detection();
+      part_peaks_from_records();
+    }},
+    MEM_FREE{[] { mem_destroy(mem_flushed_peak_data); }},
+    MEM_ABANDON{[] { mem_abandon(mem_flushed_peak_data); }}, MEM_FOLLOW{[] {
+      flushed_peak_memory = 0;
+      mem_rearm_peak_detection();
+    }});

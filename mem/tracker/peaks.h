@@ -4,9 +4,13 @@
 #include <cstdint>
 
 #include "mem/base/part.h"
+#include "mem/records/site_snapshot.h"
 
 /// The highest peak handed on by a flush; bytes.
 std::int64_t mem_flushed_peak_memory();
+
+/// The total from which on a peak is recorded.
+std::int64_t mem_next_peak();
 
 /// Looks at the total before a release is subtracted from it. At a new peak copies every site's
 /// current figures into its peak figures, as the cat: call outside the tracker's lock. Whether a
@@ -23,3 +27,8 @@ extern const MEM_PART mem_peaks_part;
 /// as the last flush found them, unless a higher peak has been recorded since. Inside the cat
 /// section.
 void mem_restore_flushed_peak();
+
+/// Whether mem_restore_flushed_peak would bring anything back.
+bool mem_flushed_peak_is_higher();
+/// Puts the same figures into a copy of the sites. Inside the cat section.
+void mem_show_flushed_peak(MEM_SITE_SNAPSHOT& sites);

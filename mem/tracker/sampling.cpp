@@ -5,11 +5,11 @@
 #include "mem/base/host_thread.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/state/granularity.h"
-#include "mem/state/totals.h"
 #include "mem/state/tracker_visit.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timeline.h"
 #include "mem/timeline/timeline_labels.h"
+#include "mem/tracker/event_count.h"
 
 namespace {
 
@@ -42,5 +42,5 @@ void mem_user_snapshot_tracking_data() {
   const MEM_CANCELLATION_HELD not_cancelled;
   if (!capture_series()) return;
   mem_auxiliary_timeline_file_t::capture();
-  mem_snapshot_count.fetch_add(1);
+  mem_count_event_unsampled();
 }

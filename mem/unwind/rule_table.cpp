@@ -70,15 +70,35 @@ void MEM_RULE_TABLE::remember(std::uintptr_t address, WORD word, unsigned genera
     place = &set[m_next_place.fetch_add(1, std::memory_order_relaxed) % set.size()];
   place->store(word);
   // Either this sees that rules were forgotten since, or whoever forgets sees the word.
-  if (m_generation.load() != generation) place->compare_exchange_strong(word, 0);
+  if (m_generation.load() != generation) forget_rule(*place, word);
+}
+
+// What is noted beside the rule may change meanwhile.
+void MEM_RULE_TABLE::forget_rule(PLACE& place, WORD word) {
+  for (WORD found = word; (found | looked_through) == (word | looked_through);)
+    if (place.compare_exchange_weak(found, 0)) return;
+}
+
+void MEM_RULE_TABLE::note_looked_through(std::uintptr_t return_address) {
+  for (PLACE& place : set_of(return_address)) {
+    WORD word = place.load(std::memory_order_relaxed);
+    if (word >> RULE::tag_shift == tag_of(return_address) && word != 0)
+      place.compare_exchange_strong(word, word | looked_through);
+  }
+}
+
+void MEM_RULE_TABLE::forget_looked_through() {
+  for (SET& set : m_sets)
+    for (PLACE& place : set)
+      if ((place.load(std::memory_order_relaxed) & looked_through) != 0)
+        place.fetch_and(~looked_through);
 }
 
 void MEM_RULE_TABLE::forget(std::uintptr_t begin, std::uintptr_t end) {
   m_generation.fetch_add(1);
   for (std::size_t index = 0; index < set_count; ++index)
     for (PLACE& place : m_sets[index]) {
-      WORD word = place.load();
-      if (word != 0 && address_of(index, word) - 1 - begin < end - begin)
-        place.compare_exchange_strong(word, 0);
+      const WORD word = place.load();
+      if (word != 0 && address_of(index, word) - 1 - begin < end - begin) forget_rule(place, word);
     }
 }

@@ -9,13 +9,13 @@
 /// How to leave the frame that a return address lies in, in one word with that address, so that
 /// threads share the table of them without a lock:
 ///
-///   63       31 30   29 28                   16 15          0
-///   [   tag    ][ kind ][ frame pointer offset ][ CFA offset ]
+///   63       31 30   29     28       27                   15 14          0
+///   [   tag    ][ kind ][ looked through ][ frame pointer offset ][ CFA offset ]
 ///
 /// The CFA is the value of the stack pointer before the call; the return address lies in the 8
 /// bytes below it. The tag is the address without its low 14 bits, of which the place in the table
 /// tells the rest. Offsets are in units of 8 bytes. A word of zeros is an empty place: its rule
-/// leads nowhere.
+/// leads nowhere. Whoever judges frames may note here which it always looks through.
 class MEM_UNWIND_RULE {
  public:
   enum KIND : unsigned char {
@@ -34,10 +34,13 @@ class MEM_UNWIND_RULE {
     return ((m_word >> cfa_bits) & ((1U << frame_pointer_bits) - 1)) * 8;
   }
 
+  bool is_looked_through() const { return ((m_word >> looked_through_shift) & 1) != 0; }
+
   static constexpr int place_bits = 14;
-  static constexpr int cfa_bits = 16;
+  static constexpr int cfa_bits = 15;
   static constexpr int frame_pointer_bits = 13;
-  static constexpr int kind_shift = cfa_bits + frame_pointer_bits;
+  static constexpr int looked_through_shift = cfa_bits + frame_pointer_bits;
+  static constexpr int kind_shift = looked_through_shift + 1;
   static constexpr int tag_shift = kind_shift + 2;
 
  private:
@@ -58,6 +61,12 @@ class MEM_RULE_TABLE {
     return MEM_UNWIND_RULE(learn(return_address));
   }
 
+  /// Notes that the frame at a return address is looked through; nothing where its rule is not
+  /// known.
+  void note_looked_through(std::uintptr_t return_address);
+  /// Forgets all that was noted. Nobody notes anything meanwhile.
+  void forget_looked_through();
+
   /// Forgets the rules of [begin, end), once the module there is gone. What a thread has read of
   /// that module and not yet remembered is not remembered either.
   void forget(std::uintptr_t begin, std::uintptr_t end);
@@ -66,6 +75,7 @@ class MEM_RULE_TABLE {
   using WORD = std::uint64_t;
   using PLACE = std::atomic<WORD>;
   using SET = std::array<PLACE, 4>;
+  static constexpr WORD looked_through = WORD{1} << MEM_UNWIND_RULE::looked_through_shift;
   static constexpr std::size_t set_count = 1U << MEM_UNWIND_RULE::place_bits;
 
   static WORD tag_of(std::uintptr_t address) { return address >> MEM_UNWIND_RULE::place_bits; }
@@ -77,6 +87,7 @@ class MEM_RULE_TABLE {
   SET& set_of(std::uintptr_t address) { return m_sets[index_of(address)]; }
   WORD learn(std::uintptr_t address);
   void remember(std::uintptr_t address, WORD word, unsigned generation);
+  static void forget_rule(PLACE& place, WORD word);
 
   alignas(64) std::array<SET, set_count> m_sets{};
   std::atomic<unsigned> m_generation{0};  // grows whenever rules are forgotten

@@ -6,7 +6,9 @@ namespace {
 
 RUN run_call_sites(const std::string& build, ENVIRONMENT more = {}) {
   more.emplace("KORVANE_MEM_PROFILE_PER_FILELINE", "1");
-  return RUN(tracked(build, {}, std::move(more)));
+  PROGRAM program = tracked(build, {}, std::move(more));
+  if (build == "call_sites_unlinked") program.preload.emplace_back(TUK_MEM_LIBRARY);
+  return RUN(program);
 }
 
 REPORT expect_exact_books(const RUN& run) {
@@ -19,11 +21,10 @@ REPORT expect_exact_books(const RUN& run) {
 }
 
 TEST(CallSites, AreChargedWithWhatTheProgramAskedForWithEveryUnwinder) {
-  constexpr const char* rows[][2] = {{"call_sites_pie_O0", "default"},
-                                     {"call_sites_fixed_O2", "default"},
-                                     {"call_sites_pie_O2", "eh_frame_internal"},
-                                     {"call_sites_pie_O2", "backtrace"},
-                                     {"call_sites_pie_O2", "tester"}};
+  constexpr const char* rows[][2] = {
+      {"call_sites_pie_O0", "default"},   {"call_sites_fixed_O2", "default"},
+      {"call_sites_unlinked", "default"}, {"call_sites_pie_O2", "eh_frame_internal"},
+      {"call_sites_pie_O2", "backtrace"}, {"call_sites_pie_O2", "tester"}};
   for (const auto& [build, unwinder] : rows) {
     SCOPED_TRACE(testing::Message() << build << ", unwinder " << unwinder);
     const RUN run =

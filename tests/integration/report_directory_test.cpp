@@ -17,24 +17,9 @@ ENVIRONMENT into(const std::string& directory, ENVIRONMENT more = {}) {
   return more;
 }
 
-PROGRAM bash(const std::string& script, const ENVIRONMENT& environment,
-             const std::string& prefix = "") {
-  return {.path = "/bin/bash",
-          .arguments = {"-c", script},
-          .environment = environment,
-          .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
-          .shell_prefix = prefix};
-}
-
 const std::set<std::string> reports = {"mem_tbb_fileline.kvi.log", "mem_tbb_filters.kvi.log",
                                        "mem_tbb_subsystem.kvi.log",
                                        "mem_tbb_subsystem_base_addresses.kvi.log"};
-
-std::set<std::string> names_in(const fs::path& directory) {
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.insert(entry.path().filename());
-  return names;
-}
 
 // The values of every key, in order.
 using FACTS = std::map<std::string, std::vector<std::string>>;
@@ -48,9 +33,9 @@ FACTS facts_of(const fs::path& set) {
 // Each process expands the name anew; where it goes meanwhile does not matter.
 TEST(TheReportDirectory, GetsAWholeSetFromEachProcessOfATree) {
   const RUN run(
-      bash("for i in 1 2 3; do perl -e \"chdir q(/); exit 3\" & done; wait; "
-           "bash -c \"ls; exit 0\" x >/dev/null; cd /",
-           into("made/and %%/%e.%p"), "umask 0;"));
+      shell("for i in 1 2 3; do perl -e \"chdir q(/); exit 3\" & done; wait; "
+            "bash -c \"ls; exit 0\" x >/dev/null; cd /",
+            into("made/and %%/%e.%p"), "umask 0;"));
   EXPECT_EQ(run.err(), "");
   EXPECT_EQ(run.file_names(), std::set<std::string>{"made"});
   std::multiset<std::string> programs;
@@ -69,13 +54,8 @@ TEST(TheReportDirectory, GetsAWholeSetFromEachProcessOfATree) {
 // A directory that can't be used leaves everything as without it, a file the others of its set.
 TEST(AFile, ThatCannotBeWrittenWhereItShouldIsSaid) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give a link to another user";
-  struct ROW {
-    const char* preparation;
-    const char* directory;
-    const char* reports_in;
-    const char* said;
-  };
-  constexpr ROW rows[] = {
+  // What is prepared, the directory asked for, where the reports are then, and what is said.
+  constexpr const char* rows[][4] = {
       {"touch f;", "f/x", "", "[^ ]*/f/x .Not a directory.: the current directory is used\n"},
       {"ln -s / l; chown -h 1 l;", "l/tmp", "", "[^ ]*l/tmp .a link of another user's [^\n]*\n"},
       {"ln -s l l;", "l", "", "[^ ]*/l .Too many levels of symbolic links.: [^\n]*\n"},
@@ -92,37 +72,46 @@ TEST(AFile, ThatCannotBeWrittenWhereItShouldIsSaid) {
       {"mkdir mem_allocations.log;", "", "",
        "mem_allocations.log can't be written: Is a directory\n"},
       {"ln -s /dev/full mem_tbb_fast_leak_warning.log;", "", "",
-       "mem_tbb_fast_leak_warning.log is incomplete: No space left on device\n"}};
+       "mem_tbb_fast_leak_warning.log is incomplete: No space left on device\n"},
+      {"mkdir mem_tbb_timeline.kvi.log;", "", "",
+       "mem_tbb_timeline.kvi.log can't be written: Is a directory\n"},
+      {"mkdir mem_tbb_subsystem_base_addresses.kvi.log;", "", "",
+       "unable to create KMP subsystem base addresses file\n"},
+      {"mkdir mem_tbb_filters.kvi.log;", "", "", "unable to create KMP filters file\n"}};
   for (const auto& [preparation, directory, reports_in, said] : rows) {
     SCOPED_TRACE(std::string(preparation) + " " + directory);
-    const RUN run(bash(
-        "exit 4",
-        into(directory, {{"mem_print_allocations", "on"}, {"KORVANE_MEM_CHECK_LEAKS_FAST", "1"}}),
-        preparation));
+    const RUN run(shell("exit 4",
+                        into(directory, {{"mem_print_allocations", "on"},
+                                         {"KORVANE_MEM_CHECK_LEAKS_FAST", "1"},
+                                         {"KORVANE_MEM_PROFILE_PER_LIBRARY", "1"}}),
+                        preparation));
     EXPECT_EQ(run.status(), 4);
-    EXPECT_THAT(run.err(), MatchesRegex("MEM: [^\n]*" + std::string(said)));
+    EXPECT_THAT(run.err(), MatchesRegex("(MEM: [^\n]*)?" + std::string(said)));
+    EXPECT_THAT(content_of(run.directory() / reports_in / "mem_tbb_timeline_detailed.kvi.log"),
+                testing::HasSubstr("Time spent dumping"));
     EXPECT_THAT(names_in(run.directory() / reports_in), IsSupersetOf(reports));
     EXPECT_EQ(fs::exists(run.directory() / reports_in / "mem_tbb_run.kvi.log"), *reports_in != 0);
     EXPECT_FALSE(run.file_names().contains("new"));
   }
-  const RUN run(
-      bash("(ulimit -f 0; exec perl -e \"exit 5\") 2>&1 | cat; exit ${PIPESTATUS[0]}", into("%e")));
+  const RUN run(shell("(ulimit -f 0; exec perl -e \"exit 5\") 2>&1 | cat; exit ${PIPESTATUS[0]}",
+                      into("%e")));
   EXPECT_EQ(run.status(), 5);
   EXPECT_THAT(run.out(), MatchesRegex("(MEM: [^ ]*/perl/mem_tbb_[a-z_]*.kvi.log is incomplete: "
                                       "File too large\n){5}"));
 }
 
 TEST(TheAllocationLog, IsOutOfTheWayOfTheHostsDescriptors) {
-  const RUN run(bash("exec 3>o3 4>o4 5>o5 6>o6; for i in 1 2; do x=$i$x; done; echo $x >&3; exit 0",
-                     {{"mem_print_allocations", "on"}}));
+  const RUN run(
+      shell("exec 3>o3 4>o4 5>o5 6>o6; for i in 1 2; do x=$i$x; done; echo $x >&3; exit 0",
+            {{"mem_print_allocations", "on"}}));
   EXPECT_EQ(run.file("o3"), "21\n");
   EXPECT_EQ(run.file("o4") + run.file("o5") + run.file("o6"), "");
   EXPECT_THAT(run.file("mem_allocations.log"), MatchesRegex("(ptr=[^\n]*type=(alloc|free)\n)+"));
 }
 
 TEST(TheRunFile, TellsWhatTheKernelDoes) {
-  PROGRAM program = bash("echo $$ $PPID; cd /; while read l; do echo \"$l\"; done </proc/$$/maps",
-                         into("%e", {{"mem_symbolizer", "addr2line"}}));
+  PROGRAM program = shell("echo $$ $PPID; cd /; while read l; do echo \"$l\"; done </proc/$$/maps",
+                          into("%e", {{"mem_symbolizer", "addr2line"}}));
   program.arguments.insert(program.arguments.end(),
                            {"tab\there", "line\nbreak", "back\\slash", ""});
   const RUN run(program);

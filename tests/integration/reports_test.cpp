@@ -95,15 +95,6 @@ TEST(WithoutTheHookInterface, NothingIsTrackedAndThatIsSaid) {
   EXPECT_EQ(report.row("Address", "OTHER").number("Cumulative blocks"), 0);
 }
 
-// Programs that know nothing of the library.
-TEST(Preloading, ProfilesAnUnmodifiedProgram) {
-  PROGRAM program = tracked("call_sites_unlinked", {}, per_fileline);
-  program.preload.emplace_back(TUK_MEM_LIBRARY);
-  const RUN run(program);
-  EXPECT_EQ(books_of(run).size(), 25U) << run.err();
-  expect_books(REPORT(run.file("mem_tbb_fileline.kvi.log")), books_of(run));
-}
-
 TEST(InternalError, GoesToTheHostsReporter) {
   constexpr const char* rows[][2] = {{"default", "exe_string != nullptr"},
                                      {"nosuch", "mem_tbb_unwinder"}};

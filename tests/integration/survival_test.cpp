@@ -3,7 +3,7 @@
 
 namespace {
 
-using testing::ContainsRegex, testing::ElementsAre, testing::HasSubstr;
+using testing::ElementsAre;
 
 // As the allocators give them; the C library's adds half a unit.
 std::int64_t size_of_last_block() { return allocator_is("tuk_mem_malloc") ? 4104 : 4096; }
@@ -67,30 +67,6 @@ TEST(TheLibrary, IsStartedByAMappingBeforeItsTurnAndLosesNothing) {
   EXPECT_EQ(fileline.sum("Cumulative blocks", "Function", "map_early"), 1);
 }
 
-TEST(AReport, ThatCannotBeWrittenIsReportedAndKeepsNoOtherBack) {
-  constexpr const char* rows[][2] = {
-      {"ln -s /dev/full mem_tbb_fileline.kvi.log;",
-       "MEM: mem_tbb_fileline.kvi.log is incomplete: No space left on device\n"},
-      {"mkdir mem_tbb_timeline.kvi.log;",
-       "MEM: mem_tbb_timeline.kvi.log can't be written: Is a directory\n"},
-      {"mkdir mem_tbb_subsystem_base_addresses.kvi.log;",
-       "unable to create KMP subsystem base addresses file\n"},
-      {"mkdir mem_tbb_filters.kvi.log;", "unable to create KMP filters file\n"},
-  };
-  const std::size_t all = RUN(tracked("survival", {"just_end"}, everything)).file_names().size();
-  for (const auto& [preparation, said] : rows) {
-    SCOPED_TRACE(preparation);
-    PROGRAM program = tracked("survival", {"just_end"}, everything);
-    program.shell_prefix = preparation;
-    const RUN run(program);
-    EXPECT_EQ(run.status(), 0);
-    EXPECT_EQ(run.err(), said);
-    EXPECT_EQ(run.file_names().size(), all);
-    EXPECT_THAT(run.file("mem_tbb_timeline_detailed.kvi.log"), HasSubstr("Time spent dumping"));
-    EXPECT_THAT(run.file("mem_tbb_leak_warning.kvi.log"), HasSubstr("\nTotal leaked bytes: "));
-  }
-}
-
 TEST(AModule, RebuiltAtTheSamePlaceIsWalkedByItsOwnRules) {
   const RUN run(tracked("survival", {"reload_plugins"}, everything));
   EXPECT_EQ(run.status(), 0) << run.err();
@@ -118,21 +94,6 @@ TEST(AModule, KeepsItsFiguresAndBlocksWhenAnotherTakesItsPlace) {
     if (row.text("Function") == "allocate_in_shared_library")
       peak_by_current[row.number("Current bytes")] = row.number("Peak bytes");
   EXPECT_THAT(peak_by_current, ElementsAre(std::pair(256, 1 << 20), std::pair(3072, 0)));
-}
-
-TEST(AMissingTool, LeavesEverythingToTheCatchAll) {
-  for (const char* symbolizer : {"addr2line", "addr2line_inlining"}) {
-    const RUN run(tracked("survival", {"just_end"},
-                          {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1"},
-                           {"mem_symbolizer", symbolizer},
-                           {"debug_msg", "on"},
-                           {"PATH", "/nowhere"}}));
-    EXPECT_EQ(run.status(), 0) << run.err();
-    EXPECT_THAT(run.out(), ContainsRegex("addr2line for [^\n]*survival [^\n]*stay unknown"));
-    const REPORT report(run.file("mem_tbb_fileline.kvi.log"));
-    EXPECT_EQ(report.rows.size(), 1U);
-    EXPECT_GE(report.row("Address", "OTHER").number("Cumulative bytes"), 4096);
-  }
 }
 
 }  // namespace

@@ -6,37 +6,31 @@
 
 namespace {
 
-struct ENDING_ROW {
-  std::vector<std::string> words;
-  bool with_allocator;
-  int status;
-  const char* out;
-  const char* err;
-};
-
 constexpr const char* the_report = "\nOut of memory \\(([0-9]+) megabytes used\\)\n";
 constexpr const char* the_handler = "the host's handler\n";
 
-const ENDING_ROW endings[] = {{{"library"}, false, 1, "", the_report},
-                              {{"threads"}, false, 1, "", the_report},
-                              {{"threads", "malloc"}, true, 1, "", the_report},
-                              {{"handler"}, false, 1, the_handler, ""},
-                              {{"handler", "threads", "malloc"}, true, 1, the_handler, ""},
-                              {{"meanwhile", "threads"}, false, 1, the_handler, ""},
-                              {{"malloc"}, true, 0, "still here\n", ""}};
+// Its words, whether with the allocator, and then its status and what it says on either stream.
+const std::tuple<std::vector<std::string>, bool, int, const char*, const char*> endings[] = {
+    {{"library"}, false, 1, "", the_report},
+    {{"threads"}, false, 1, "", the_report},
+    {{"threads", "malloc"}, true, 1, "", the_report},
+    {{"handler"}, false, 1, the_handler, ""},
+    {{"handler", "threads", "malloc"}, true, 1, the_handler, ""},
+    {{"meanwhile", "threads"}, false, 1, the_handler, ""},
+    {{"malloc"}, true, 0, "still here\n", ""}};
 
 TEST(OutOfMemory, EndsWithThePeakReportedOnceOrAsTheHostsHandlerSays) {
   constexpr int limit_megabytes = 2048;  // decimal, as the report counts; 1953 in binary ones
-  for (const ENDING_ROW& row : endings) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    PROGRAM program = tracked("runs_out_of_memory", row.words);
-    if (!row.with_allocator) program.preload = {};
+  for (const auto& [words, with_allocator, status, out, err] : endings) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    PROGRAM program = tracked("runs_out_of_memory", words);
+    if (!with_allocator) program.preload = {};
     program.shell_prefix = "ulimit -v 2000000;";
     const RUN run(program);
-    EXPECT_EQ(run.status(), row.status);
-    EXPECT_EQ(run.out(), row.out);
+    EXPECT_EQ(run.status(), status);
+    EXPECT_EQ(run.out(), out);
     std::smatch peak;
-    ASSERT_TRUE(std::regex_match(run.err(), peak, std::regex(row.err))) << run.err();
+    ASSERT_TRUE(std::regex_match(run.err(), peak, std::regex(err))) << run.err();
     if (peak.size() > 1) {
       EXPECT_NEAR(std::stoi(peak[1]), limit_megabytes - 40, 40);
     }

@@ -30,6 +30,23 @@ inline PROGRAM tracked(const std::string& name, std::vector<std::string> words,
           .preload = allocator()};
 }
 
+/// A script of a preloaded bash.
+inline PROGRAM shell(const std::string& script, ENVIRONMENT environment = per_fileline,
+                     const std::string& prefix = "") {
+  return {.path = "/bin/bash",
+          .arguments = {"-c", script},
+          .environment = std::move(environment),
+          .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
+          .shell_prefix = prefix};
+}
+
+inline std::set<std::string> names_in(const std::filesystem::path& directory) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory))
+    names.insert(entry.path().filename());
+  return names;
+}
+
 /// File name without directory and line, as "name:line".
 std::string place(const std::string& file, const std::string& line);
 

@@ -65,6 +65,7 @@ constexpr void (*more_actions[])() = {
     },
     [] { mem_set_tbb_exe_string(rand() % 2 == 0 ? "one" : "other"); },
     [] { mem_set_print_allocations_callback_enabled(rand() % 2 == 0); },
+    mem_write_report_snapshot,
 };
 
 // Bins belong to one thread.
@@ -130,7 +131,7 @@ constexpr END ends[] = {
        std::this_thread::sleep_for(milliseconds(5));
      }},
 #endif
-    {"quick_exit", 5, false, [] { std::quick_exit(5); }},
+    {"quick_exit", 5, true, [] { std::quick_exit(5); }},
 };
 
 int be_a_process(std::size_t end, unsigned seed) {

@@ -16,18 +16,9 @@ namespace chain {
 [[gnu::noinline]] inline void const* here() { RETURN_FROM_CALL(__builtin_return_address(0)); }
 
 // clang-format off
-#line 10 "/chain/inner.h"
-[[gnu::always_inline]] inline void const* inner() { RETURN_FROM_CALL(here()); }
-#line 20 "/chain/middle.h"
-[[gnu::always_inline]] inline void const* middle() { RETURN_FROM_CALL(inner()); }
-#line 30 "/chain/outer.h"
-[[gnu::always_inline]] inline void const* outer() { RETURN_FROM_CALL(middle()); }
-
 #line 40 "/chain/level.h"
 template <int LEVEL> [[gnu::always_inline]] inline void const* level() { if constexpr (LEVEL == 1) RETURN_FROM_CALL(here()); else RETURN_FROM_CALL(level<LEVEL - 1>()); }
 
-#line 70 "/chain/program.cpp"
-[[gnu::noinline]] inline void const* three_levels() { RETURN_FROM_CALL(outer()); }
 #line 80 "/chain/program.cpp"
 [[gnu::noinline]] inline void const* hundred_levels() { RETURN_FROM_CALL(level<100>()); }
 // clang-format on

@@ -44,6 +44,6 @@ std::int64_t REPORT::sum(const std::string& column, const std::string& key,
                          const std::string& value) const {
   std::int64_t total = 0;
   for (const ROW& row : rows)
-    if (row.text(key) == value) total += row.number(column);
+    if (key.empty() || row.text(key) == value) total += row.number(column);
   return total;
 }

@@ -25,9 +25,9 @@ class REPORT {
   const ROW& row(const std::string& column, const std::string& value) const;
   /// The cells of a column.
   std::vector<std::string> column(const std::string& name) const;
-  /// The sum of a column over the rows whose `key` is `value`.
-  std::int64_t sum(const std::string& column, const std::string& key,
-                   const std::string& value) const;
+  /// The sum of a column over the rows whose `key` is `value`, or over all.
+  std::int64_t sum(const std::string& column, const std::string& key = "",
+                   const std::string& value = "") const;
 };
 
 /// The parts of `text` between `separator`s.

@@ -1,10 +1,14 @@
-// The run-length vector of the timelines, and the bounded string helpers.
+// The run-length vector of the timelines, the tables of blocks, and the bounded string helpers.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "include/tuk_mem.h"
+#include "mem/records/block_bank.h"
 #include "mem/timeline/repetitive_vector.h"
 
 namespace {
@@ -25,6 +29,29 @@ TEST(RepetitiveVector, KeepsRunsAndIteratesOverValues) {
     ++value;
   }
   EXPECT_EQ(MEM_REPETITIVE_VECTOR<std::int64_t>(0).runs(), 0U);
+}
+
+// Few places and many neighbours: runs go around the end of the row, and gaps are closed.
+TEST(BlockBank, KnowsWhatAPlainMapKnows) {
+  using BANK = MEM_BLOCK_BANK<int>;
+  BANK bank;
+  std::allocator<BANK::PLACE> allocator;
+  std::map<std::uintptr_t, int> expected;
+  std::minstd_rand random(1);
+  for (int step = 0; step < 200'000; ++step) {
+    const std::uintptr_t address = 16 * (1 + random() % (step < 100'000 ? 12 : 3000));
+    auto* const block = reinterpret_cast<void const*>(address);
+    int found = -1;
+    const auto known = expected.find(address);
+    const bool inserts = random() % 2 == 0;
+    ASSERT_EQ(inserts ? bank.find(block, found) : bank.take(block, found), known != expected.end());
+    ASSERT_EQ(found, known == expected.end() ? -1 : known->second);
+    if (inserts)
+      bank.insert(block, expected[address] = step, allocator);
+    else
+      expected.erase(address);
+  }
+  bank.clear(allocator);
 }
 
 TEST(BoundedStrings, CutTerminateAndTellTheLengthWanted) {

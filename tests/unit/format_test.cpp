@@ -46,9 +46,7 @@ constexpr COUNTED_STRING counted_nothing{5, 5, nullptr};
 const std::string long_text(1500, 'x'), zeros(1299, '0');
 
 const ROW rows[] = {
-    {"%ld", {std::numeric_limits<std::int64_t>::min()}, "-9223372036854775808"},
     {"%lld %I64d", {big, -big}, "1311768467463790320 -1311768467463790320"},
-    {"%d %x %lx", {big, big, big}, "-1698898192 9abcdef0 123456789abcdef0"},
     {"%.0d|%.d|%#.0o|%#o|%#o|%#.4o", {0, 0, 0, 0, 8, 8}, "||0|0|010|0010"},
     {"%#x %#X %#010x %#6x %#x", {255, 255, 255, 1, 0}, "0xff 0XFF 0x000000ff    0x1 0x0"},
     {"%*2d", {1, 5}, "           5"},  // 1, then the digit 2: 12
@@ -61,7 +59,6 @@ const ROW rows[] = {
     {"%.30f|%.1f", {0.5, 1e22}, "0.50000000000000000|10000000000000000000000.0"},
     {"%+.1f|% .1f|%08.2f|%-8.2f|", {1.0, 1.0, -1.5, -1.5}, "+1.0| 1.0|-0001.50|-1.50   |"},
     {"%f|%f|%.2f", {infinity, -infinity, std::nan("")}, "0.inf|0.-inf|0.nan"},
-    {"%s|%8s|%-8s", {text, text, text}, "narrow|  narrow|narrow  "},
     {"%08s|%.3s", {text, text}, "00narrow|nar"},
     {"%s|%.3s|%ls|%.3S", {null, null, null, null}, "(null)|(nu|(null)|(nu"},
     {"%ls|%ws|%S|%6.2S|%-6lS|", {wide, wide, wide, wide, wide}, "wide|wide|wide|    wi|wide  |"},

@@ -24,20 +24,6 @@ std::string figures_of(const std::string& text) {
       text, std::regex("Time spent dumping:\t[0-9]+ clicks\\.\t[0-9.e-]+ seconds\\."), "timed");
 }
 
-TEST_F(REPORTS, HoldNoLockWhileTheHostsStreamWrites) {
-  mem_enable_tracking(MEM_TRACK_ALL);
-  allocate_at<0>(100);
-  mem_user_snapshot_tracking_data();
-  alarm(60);  // a hang is a failure
-  static auto* const buffer = new NEEDS_ANOTHER_THREAD([] {
-    STAND_IN::release(allocate_at<1>(20));
-    mem_user_snapshot_tracking_data();
-  });
-  std::ostream out(buffer);
-  dump_all(out);
-  alarm(0);
-}
-
 TEST_F(REPORTS, LookTheSameWhateverLocaleAndFlags) {
   mem_enable_tracking(MEM_TRACK_ALL);
   allocate_at<0>(2000000);

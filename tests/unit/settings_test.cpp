@@ -2,9 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
-#include <set>
-
 #include "include/tuk_mem.h"
 #include "mem/host/settings.h"
 #include "mem/settings/tuning.h"
@@ -141,57 +138,6 @@ TEST(Number, OfASettingIsNothingButANumber) {
     EXPECT_EQ(std::ranges::count(errors, '\n'), thrown.empty() ? 0 : 1) << errors;
     EXPECT_THAT(errors, StartsWith(thrown.empty() ? "" : "MEM: " + std::string(name) + " is "));
   }
-}
-
-// One table for the code and for whoever reads about it.
-
-std::string source_file(const std::string& name) { return content_of(SOURCES "/" + name); }
-
-std::string readme_line(const MEM_SETTINGS_ROW& row) {
-  std::string names[3];
-  for (const auto& [source, type, name] : row.settings)
-    names[source].append(names[source].empty() ? " `" : ", `").append(name).append("`");
-  const auto cell = [](const std::string& text) { return text.empty() ? text : " " + text; };
-  return "|" + names[MEM_SETTING::ENVIRONMENT] + " |" + names[MEM_SETTING::SETTINGS_FILE] + " |" +
-         cell(row.default_value) + " | " + row.effect + " |\n";
-}
-
-TEST(TheTable, IsTheReadmesWhole) {
-  std::string table = "| environment | setting | default | effect |\n|---|---|---|---|\n";
-  for (const MEM_SETTINGS_ROW& row : mem_settings) table += readme_line(row);
-  EXPECT_THAT(source_file("README.md"), HasSubstr("\n" + table + "\n"));
-}
-
-TEST(TheTable, KnowsEverySwitchThatIsWrittenAbout) {
-  const std::regex variable("KORVANE_MEM_[A-Z_]+|[Ss]ettings? [`\"]+([a-z0-9_]+)");
-  std::set<std::string> known;
-  for (const MEM_SETTINGS_ROW& row : mem_settings)
-    for (const MEM_SETTING& setting : row.settings) known.insert(setting.name);
-  std::size_t found = 0;
-  for (const char* file : {"include/tuk_mem.h", "README.md", "docs/reports.md", "docs/toolbox.md",
-                           "docs/stress.md", "docs/benchmarks.md"}) {
-    const std::string text = source_file(file);
-    for (std::sregex_iterator match(text.begin(), text.end(), variable), end; match != end;
-         ++match, ++found)
-      EXPECT_TRUE(known.contains((*match)[1].matched ? match->str(1) : match->str()))
-          << file << ": " << match->str();
-  }
-  EXPECT_GT(found, std::size(mem_settings));
-}
-
-// Past the table nothing is read: no setting of its own somewhere, no switch of a caller's in a
-// process with more rights than the caller.
-TEST(TheTable, IsHowTheLibraryReads) {
-  const std::regex reading(
-      "getenv\\(|mem_cfg_(is_on|get_value|get_int_value)\\(\"|mem_env_is_on\\(\"");
-  // The one place, and PATH, by which programs are found.
-  const std::set<std::string> exempt = {"environment.cpp", "thr_command.cpp"};
-  for (const char* folder : {"mem", "platform"})
-    for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(SOURCES "/" + std::string(folder)))
-      if (entry.is_regular_file() && !exempt.contains(entry.path().filename())) {
-        EXPECT_FALSE(std::regex_search(content_of(entry.path()), reading)) << entry.path();
-      }
 }
 
 }  // namespace

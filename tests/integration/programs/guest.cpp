@@ -1,6 +1,7 @@
 // A host with tools running that ends, waits for children, or takes descriptors, in every way.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fenv.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pthread.h>
@@ -70,15 +71,19 @@ void end() {
 volatile std::sig_atomic_t signals = 0;
 void count_signal(int) { signals = signals + 1; }
 
+void count_children() {
+  int children = 0;
+  while (wait(nullptr) > 0) ++children;
+  say("children:", children);
+}
+
 // Also for a tool that dies.
 void wait_for_all(void (*on_child)(int) = count_signal) {
   std::signal(SIGCHLD, on_child);
   start_tools();
   for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
   allocate_anew();
-  int children = 0;
-  while (wait(nullptr) > 0) ++children;
-  say("children:", children);
+  count_children();
   say("signals:", signals);
 }
 
@@ -90,9 +95,7 @@ void wait_as_subreaper() {
 void wait_for_another_host() {
   prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
   if (fork() == 0) execl("/proc/self/exe", "guest", "return", nullptr);
-  int children = 0;
-  while (wait(nullptr) > 0) ++children;
-  say("children:", children);
+  count_children();
 }
 
 // Like a daemon: closes what it does not know, and fills the table with its own.
@@ -120,6 +123,14 @@ void start_without_descriptors() {
     in_place += open("out", O_RDWR | O_CREAT, 0600) == number ? 1 : 0;
   allocate_anew();
   dprintf(1, "in place: %d\n", in_place);
+}
+
+// To the end of the process, reports included.
+void trap_floating_point() {
+  feclearexcept(FE_ALL_EXCEPT);
+  feenableexcept(FE_ALL_EXCEPT);
+  for (int site = 0; site < 2; ++site) allocate_anew();
+  say("raised:", fetestexcept(FE_ALL_EXCEPT));
 }
 
 void forbid_children() {
@@ -165,6 +176,7 @@ constexpr SCENARIO scenarios[] = {
     {"wait_for_another_host", wait_for_another_host},
     {"take_descriptors", take_descriptors},
     {"start_without_descriptors", start_without_descriptors},
+    {"trap_floating_point", trap_floating_point},
     {"forbid_children", forbid_children},
     {"load_a_module_that_waits", load_a_module_that_waits},
 };

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +36,20 @@ int run_scenario(const SCENARIO (&scenarios)[ROWS], int count, char** arguments)
   return block;
 }
 [[gnu::noipa]] inline void give(void* block) { std::free(block); }
+
+/// The exit status of a forked child that does this, or 128 + the signal it died of.
+template <class WORK>
+int status_of_child(WORK work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);  // a hang is a failure
+    work();
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
 
 /// A copy of the shared library of the call sites, as a module of its own.
 inline void* load_copy(const std::string& name) {

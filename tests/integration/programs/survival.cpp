@@ -1,8 +1,5 @@
 // A host that makes the profiler's life hard. Every scenario ends with a block of 4096 bytes that
 // take_last() allocated, so that a report shows tracking to have survived.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <thread>
 
 #include "include/tuk_mem.h"
@@ -16,18 +13,14 @@ void take_last() { take(4096); }
 // The child lives on, allocates, asks to be tracked, and exits.
 void fork_a_child() {
   std::filesystem::create_directory("child");
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = status_of_child([] {
     if (chdir("child") != 0) _exit(3);
-    alarm(20);  // a hang is a failure
     give(take(1000));
     mem_tbb_tracking_flush_peak();
     mem_reset_tracking_entries();
     mem_enable_tracking(MEM_TRACK_ALL);
     std::exit(mem_tracking_is_enabled(MEM_TRACK_PER_FILELINE) ? 4 : 0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
+  });
   std::printf("the child ended with %d\n", status);
   take_last();
 }
