@@ -1,6 +1,6 @@
 // Which frames of an allocation's stack say nothing about who asked for the memory. Relies on
-// platform, mem/base, mem/modules, mem/unwind, mem/host, mem/state, mem/settings, mem/symbolizer and
-// mem/records, like everything in this folder.
+// platform, mem/base, mem/modules, mem/unwind, mem/host, mem/state, mem/settings, mem/symbolizer
+// and mem/records, like everything in this folder.
 #pragma once
 
 #include "include/tuk_mem.h"
