@@ -104,18 +104,20 @@ void MEM_WHOLE_DIRECTORY::publish() {
                      *m_file == '\0' ? "" : ": ", m_trouble);
 }
 
+// At the limit of descriptors the directory can't be listed: mostly it is empty then, since no file
+// of it could be opened either.
 void MEM_WHOLE_DIRECTORY::remove() {
   const long directory = thr_raw_syscall(SYS_openat, AT_FDCWD, m_path,
                                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (directory < 0) return;
   alignas(dirent64) char entries[2048];
   long length = 0;
-  while ((length = thr_raw_syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0)
+  while (directory >= 0 &&
+         (length = thr_raw_syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0)
     for (char* at = entries; at < entries + length;) {
       auto const* const entry = reinterpret_cast<dirent64 const*>(at);
       thr_raw_syscall(SYS_unlinkat, directory, entry->d_name, 0);  // not of "." and ".."
       at += entry->d_reclen;
     }
-  thr_raw_syscall(SYS_close, directory);
+  if (directory >= 0) thr_raw_syscall(SYS_close, directory);
   thr_raw_syscall(SYS_unlinkat, AT_FDCWD, m_path, AT_REMOVEDIR);
 }
