@@ -86,7 +86,7 @@ MEM_BOOKKEEPING_STRING process_name() {
 // The figures of each part are given back before the next: where memory has run out, there is room
 // for one at a time.
 void write_all(MEM_REPORT_FIGURES& figures) {
-  constexpr MEM_REPORT_PLACE everywhere = nullptr;
+  MEM_REPORT_PLACE everywhere = nullptr;
   for (const auto write : {mem_write_site_reports, mem_write_auxiliary_report,
                            mem_write_module_reports, mem_write_bin_reports}) {
     write(everywhere, figures);
