@@ -30,16 +30,20 @@ class alignas(32) MEM_BLOCK_BANK {
   MEM_BLOCK_BANK(const MEM_BLOCK_BANK&) = delete;
   MEM_BLOCK_BANK& operator=(const MEM_BLOCK_BANK&) = delete;
 
-  /// Remembers a block, in place of what was known of it. May throw std::bad_alloc. `allocator`
-  /// allocates PLACEs, always the same.
+  /// Remembers a block, in place of what was known of it. True when the bank had no places before.
+  /// May throw std::bad_alloc. `allocator` allocates PLACEs, always the same.
   template <class ALLOCATOR>
-  void insert(void const* block, const VALUE& value, ALLOCATOR& allocator) {
+  bool insert(void const* block, const VALUE& value, ALLOCATOR& allocator) {
     const MEM_GUARDED guarded(m_guard);
-    if (m_taken >= m_size - m_size / 4) [[unlikely]]
+    bool had_no_places = false;
+    if (m_taken >= m_size - m_size / 4) [[unlikely]] {
+      had_no_places = m_size == 0;
       grow(allocator);
+    }
     PLACE& place = place_of(block);
     if (place.block == nullptr) ++m_taken;
     place = {block, value};
+    return had_no_places;
   }
 
   /// Copies what is remembered of a block; false where it is not known.

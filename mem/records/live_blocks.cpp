@@ -55,6 +55,13 @@ MEM_ADDRESS_TRACKER_PTR_MAP::MEM_ADDRESS_TRACKER_PTR_MAP(
     std::memset(static_cast<void*>(banks.data()), 0, sizeof banks);
 }
 
+void MEM_ADDRESS_TRACKER_PTR_MAP::clear() {
+  for (std::size_t group = 0; group < group_count; ++group)
+    if (m_groups_used[group].exchange(false, std::memory_order_relaxed))
+      for (std::size_t bank = group * group_size; bank < (group + 1) * group_size; ++bank)
+        banks[bank].clear(m_allocator);
+}
+
 void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
   try {
     mem_address_tracker_ptr_map->insert(

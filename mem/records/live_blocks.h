@@ -5,6 +5,7 @@
 #include <oneapi/tbb/memory_pool.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <new>
 #include <thread>
@@ -68,7 +69,9 @@ class MEM_ADDRESS_TRACKER_PTR_MAP {
 
   /// May throw std::bad_alloc.
   void insert(void const* block, const MEM_BLOCK_ORIGIN& origin) {
-    bank_of(block).insert(block, origin, m_allocator);
+    MEM_LIVE_BLOCK_BANK& bank = bank_of(block);
+    if (bank.insert(block, origin, m_allocator)) [[unlikely]]
+      group_of(bank).store(true, std::memory_order_relaxed);
   }
   bool find(void const* block, MEM_BLOCK_ORIGIN& origin) {
     return bank_of(block).find(block, origin);
@@ -77,9 +80,7 @@ class MEM_ADDRESS_TRACKER_PTR_MAP {
     return bank_of(block).take(block, origin);
   }
   /// Inside as the cat.
-  void clear() {
-    for (MEM_LIVE_BLOCK_BANK& bank : banks) bank.clear(m_allocator);
-  }
+  void clear();
 
  private:
   static constexpr int bank_bits = 16;
@@ -90,7 +91,16 @@ class MEM_ADDRESS_TRACKER_PTR_MAP {
     return banks[mem_spread_bits(page) >> (64 - bank_bits)];
   }
 
+  // The banks in one page of memory. Of those that no block has come to, none is looked at: a short
+  // process would pay for their pages.
+  static constexpr std::size_t group_size = (1U << page_bits) / sizeof(MEM_LIVE_BLOCK_BANK);
+  static constexpr std::size_t group_count = (1U << bank_bits) / group_size;
+  std::atomic<bool>& group_of(const MEM_LIVE_BLOCK_BANK& bank) {
+    return m_groups_used[static_cast<std::size_t>(&bank - banks.data()) / group_size];
+  }
+
   MEM_ADDRESS_TRACKER_PTR_MAP_ALLOCATOR m_allocator;
+  std::array<std::atomic<bool>, group_count> m_groups_used{};
   // Zeros that nobody has touched take no memory: there is one map at a time, and its banks are not
   // in it.
   static std::array<MEM_LIVE_BLOCK_BANK, 1U << bank_bits> banks;

@@ -85,9 +85,11 @@ void MEM_RULE_TABLE::note_looked_through(std::uintptr_t return_address) {
     if (word >> RULE::tag_shift == tag_of(return_address) && word != 0)
       place.compare_exchange_strong(word, word | looked_through);
   }
+  m_noted.store(true, std::memory_order_relaxed);
 }
 
 void MEM_RULE_TABLE::forget_looked_through() {
+  if (!m_noted.exchange(false, std::memory_order_relaxed)) return;
   for (SET& set : m_sets)
     for (PLACE& place : set)
       if ((place.load(std::memory_order_relaxed) & looked_through) != 0)

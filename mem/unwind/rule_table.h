@@ -92,6 +92,7 @@ class MEM_RULE_TABLE {
   alignas(64) std::array<SET, set_count> m_sets{};
   std::atomic<unsigned> m_generation{0};  // grows whenever rules are forgotten
   std::atomic<unsigned> m_next_place{0};  // which of a full set gives way
+  std::atomic<bool> m_noted{false};  // that a frame is looked through, since all were forgotten
 };
 
 [[gnu::visibility("hidden")]] extern constinit MEM_RULE_TABLE mem_unwind_rules;
