@@ -1,10 +1,12 @@
-// A stretch of the host's work, as a profile bin.
+// A stretch of the host's work, told to whoever watches its output.
 #pragma once
 
 #include <string>
 
-/// Opens a bin, under a tag or under the enclosing one, and closes it at the end of the scope. Says
-/// then how the process's memory went meanwhile, if that is being tracked.
+#include "tuk_mem_scopes.h"
+
+/// A profile bin, under a tag or under the enclosing one. Says at the end of the scope how the
+/// process's memory went meanwhile, if that is being tracked.
 class PHASE {
  public:
   explicit PHASE(std::string name, std::string tag = {});
@@ -13,6 +15,5 @@ class PHASE {
   ~PHASE();
 
  private:
-  std::string m_name;
-  std::string m_tag;
+  MEM_PHASE m_phase;
 };

@@ -13,6 +13,7 @@ host=$prefix/host
 mkdir -p "$host/run"
 cat >"$host/host.cpp" <<'SOURCE'
 #include "tuk_mem.h"
+#include "tuk_mem_scopes.h"
 #include "every_platform_header.h"
 #include <unistd.h>
 #include <cstdlib>
