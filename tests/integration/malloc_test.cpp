@@ -53,6 +53,13 @@ TEST(OverAnyMalloc, NewHandlersAreCalledForWantOfMemoryAloneAndMayJump) {
             "room made: 1 released, 2 given, 2 frames\n");
 }
 
+TEST(OverAnyMalloc, AnAllocatorWithHooksThatComesLaterKeepsItsOwn) {
+  for (const char* allocator : {"", JEMALLOC_LIBRARY})
+    EXPECT_EQ(RUN(hook_frames({MALLOC_LIBRARY, allocator}, {TCMALLOC_LIBRARY})).out(),
+              "1 released, 1 given\n")
+        << allocator;
+}
+
 // Neither blocks that are none of malloc's nor any twice.
 TEST(OverAnyMalloc, AHostsOperatorsTellOfTheBlocksBehindThem) {
   PROGRAM in_executable = hook_frames({MALLOC_LIBRARY});

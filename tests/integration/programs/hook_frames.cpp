@@ -122,6 +122,13 @@ void say_what_new_handlers_are_called_for() {
   std::printf("room made: %d released, %d given, %d frames\n", released, given, frames);
 }
 
+// It may be an allocator whose hooks have the same interface, and that does not answer malloc.
+void say_what_is_told_after_loading(const char* library) {
+  if (dlopen(library, RTLD_NOW) == nullptr) std::printf("%s\n", dlerror());
+  listen([] { allocate_further_down(0); });
+  std::printf("%d released, %d given\n", released, given);
+}
+
 }  // namespace
 
 #define ROW(allocate, release)                                          \
@@ -141,8 +148,10 @@ int main(int count, char** words) {
   if (const std::string_view word = count > 1 ? words[1] : ""; !word.empty()) {
     if (word == "realloc")
       say_what_realloc_tells();
-    else
+    else if (word == "new_handler")
       say_what_new_handlers_are_called_for();
+    else
+      say_what_is_told_after_loading(words[1]);
     return 0;
   }
   constexpr std::align_val_t aligned{64};
