@@ -18,36 +18,37 @@ using POSIX_MEMALIGN = MEM_NEXT<int(void**, std::size_t, std::size_t) noexcept, 
 
 std::size_t page_size() { return static_cast<std::size_t>(getpagesize()); }
 
-template <class NEXT, class... ARGUMENTS>
-[[gnu::always_inline]] inline void* allocate(std::size_t alignment, std::size_t requested,
+template <class NEXT, class REQUESTED, class... ARGUMENTS>
+[[gnu::always_inline]] inline void* allocate(std::size_t alignment, REQUESTED requested,
                                              ARGUMENTS... arguments) {
   return mem_allocate<NEXT, MEM_NEW_HANDLER::BY_US>(alignment, requested, arguments...);
 }
 
 // A frame more than the others have: so has the allocator whose hooks these are like.
-[[gnu::noinline]] int posix_memalign_with_attention(void** block, std::size_t alignment,
-                                                    std::size_t size) {
-  int result = 0;
+[[gnu::noinline]] int posix_memalign_with_attention(void const* caller, void** block,
+                                                    std::size_t alignment, std::size_t size) {
+  int result = ENOMEM;  // where the early blocks are used up
   void* const given = mem_allocate_with_attention<POSIX_MEMALIGN, MEM_NEW_HANDLER::BY_US>(
-      alignment, size, [&]() -> void* {
+      // Any other than a multiple of a pointer's size is refused.
+      caller, alignment % sizeof(void*) == 0 ? alignment : 0, size, [&]() -> void* {
         void* next_block = nullptr;
         result = POSIX_MEMALIGN::call(&next_block, alignment, size);
         return result == 0 ? next_block : nullptr;
       });
-  if (given != nullptr) *block = given;
+  if (given != nullptr) result = 0;
+  if (result == 0) *block = given;
   return mem_with_frame_kept(result);
 }
 
 }  // namespace
 
-// The product of a request that nobody can meet does not matter.
 EXPORTED void* malloc(std::size_t size) noexcept {
   return allocate<MEM_NEXT<SIZED, "malloc">>(mem_default_alignment, size, size);
 }
 
 EXPORTED void* calloc(std::size_t count, std::size_t size) noexcept {
-  return allocate<MEM_NEXT<SIZED_TWICE, "calloc">>(mem_default_alignment, count * size, count,
-                                                   size);
+  return allocate<MEM_NEXT<SIZED_TWICE, "calloc">>(mem_default_alignment, MEM_PRODUCT{count, size},
+                                                   count, size);
 }
 
 EXPORTED void* realloc(void* block, std::size_t size) noexcept {
@@ -56,7 +57,7 @@ EXPORTED void* realloc(void* block, std::size_t size) noexcept {
 
 EXPORTED void* reallocarray(void* block, std::size_t count, std::size_t size) noexcept {
   return mem_reallocate<MEM_NEXT<void*(void*, std::size_t, std::size_t) noexcept, "reallocarray">>(
-      block, count * size, count, size);
+      block, MEM_PRODUCT{count, size}, count, size);
 }
 
 EXPORTED void free(void* block) noexcept {
@@ -66,7 +67,8 @@ EXPORTED void free(void* block) noexcept {
 EXPORTED int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept {
   if (mem_needs_no_attention()) [[likely]]
     return POSIX_MEMALIGN::call(block, alignment, size);
-  return mem_with_frame_kept(posix_memalign_with_attention(block, alignment, size));
+  return mem_with_frame_kept(
+      posix_memalign_with_attention(__builtin_return_address(0), block, alignment, size));
 }
 
 EXPORTED void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {

@@ -5,11 +5,9 @@
 [[gnu::tls_model("initial-exec")]] constinit thread_local MEM_CALLS_OF_THREAD mem_calls;
 
 // What an inner call was given and the outermost does not give is somebody's all the same: a
-// pool's, or a new-handler's.
-bool MEM_FORWARDED_CALL::tell_of_others(void const* block) {
-  void const* const given = std::exchange(mem_calls.given, nullptr);
-  if (given != block) mem_tell_of_new_block(given, mem_calls.requested);
-  return given == block;
+// pool's, for instance.
+void MEM_FORWARDED_CALL::tell_of_another(void const* block, std::size_t requested) {
+  mem_tell_of_new_block(block, requested);
 }
 
 // One can be kept back.

@@ -2,7 +2,9 @@
 // frames: its own and the one of its path with attention, whatever the level of optimisation.
 #pragma once
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 #include "malloc/attention.h"
@@ -27,28 +29,45 @@ template <class RESULT>
   return result;
 }
 
-/// Calls `forward`, which gives a block or null, and the hooks.
+/// Bytes of an array, multiplied only where somebody asks; more than there can be where the product
+/// has no room.
+struct MEM_PRODUCT {
+  std::size_t count;
+  std::size_t size;
+  operator std::size_t() const {
+    std::size_t product;
+    return __builtin_mul_overflow(count, size, &product) ? SIZE_MAX : product;
+  }
+};
+
+/// Whether a request that has failed lacked memory. No room that anybody makes helps one that
+/// nobody can meet, and a new-handler may take it for the end.
+inline bool mem_can_be_met(std::size_t alignment, std::size_t requested) {
+  return std::has_single_bit(alignment) && alignment <= PTRDIFF_MAX && requested <= PTRDIFF_MAX;
+}
+
+/// Calls `forward`, which gives a block or null, and the hooks. `caller`: where it returns to.
 template <class NEXT, MEM_NEW_HANDLER NEW_HANDLER, class FORWARD>
-[[gnu::noinline]] void* mem_allocate_with_attention(std::size_t alignment, std::size_t requested,
-                                                    FORWARD forward) {
+[[gnu::noinline]] void* mem_allocate_with_attention(void const* caller, std::size_t alignment,
+                                                    std::size_t requested, FORWARD forward) {
   if (mem_is_called_by_the_search()) return mem_early_block(alignment, requested);
-  MEM_FORWARDED_CALL call;
+  MEM_FORWARDED_CALL call(__builtin_dwarf_cfa(), caller, nullptr);
   void* block = forward();
   while (block == nullptr && NEW_HANDLER == MEM_NEW_HANDLER::BY_US && call.is_outermost() &&
-         mem_new_handler_made_room())
+         mem_can_be_met(alignment, requested) && mem_new_handler_made_room())
     block = forward();
   if (call.gives(block, requested, NEXT::is_the_allocators()))
     mem_tell_of_new_block(block, requested);
   return block;
 }
 
-template <class NEXT, MEM_NEW_HANDLER NEW_HANDLER, class... ARGUMENTS>
-[[gnu::always_inline]] inline void* mem_allocate(std::size_t alignment, std::size_t requested,
+template <class NEXT, MEM_NEW_HANDLER NEW_HANDLER, class REQUESTED, class... ARGUMENTS>
+[[gnu::always_inline]] inline void* mem_allocate(std::size_t alignment, REQUESTED requested,
                                                  ARGUMENTS... arguments) {
   if (mem_needs_no_attention()) [[likely]]
     return NEXT::call(arguments...);
   return mem_with_frame_kept(mem_allocate_with_attention<NEXT, NEW_HANDLER>(
-      alignment, requested, [=] { return NEXT::call(arguments...); }));
+      __builtin_return_address(0), alignment, requested, [=] { return NEXT::call(arguments...); }));
 }
 
 /// The hooks hear of the former block's end before it comes, so that a thread that is given its
@@ -62,9 +81,10 @@ template <class NEXT, class... ARGUMENTS>
   const bool is_the_allocators = NEXT::is_the_allocators();
   void* const released = is_the_allocators ? former : nullptr;
   if (released != nullptr && mem_release_is_news(released)) mem_tell_of_release(released);
-  MEM_FORWARDED_CALL call(released);
+  MEM_FORWARDED_CALL call(__builtin_dwarf_cfa(), nullptr, released);
   void* block = NEXT::call(former, arguments...);
-  while (block == nullptr && requested != 0 && call.is_outermost() && mem_new_handler_made_room())
+  while (block == nullptr && requested != 0 && call.is_outermost() &&
+         mem_can_be_met(mem_default_alignment, requested) && mem_new_handler_made_room())
     block = NEXT::call(former, arguments...);
   void* live = block;
   if (block == nullptr && requested != 0 && is_the_allocators) {
@@ -75,8 +95,8 @@ template <class NEXT, class... ARGUMENTS>
   return block;
 }
 
-template <class NEXT, class... ARGUMENTS>
-[[gnu::always_inline]] inline void* mem_reallocate(void* former, std::size_t requested,
+template <class NEXT, class REQUESTED, class... ARGUMENTS>
+[[gnu::always_inline]] inline void* mem_reallocate(void* former, REQUESTED requested,
                                                    ARGUMENTS... arguments) {
   if (mem_needs_no_attention()) [[likely]]
     return NEXT::call(former, arguments...);
@@ -89,7 +109,7 @@ template <class NEXT, class... ARGUMENTS>
   if (mem_is_called_by_the_search()) return;
   if (block == nullptr || !NEXT::is_the_allocators()) return NEXT::call(block, arguments...);
   if (mem_release_is_news(block)) mem_tell_of_release(block);
-  const MEM_FORWARDED_CALL call(block);
+  const MEM_FORWARDED_CALL call(__builtin_dwarf_cfa(), nullptr, block);
   NEXT::call(block, arguments...);
 }
 

@@ -1,6 +1,7 @@
 // The interface by which hooks are added and blocks are asked about, under the names of the
 // allocators that have one. Where one of those is in the process and answers malloc, everything is
-// left to it: it has the same functions behind these.
+// left to it: it has the same functions behind these. One that does not answer malloc keeps the
+// hooks that are its own, which it adds and removes by these names and looks whether that was done.
 #include <dlfcn.h>
 
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include "malloc/block_size.h"
 #include "malloc/hook_list.h"
 #include "malloc/next_definition.h"
+#include "malloc/own_definition.h"
 
 #define EXPORTED extern "C" [[gnu::visibility("default")]]
 
@@ -61,15 +63,25 @@ bool can_hook_blocks() {
   return remembered(blocks_are_hooked, [] { return malloc_comes_here() && sizes_are_known(); });
 }
 
+// The function of this name that the hook's own module defines, if it does.
+template <class HOOK>
+auto function_of_owner(HOOK hook, char const* name) {
+  return reinterpret_cast<int (*)(HOOK)>(
+      mem_definition_in_module_of(reinterpret_cast<void const*>(hook), name));
+}
+
 template <class NEXT, class HOOK>
 int add(MEM_HOOK_LIST<HOOK>& hooks, HOOK hook) {
   if (leaves_it_to_the_next()) return NEXT::call(hook);
+  if (const auto owners = function_of_owner(hook, NEXT::name())) return owners(hook);
   return can_hook_blocks() ? hooks.add(hook) : 0;
 }
 
 template <class NEXT, class HOOK>
 int remove(MEM_HOOK_LIST<HOOK>& hooks, HOOK hook) {
-  return leaves_it_to_the_next() ? NEXT::call(hook) : hooks.remove(hook);
+  if (leaves_it_to_the_next()) return NEXT::call(hook);
+  if (const auto owners = function_of_owner(hook, NEXT::name())) return owners(hook);
+  return hooks.remove(hook);
 }
 
 // Neither in a module nor among the early blocks, which are in this one.

@@ -58,6 +58,7 @@ class MEM_NEXT<RESULT(ARGUMENTS...) noexcept(NOEXCEPT), NAME> {
     void* const address = definition.address.load(std::memory_order_relaxed);
     return reinterpret_cast<RESULT (*)(ARGUMENTS...) noexcept(NOEXCEPT)>(address)(arguments...);
   }
+  static constexpr char const* name() { return mem_next_names[NAME.index]; }
   /// Whether its blocks are malloc's, whatever it calls.
   static bool is_the_allocators() { return definition.is_the_allocators; }
 

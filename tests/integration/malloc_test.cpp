@@ -39,7 +39,24 @@ TEST(OverAnyMalloc, ReallocReleasesFirstAndGivesBackWhatItCouldNotMove) {
     EXPECT_EQ(RUN(hook_frames({MALLOC_LIBRARY, allocator}, {"realloc"})).out(),
               "moved: 1 released, 1 given, right\n"
               "in place: 1 released, 1 given, right\n"
-              "failed: 1 released, 1 given, right\n")
+              "failed: 1 released, 1 given, right\n"
+              "overflown: stays\n")
+        << allocator;
+}
+
+// Over the C library's operators: where an allocator has its own, it can't be seen whether they are
+// left.
+TEST(OverAnyMalloc, NewHandlersAreCalledForWantOfMemoryAloneAndMayJump) {
+  EXPECT_EQ(RUN(hook_frames({MALLOC_LIBRARY}, {"new_handler"})).out(),
+            "for want of memory: called\n"
+            "left: 100 released, 100 given\n"
+            "room made: 1 released, 2 given, 2 frames\n");
+}
+
+TEST(OverAnyMalloc, AnAllocatorWithHooksThatComesLaterKeepsItsOwn) {
+  for (const char* allocator : {"", JEMALLOC_LIBRARY})
+    EXPECT_EQ(RUN(hook_frames({MALLOC_LIBRARY, allocator}, {TCMALLOC_LIBRARY})).out(),
+              "1 released, 1 given\n")
         << allocator;
 }
 

@@ -4,14 +4,18 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 static void* volatile kept = nullptr;
 
 extern "C" void* dlsym(void* handle, const char* name) noexcept {
-  if (kept == nullptr) kept = std::memcpy(std::calloc(1, 10), "early", 6);
   void* block = nullptr;
+  if (kept == nullptr) {
+    kept = std::memcpy(std::calloc(1, 10), "early", 6);
+    if (posix_memalign(&block, 64, 100'000) != ENOMEM) abort();  // more than there is so early
+  }
   if (posix_memalign(&block, 64, 10) != 0 || (block = std::realloc(block, 50)) == nullptr) abort();
   std::free(block);
   using DLSYM = void* (*)(void*, const char*);

@@ -1,15 +1,20 @@
 // Adds hooks itself. Prints for every function how many frames stand between its hook and this
 // program, and how often it and the release of its block called hooks; with an argument, what the
-// hooks are told by realloc.
+// hooks are told by realloc, what new-handlers are called for, or what is told after another
+// library was loaded.
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csetjmp>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "tests/integration/programs/books.h"
@@ -22,6 +27,7 @@ int released = 0;
 long requested = 0;  // negative: smaller than the block
 void* stack[32];
 int frames = 0;
+volatile std::size_t half = SIZE_MAX / 2 + 1;
 
 bool is_foreign(void* address) {
   Dl_info here;
@@ -64,6 +70,65 @@ void say_what_realloc_tells(std::size_t size, const char* how) {
   std::free(moved == nullptr ? block : moved);
 }
 
+void say_what_realloc_tells() {
+  say_what_realloc_tells(100'000, "moved");
+  say_what_realloc_tells(4999, "in place");
+  say_what_realloc_tells(PTRDIFF_MAX, "failed");
+  void* const block = std::malloc(10);
+  listen([&] { std::free(reallocarray(block, half, 2)); });
+  std::printf("overflown: %s\n", given == released ? "stays" : "lost");
+}
+
+void* volatile last;
+sigjmp_buf before_it_failed;
+
+[[gnu::noinline]] void allocate_further_down(int frames_to_go) {
+  if (frames_to_go > 0) allocate_further_down(frames_to_go - 1);
+  last = std::malloc(10);
+  std::free(last);
+}
+
+void limit_memory(rlim_t bytes) {
+  rlimit limit;
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = std::min(bytes, limit.rlim_max);
+  setrlimit(RLIMIT_AS, &limit);
+}
+
+void say_what_new_handlers_are_called_for() {
+  reinterpret_cast<int (*)(int)>(dlsym(RTLD_DEFAULT, "tc_set_new_mode"))(1);
+  std::set_new_handler([] {
+    std::printf("called\n");
+    throw std::bad_alloc();
+  });
+  void* block = nullptr;
+  last = std::malloc(half);
+  last = std::calloc(half, 3);
+  if (posix_memalign(&block, 3, 10) != EINVAL) std::printf("aligned\n");
+  std::printf("for want of memory: ");
+  last = std::malloc(PTRDIFF_MAX);
+
+  std::set_new_handler([] { siglongjmp(before_it_failed, 1); });
+  if (sigsetjmp(before_it_failed, 1) == 0) last = operator new(PTRDIFF_MAX);
+  listen([] { allocate_further_down(99); });
+  std::printf("left: %d released, %d given\n", released, given);
+
+  limit_memory(1 << 28);
+  std::set_new_handler([] {
+    allocate_further_down(0);
+    limit_memory(RLIM_INFINITY);
+  });
+  listen([] { last = operator new[](1 << 30, std::nothrow); });
+  std::printf("room made: %d released, %d given, %d frames\n", released, given, frames);
+}
+
+// It may be an allocator whose hooks have the same interface, and that does not answer malloc.
+void say_what_is_told_after_loading(const char* library) {
+  if (dlopen(library, RTLD_NOW) == nullptr) std::printf("%s\n", dlerror());
+  listen([] { allocate_further_down(0); });
+  std::printf("%d released, %d given\n", released, given);
+}
+
 }  // namespace
 
 #define ROW(allocate, release)                                          \
@@ -76,14 +141,17 @@ void say_what_realloc_tells(std::size_t size, const char* how) {
     std::printf(" hooks called %d %d\n", news, released + 100 * given); \
   }
 
-int main(int count, char** /*words*/) {
+int main(int count, char** words) {
   backtrace(stack, 32);  // allocates the first time
   add("MallocHook_AddNewHook", new_hook);
   add("MallocHook_AddDeleteHook", delete_hook);
-  if (count > 1) {
-    say_what_realloc_tells(100'000, "moved");
-    say_what_realloc_tells(4999, "in place");
-    say_what_realloc_tells(PTRDIFF_MAX, "failed");
+  if (const std::string_view word = count > 1 ? words[1] : ""; !word.empty()) {
+    if (word == "realloc")
+      say_what_realloc_tells();
+    else if (word == "new_handler")
+      say_what_new_handlers_are_called_for();
+    else
+      say_what_is_told_after_loading(words[1]);
     return 0;
   }
   constexpr std::align_val_t aligned{64};
