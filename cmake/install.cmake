@@ -10,6 +10,8 @@ if(TARGET tuk_mem_malloc)
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 install(FILES ${platform_interfaces} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tuk_mem/platform)
+install(FILES share/tuk_mem/filters/runtime.filters
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/tuk_mem/filters)
 install(EXPORT tuk_mem_targets NAMESPACE tuk_mem:: FILE tuk_mem-targets.cmake
         DESTINATION ${package_directory})
 
