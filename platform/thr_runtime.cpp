@@ -5,12 +5,14 @@
 
 #include <new>
 
+#include "platform/thr_exported.h"
+
 int thr_getpid() { return getpid(); }
 
 void thr_debug_break() {}
 
 void* thr_drl_find_function(void* handle, char const* name) {
-  return dlsym(handle == nullptr ? RTLD_DEFAULT : handle, name);
+  return handle == nullptr ? thr_find_exported(name) : dlsym(handle, name);
 }
 
 void thr_set_new_handler(void (*handler)()) { std::set_new_handler(handler); }

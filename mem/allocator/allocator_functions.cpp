@@ -1,12 +1,11 @@
 #include "mem/allocator/allocator_functions.h"
 
-#include <dlfcn.h>
-
 #include <atomic>
 #include <cstdlib>
 
 #include "include/tuk_mem.h"
 #include "mem/state/thread_flags.h"
+#include "platform/thr_exported.h"
 
 namespace {
 
@@ -17,9 +16,8 @@ int empty_GetOwnership_function(const void*) { return 0; }
 
 template <class FUNCTION>
 bool find_function(FUNCTION& slot, const char* name) {
-  slot = reinterpret_cast<FUNCTION>(dlsym(RTLD_DEFAULT, name));
-  const bool reported = dlerror() != nullptr;
-  return !reported && slot != nullptr;
+  slot = reinterpret_cast<FUNCTION>(thr_find_exported(name));
+  return slot != nullptr;
 }
 
 // Every name is looked up, also after one was missed; ownership is only asked for when sizes are
@@ -73,7 +71,6 @@ namespace {
 constinit std::atomic<bool> were_found = false;
 
 int search() {
-  dlerror();
   if (!find_all_functions()) {
     install_fallbacks();
     return 1;

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "mem/unwind/stack_walk.h"
+#include "platform/thr_exported.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ constinit FUNCTION functions[] = {{"tc_realloc"},
                                   {"tuk_mem_malloc_calloc"}};
 
 void find(FUNCTION& function) {
-  void* const begin = dlsym(RTLD_DEFAULT, function.name);
+  void* const begin = thr_find_exported(function.name);
   Dl_info info;
   void* symbol = nullptr;
   if (begin == nullptr || dladdr1(begin, &info, &symbol, RTLD_DL_SYMENT) == 0 || symbol == nullptr)

@@ -1,7 +1,6 @@
 // The allocator's extension interface, each function found by name on first use.
-#include <dlfcn.h>
-
 #include "include/tuk_mem.h"
+#include "platform/thr_exported.h"
 
 namespace {
 
@@ -14,7 +13,7 @@ FUNCTION find(const char* name) {
 
 namespace MEM::MALLOC_EXTENSION {
 
-void* DETAIL::find_tcmalloc_function(const char* name) { return dlsym(RTLD_DEFAULT, name); }
+void* DETAIL::find_tcmalloc_function(const char* name) { return thr_find_exported(name); }
 
 int get_numeric_property(const char* name, std::size_t* value) {
   static const auto function =

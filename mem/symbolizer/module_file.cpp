@@ -146,7 +146,7 @@ STATE MEM_MODULE_FILE::compare_with_file() {
 }
 
 // Another thread may have been faster.
-MEM_SYMBOL_INDEX const& MEM_MODULE_FILE::symbols_of(const MEM_SYMBOL_TABLE& table) {
+MEM_SYMBOL_INDEX const& MEM_MODULE_FILE::symbols_of(const THR_SYMBOL_TABLE& table) {
   MEM_SYMBOL_INDEX const* known = m_symbols;
   if (known != nullptr) return *known;
   MEM_BOOKKEEPING_ALLOCATOR<MEM_SYMBOL_INDEX> memory;
@@ -159,7 +159,7 @@ MEM_SYMBOL_INDEX const& MEM_MODULE_FILE::symbols_of(const MEM_SYMBOL_TABLE& tabl
 
 MEM_LOADED_SYMBOL MEM_MODULE_FILE::nearest_symbol(const MEM_LOADED_MODULE& module,
                                                   void const* address) {
-  const MEM_SYMBOL_TABLE table(*module.map);
+  const THR_SYMBOL_TABLE table(module.map->l_ld, module.map->l_addr);
   const std::uint32_t number =
       symbols_of(table).find(table, reinterpret_cast<std::uintptr_t>(address) - module.bias);
   if (number == MEM_SYMBOL_INDEX::none) return {};

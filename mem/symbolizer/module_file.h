@@ -62,7 +62,7 @@ class MEM_MODULE_FILE {
   static MEM_MODULE_FILE* find(char const* name, const MEM_ELF_IDENTITY& identity,
                                MEM_MODULE_FILE* first, MEM_MODULE_FILE* end);
   STATE compare_with_file();
-  MEM_SYMBOL_INDEX const& symbols_of(const MEM_SYMBOL_TABLE& table);
+  MEM_SYMBOL_INDEX const& symbols_of(const THR_SYMBOL_TABLE& table);
 
   MEM_BOOKKEEPING_STRING m_name;  // the loader's; empty for the executable
   MEM_BOOKKEEPING_STRING m_path;

@@ -19,32 +19,7 @@ Elf64_Addr end_of(const Elf64_Sym& symbol) {
 
 }  // namespace
 
-MEM_SYMBOL_TABLE::MEM_SYMBOL_TABLE(const link_map& map) {
-  for (const Elf64_Dyn* entry = map.l_ld; entry != nullptr && entry->d_tag != DT_NULL; ++entry) {
-    // The loader has added the bias, unless the section may not be written to.
-    const bool has_bias = entry->d_un.d_ptr >= map.l_addr;
-    const Elf64_Addr address = entry->d_un.d_ptr + (has_bias ? 0 : map.l_addr);
-    if (entry->d_tag == DT_SYMTAB) m_symbols = reinterpret_cast<const Elf64_Sym*>(address);
-    if (entry->d_tag == DT_STRTAB) m_names = reinterpret_cast<char const*>(address);
-    if (entry->d_tag == DT_GNU_HASH) m_hash = reinterpret_cast<const std::uint32_t*>(address);
-  }
-}
-
-// The symbols of a bucket stand in a row, and the buckets one behind the other: the last symbol is
-// that of the bucket that begins last.
-MEM_SYMBOL_TABLE::RANGE MEM_SYMBOL_TABLE::found_by_others() const {
-  if (m_symbols == nullptr || m_names == nullptr || m_hash == nullptr) return {0, 0};
-  const std::uint32_t buckets = m_hash[0];
-  const std::uint32_t first = m_hash[1];
-  const std::uint32_t* const bucket = m_hash + 4 + std::size_t{2} * m_hash[2];
-  const std::uint32_t* const chain = bucket + buckets;
-  std::uint32_t last = buckets == 0 ? 0 : *std::max_element(bucket, bucket + buckets);
-  if (last < first) return {0, 0};
-  while ((chain[last - first] & 1) == 0) ++last;
-  return {first, last + 1};
-}
-
-MEM_SYMBOL_INDEX::MEM_SYMBOL_INDEX(const MEM_SYMBOL_TABLE& table) {
+MEM_SYMBOL_INDEX::MEM_SYMBOL_INDEX(const THR_SYMBOL_TABLE& table) {
   const auto [first, end] = table.found_by_others();
   m_entries.reserve(end - first);
   for (std::uint32_t number = first; number < end; ++number)
@@ -60,7 +35,7 @@ MEM_SYMBOL_INDEX::MEM_SYMBOL_INDEX(const MEM_SYMBOL_TABLE& table) {
     entry.end_of_all = end_of_all = std::max(end_of_all, end_of(table[entry.number]));
 }
 
-std::uint32_t MEM_SYMBOL_INDEX::find(const MEM_SYMBOL_TABLE& table, Elf64_Addr address) const {
+std::uint32_t MEM_SYMBOL_INDEX::find(const THR_SYMBOL_TABLE& table, Elf64_Addr address) const {
   auto entry = std::partition_point(
       m_entries.begin(), m_entries.end(),
       [&](const ENTRY& candidate) { return table[candidate.number].st_value <= address; });

@@ -1,4 +1,7 @@
 // A host with an internal-error reporter of its own, which the library has to call.
+// Its own `free` searches the next one when it is first called.
+#include <dlfcn.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -11,4 +14,13 @@ void err_report_internal_error(const char* condition, const char* module, const 
   std::exit(7);
 }
 
-int main() { mem_set_tbb_exe_string(nullptr); }
+extern "C" void free(void* block) noexcept {
+  static void (*next)(void*) = nullptr;
+  if (next == nullptr) next = reinterpret_cast<void (*)(void*)>(dlsym(RTLD_NEXT, "free"));
+  next(block);
+}
+
+int main() {
+  if (dlerror() != nullptr) return 3;
+  mem_set_tbb_exe_string(nullptr);
+}
