@@ -7,7 +7,7 @@
 
 // Whoever is inside the tracker's lock now finds the records whole; whoever comes later finds none.
 void mem_cleanup_tbb_tracking() {
-  if (!mem_tbb_tracker_inited) return;
+  if (!mem_tbb_tracker_inited || !mem_is_tracked_process()) return;
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   const MEM_GATE::PASS inside(mem_tracker_gate);
   if (!inside || !mem_end_tracking()) return;

@@ -151,7 +151,7 @@ bool mem_end_tracking() {
 }
 
 void mem_shutdown_tbb_tracking() {
-  if (!mem_tbb_tracker_inited) return;
+  if (!mem_tbb_tracker_inited || !mem_is_tracked_process()) return;
   // A notification on this thread would wait for the cat section it stands in.
   const MEM_THREAD_TRACKING_BLOCKED blocked;
   const MEM_GATE::PASS inside(mem_tracker_gate);

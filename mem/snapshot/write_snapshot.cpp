@@ -89,7 +89,8 @@ void write_snapshot(void*) {
 // so in the middle of a file.
 template <class IS_WANTED>
 void write_unless_refused(WHEN_TAKEN when_taken, IS_WANTED is_wanted) {
-  if (!mem_tbb_tracker_inited || mem_forked_inside || mem_thread_place != MEM_THREAD_PLACE::OUTSIDE)
+  if (!mem_tbb_tracker_inited || mem_forked_inside || !mem_is_tracked_process() ||
+      mem_thread_place != MEM_THREAD_PLACE::OUTSIDE)
     return;
   const MEM_ERRNO_KEPT host_errno;
   const MEM_CANCELLATION_HELD not_cancelled;

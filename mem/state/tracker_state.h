@@ -18,4 +18,10 @@ extern std::atomic<bool> mem_tbb_reports_are_written;
 /// Initialisation runs inside, and every end: the first comer does the work, others wait for it.
 extern MEM_GATE mem_tracker_gate;
 
+/// Whether this is the process whose books these are. One that no fork handler has heard of (by
+/// _Fork or clone) has a copy of them, or the same ones.
+bool mem_is_tracked_process();
+/// It is, from now on.
+void mem_note_tracked_process();
+
 inline bool mem_tbb_tracker_is_inited() { return mem_tbb_tracker_inited; }

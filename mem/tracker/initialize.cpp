@@ -48,6 +48,7 @@ void start_tracking(MEM_TRACKING_GRANULARITY granularity) {
 }  // namespace
 
 void mem_track_in_child(MEM_TRACKING_GRANULARITY granularity) {
+  mem_note_tracked_process();
   mem_follow_parts(granularity);
   link_to_module(mem_catch_all_site());
   mem_tbb_tracking_ended = false;
@@ -63,6 +64,7 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   if (!inside || mem_tbb_tracker_inited) return;
   static_cast<void>(omp_get_num_procs());
   mem_read_snapshot_settings();
+  mem_note_tracked_process();
   mem_create_parts(granularity);
   link_to_module(mem_catch_all_site());
   mem_register_fork_handlers(granularity);

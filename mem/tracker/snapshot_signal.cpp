@@ -16,6 +16,7 @@
 
 #include "mem/base/error_line.h"
 #include "mem/output/report_directory.h"
+#include "mem/state/tracker_state.h"
 #include "platform/raw_syscall.h"
 
 namespace {
@@ -63,7 +64,7 @@ void mark_request() {
 }
 
 void on_signal(int) {
-  if (is_listening && ask_for_snapshot.load()()) mark_request();
+  if (is_listening && mem_is_tracked_process() && ask_for_snapshot.load()()) mark_request();
 }
 
 // 0 for none.

@@ -39,8 +39,8 @@ int run_scenario(const SCENARIO (&scenarios)[ROWS], int count, char** arguments)
 
 /// The exit status of a forked child that does this, or 128 + the signal it died of.
 template <class WORK>
-int status_of_child(WORK work) {
-  const pid_t child = fork();
+int status_of_child(WORK work, pid_t (*fork_child)() = fork) {
+  const pid_t child = fork_child();
   if (child == 0) {
     alarm(20);  // a hang is a failure
     work();

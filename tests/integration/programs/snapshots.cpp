@@ -104,10 +104,13 @@ void while_idle() {
   const bool before = is_requested();
   give(take(10));
   std::printf("requested: %d, then %d\n", before, is_requested());
-  std::printf("the child ended with %d\n", status_of_child([] {
-                take_one_by_signal();
-                _exit(7);
-              }));
+  for (const auto fork_child : {fork, _Fork})
+    std::printf("the child ended with %d\n", status_of_child(
+                                                 [] {
+                                                   take_one_by_signal();
+                                                   std::quick_exit(7);
+                                                 },
+                                                 fork_child));
 }
 
 void until_killed() {
