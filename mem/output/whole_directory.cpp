@@ -1,8 +1,8 @@
 #include "mem/output/whole_directory.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,6 +77,16 @@ void MEM_WHOLE_DIRECTORY::make() {
   if (!m_is_made) note_trouble({}, mem_error_words(answer));
 }
 
+MEM_OUTPUT_PATH MEM_WHOLE_DIRECTORY::path_of(std::initializer_list<std::string_view> name) {
+  const MEM_OUTPUT_PATH path(m_path, m_is_in_report_directory, name);
+  const std::string_view remembered = path.name();
+  if (m_names_length + remembered.size() < sizeof m_names) {
+    m_names_length += remembered.copy(m_names + m_names_length, remembered.size());
+    m_names[m_names_length++] = '\0';
+  }
+  return path;
+}
+
 void MEM_WHOLE_DIRECTORY::note_trouble(std::string_view file, char const* words) {
   if (has_trouble()) return;
   m_file[file.copy(m_file, sizeof m_file - 1)] = '\0';
@@ -104,20 +114,9 @@ void MEM_WHOLE_DIRECTORY::publish() {
                      *m_file == '\0' ? "" : ": ", m_trouble);
 }
 
-// At the limit of descriptors the directory can't be listed: mostly it is empty then, since no file
-// of it could be opened either.
+// By their names: at the limit of descriptors the directory can't be listed.
 void MEM_WHOLE_DIRECTORY::remove() {
-  const long directory = thr_raw_syscall(SYS_openat, AT_FDCWD, m_path,
-                                         O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  alignas(dirent64) char entries[2048];
-  long length = 0;
-  while (directory >= 0 &&
-         (length = thr_raw_syscall(SYS_getdents64, directory, entries, sizeof entries)) > 0)
-    for (char* at = entries; at < entries + length;) {
-      auto const* const entry = reinterpret_cast<dirent64 const*>(at);
-      thr_raw_syscall(SYS_unlinkat, directory, entry->d_name, 0);  // not of "." and ".."
-      at += entry->d_reclen;
-    }
-  if (directory >= 0) thr_raw_syscall(SYS_close, directory);
+  for (char const* name = m_names; name < m_names + m_names_length; name += strlen(name) + 1)
+    thr_raw_syscall(SYS_unlinkat, AT_FDCWD, MEM_OUTPUT_PATH(m_path, false, {name}).c_str(), 0);
   thr_raw_syscall(SYS_unlinkat, AT_FDCWD, m_path, AT_REMOVEDIR);
 }

@@ -19,9 +19,7 @@ class MEM_WHOLE_DIRECTORY {
   ~MEM_WHOLE_DIRECTORY();
 
   /// Where a file of it is written.
-  MEM_OUTPUT_PATH path_of(std::initializer_list<std::string_view> name) const {
-    return {m_path, m_is_in_report_directory, name};
-  }
+  MEM_OUTPUT_PATH path_of(std::initializer_list<std::string_view> name);
 
   /// What keeps it from appearing: the first trouble counts. The texts have to stay.
   void note_trouble(std::string_view file, char const* words);
@@ -41,6 +39,8 @@ class MEM_WHOLE_DIRECTORY {
   unsigned m_number = 0;
   bool m_is_in_report_directory = false;
   bool m_is_made = false;
+  char m_names[24 * (NAME_MAX + 1)];  // of its files, each with a null character behind it
+  std::size_t m_names_length = 0;
   char m_file[NAME_MAX + 1] = "";
   char const* m_trouble = nullptr;
 };

@@ -103,10 +103,15 @@ TEST(ASnapshot, ThatCannotBeTakenIsSaid) {
       {"", "USR1", "take_over", "taken over signal 10 of KORVANE_MEM_SNAPSHOT_SIGNAL[^\n]*"},
       {"", "USR1", "into_no_directory",
        "a snapshot can't be written into [^ ]*/reports .where.log: No such file or directory.: it "
-       "is left out\n([^\n]*\n?){5}"}};
+       "is left out\n([^\n]*\n?){9}"},
+      {"", "USR1", "with_one_descriptor",
+       "/reports .mem_tbb_timeline_detailed.kvi.log: Too many open files.: it is left out"}};
   for (const auto& [prefix, signal, scenario, said] : rows) {
     SCOPED_TRACE(said);
-    const RUN run(host(scenario, {{"KORVANE_MEM_SNAPSHOT_SIGNAL", signal}}, prefix));
+    const RUN run(
+        host(scenario,
+             {{"KORVANE_MEM_SNAPSHOT_SIGNAL", signal}, {"KORVANE_MEM_PROFILE_PER_LIBRARY", "1"}},
+             prefix));
     EXPECT_THAT(run.err(), MatchesRegex("MEM: [^\n]*" + std::string(said) + "\n?"));
     for (const std::string& name : names_in(run.directory() / "reports"))
       EXPECT_TRUE(name.starts_with("mem_tbb_")) << name;

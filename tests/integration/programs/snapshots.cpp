@@ -1,4 +1,5 @@
 // A host whose reports are written while it runs.
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "include/tuk_mem.h"
 #include "tests/integration/programs/run_scenario.h"
@@ -126,6 +128,19 @@ void into_no_directory() {
   take_one_by_signal();
 }
 
+// Enough for one file at a time: some reports are two.
+void with_one_descriptor() {
+  const int next = dup(2);
+  close(next);
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t former = std::exchange(limit.rlim_cur, next + 1);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  take_one_by_signal();
+  limit.rlim_cur = former;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 void take_over() {
   std::signal(SIGUSR1, [](int) {});
   take_one_by_signal();
@@ -164,6 +179,7 @@ constexpr SCENARIO scenarios[] = {
     {"among_threads", among_threads},
     {"on_unusual_threads", on_unusual_threads},
     {"into_no_directory", into_no_directory},
+    {"with_one_descriptor", with_one_descriptor},
     {"while_idle", while_idle},
     {"until_killed", until_killed},
     {"take_over", take_over},
