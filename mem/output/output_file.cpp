@@ -25,26 +25,15 @@ char const* words_for(long error) {
   return error == -ELOOP ? "no link is followed" : mem_error_words(error);
 }
 
-// The report directory had no link in its path: one that is there now was put there since.
-long open_without_links(char const* path, int flags) {
-  constexpr mode_t for_this_user_alone = 0600;
-  open_how how{};
-  how.flags = static_cast<std::uint64_t>(flags | O_NOFOLLOW);
-  how.mode = (flags & O_CREAT) != 0 ? for_this_user_alone : 0;
-  how.resolve = RESOLVE_NO_SYMLINKS;
-  const long answer = thr_raw_syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
-  // From an older kernel, or a sandbox that knows less.
-  return answer == -ENOSYS || answer == -EPERM
-             ? thr_raw_syscall(SYS_openat, AT_FDCWD, path, flags | O_NOFOLLOW, for_this_user_alone)
-             : answer;
-}
-
 // One that is there is opened as it is, without waiting for the other end of a pipe.
 long open_in_report_directory(char const* path, int flags, bool& was_there) {
   long answer = -EEXIST;
-  if ((flags & O_CREAT) != 0) answer = open_without_links(path, (flags & ~O_TRUNC) | O_EXCL);
+  if ((flags & O_CREAT) != 0)
+    answer = mem_open_without_links(AT_FDCWD, path, (flags & ~O_TRUNC) | O_EXCL);
   was_there = answer == -EEXIST && (flags & O_EXCL) == 0;
-  return was_there ? open_without_links(path, (flags & ~(O_TRUNC | O_CREAT)) | O_NONBLOCK) : answer;
+  return was_there
+             ? mem_open_without_links(AT_FDCWD, path, (flags & ~(O_TRUNC | O_CREAT)) | O_NONBLOCK)
+             : answer;
 }
 
 // The current directory is the caller's then, who may have put anything there.
@@ -80,6 +69,20 @@ long lowest_number(STAY stay) {
 }
 
 }  // namespace
+
+// The report directory had no link in its path: one that is there now was put there since.
+long mem_open_without_links(int at, char const* path, int flags) {
+  constexpr mode_t for_this_user_alone = 0600;
+  open_how how{};
+  how.flags = static_cast<std::uint64_t>(flags | O_NOFOLLOW);
+  how.mode = (flags & O_CREAT) != 0 ? for_this_user_alone : 0;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  const long answer = thr_raw_syscall(SYS_openat2, at, path, &how, sizeof how);
+  // From an older kernel, or a sandbox that knows less.
+  return answer == -ENOSYS || answer == -EPERM
+             ? thr_raw_syscall(SYS_openat, at, path, flags | O_NOFOLLOW, for_this_user_alone)
+             : answer;
+}
 
 MEM_OUTPUT_PATH::MEM_OUTPUT_PATH(std::initializer_list<std::string_view> name)
     : MEM_OUTPUT_PATH(mem_report_directory(), mem_report_directory() != nullptr, name) {}

@@ -26,6 +26,10 @@ class MEM_OUTPUT_PATH {
   char m_text[PATH_MAX + 1];
 };
 
+/// Opens a path in which no link is, where the kernel can tell: else whose last part is none. The
+/// kernel's answer. For signal handlers too.
+long mem_open_without_links(int at, char const* path, int flags);
+
 /// A file being written, closed on exec. In the report directory it is made with mode 0600; no link
 /// is followed to it, and one that is there already has to be a plain file of this user's with no
 /// other name. In the current directory it is as any program makes it.

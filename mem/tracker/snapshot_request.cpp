@@ -14,6 +14,8 @@ constinit bool mem_snapshots_in_vx_mode = false;
 namespace {
 
 constinit std::atomic<bool> is_asked_for = false;
+constinit std::atomic<bool> is_asked_by_signal = false;
+constinit std::atomic<bool> is_being_answered = false;
 constinit std::atomic<void (*)()> writer = nullptr;
 constinit std::atomic<std::int64_t> interval = 0;  // of milliseconds; 0 for none
 constinit std::int64_t asked_interval = 0;
@@ -44,10 +46,13 @@ void start_interval() {
 
 // A signal handler runs this.
 bool ask() {
-  const bool is_first = !is_asked_for.exchange(true);
+  const bool is_first = !is_asked_by_signal.exchange(true);
+  is_asked_for = true;
   mem_snapshot_may_be_due = true;
   return is_first;
 }
+
+bool is_unanswered() { return is_asked_by_signal || is_being_answered; }
 
 void create(MEM_TRACKING_GRANULARITY granularity) {
   constexpr std::uint64_t longest = 1'000'000'000;
@@ -57,12 +62,14 @@ void create(MEM_TRACKING_GRANULARITY granularity) {
   if (granularity == MEM_TRACK_NONE) return;
   asked_interval = 1000 * static_cast<std::int64_t>(std::min(seconds, longest));
   start_interval();
-  if (!signal.empty()) mem_listen_to_snapshot_signal(signal.c_str(), ask);
+  if (!signal.empty()) mem_listen_to_snapshot_signal(signal.c_str(), {ask, is_unanswered});
 }
 
 void stop() {
   interval = 0;
   is_asked_for = false;
+  is_asked_by_signal = false;
+  is_being_answered = false;
   mem_snapshot_may_be_due = false;
 }
 
@@ -78,12 +85,17 @@ void mem_set_snapshot_writer(void (*write)()) { writer = write; }
 
 bool mem_take_snapshot_request() {
   if (!is_asked_for.exchange(false)) return false;
+  is_being_answered = true;  // before the other ends: who looks finds one of them
+  is_asked_by_signal = false;
   mem_snapshot_may_be_due = interval != 0;
   if (is_asked_for) mem_snapshot_may_be_due = true;
   return true;
 }
 
-void mem_snapshot_is_done() { mem_unmark_snapshot_request(is_asked_for); }
+void mem_snapshot_is_done() {
+  is_being_answered = false;
+  mem_settle_snapshot_mark();
+}
 
 void mem_end_snapshots() {
   stop();

@@ -1,11 +1,13 @@
 // What the environment and the settings ask for.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include "include/tuk_mem.h"
 #include "mem/host/settings.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"
+#include "mem/tracker/signal_number.h"
 #include "tests/support/debug_lines.h"
 #include "tests/support/report.h"
 #include "tests/support/temporary_directory.h"
@@ -28,6 +30,15 @@ constexpr std::pair<const char*, std::uint32_t> switches[] = {
     {"MEM_LEAK_TRACKING_IN_VX_MODE=1", 32},
     {"mem_only_profile_single_executable=unit_tests mem_check_leaks=on", 16},
     {"mem_only_profile_single_executable=unit_test KORVANE_MEM_PROFILE_ALL=1", 0}};
+
+TEST(Signal, IsKnownByAllItsNames) {
+  constexpr std::pair<const char*, int> rows[] = {
+      {"USR1", SIGUSR1},   {"sigusr1", SIGUSR1}, {"10", 10},       {"SIGIO", SIGIO},
+      {"POLL", SIGIO},     {"cld", SIGCHLD},     {"IOT", SIGABRT}, {"RTMIN", SIGRTMIN},
+      {"sigrtmin+30", 64}, {"RTMAX-1", 63},      {"RTMIN+31", 0},  {"RTMIN-1", 0},
+      {"SIG", 0},          {"RTMAX-x", 0},       {"-10", 0},       {"", 0}};
+  for (const auto& [name, number] : rows) EXPECT_EQ(mem_signal_number(name), number) << name;
+}
 
 TEST(Granularity, IsWhatTheSwitchesAskFor) {
   for (const auto& [set, granularity] : switches) {
