@@ -109,8 +109,10 @@ void MEM_WHOLE_DIRECTORY::publish() {
   if (!has_trouble())
     while (!rename_to(m_number)) ++m_number;
   if (!has_trouble()) return;
+  std::string_view where(m_path, m_parent > 1 ? m_parent - 1 : m_parent);
+  if (where.empty()) where = "the current directory";
   mem_say_error_line("MEM: a snapshot can't be written into %.*s (%s%s%s): it is left out",
-                     static_cast<int>(std::max<std::size_t>(m_parent, 1) - 1), m_path, m_file,
+                     static_cast<int>(where.size()), where.data(), m_file,
                      *m_file == '\0' ? "" : ": ", m_trouble);
 }
 
