@@ -13,11 +13,11 @@
 #endif
 
 /// The kernel's answer: for an error, its negative number.
-long thr_kernel(long number, long a, long b, long c, long d);
+long thr_kernel(long number, long a, long b, long c, long d, long e);
 
 /// The same for arguments of any kind.
 template <class... ARGUMENTS>
 THR_BARE inline long thr_raw_syscall(long number, ARGUMENTS... arguments) {
-  const long words[4] = {((long)arguments)...};  // NOLINT: pointers are words here
-  return thr_kernel(number, words[0], words[1], words[2], words[3]);
+  const long words[5] = {((long)arguments)...};  // NOLINT: pointers are words here
+  return thr_kernel(number, words[0], words[1], words[2], words[3], words[4]);
 }

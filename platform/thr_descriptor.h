@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-/// Moves a descriptor of a pipe to the highest free number, closed on exec, at most 1023 so that
+/// Moves a descriptor of a pipe or socket to the highest free number, closed on exec, at most 1023 so that
 /// the kernel's table need not grow for it, and within the upper quarter of what the process may
 /// have: the rest is the host's. `former` is closed in any case. Returns the number, or -1 when
 /// there is none. Any thread.

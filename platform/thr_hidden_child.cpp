@@ -80,18 +80,28 @@ THR_BARE void close_from(unsigned first) {
     thr_raw_syscall(SYS_close, number);
 }
 
+// What is written there is for nobody. Where there is no such device, `instead` can't be written to
+// either.
+THR_BARE int moved_up_or_null(int descriptor, int instead) {
+  if (descriptor >= 0) return moved_up(descriptor);
+  const int null = moved_up(static_cast<int>(thr_raw_syscall(SYS_open, "/dev/null", O_WRONLY)));
+  return null >= 0 ? null : instead;
+}
+
+// What ends the program: the life line, or else its input, which it watches itself.
+THR_BARE int life_line_of(const THR_START& start) {
+  return start.life_line >= 0 ? start.life_line : start.input;
+}
+
 THR_BARE bool place_descriptors(const THR_START& start) {
-  const int life_line = moved_up(start.life_line);
-  int standard[] = {moved_up(start.input), moved_up(start.output), -1};
-  standard[2] = start.errors >= 0
-                    ? moved_up(start.errors)
-                    : moved_up(static_cast<int>(thr_raw_syscall(SYS_open, "/dev/null", O_WRONLY)));
-  if (standard[2] < 0) standard[2] = life_line;  // can't be written to either
+  const int life_line = moved_up(life_line_of(start));
+  const int standard[] = {moved_up(start.input), moved_up_or_null(start.output, -1),
+                          moved_up_or_null(start.errors, life_line)};
   bool placed = true;
   for (int number = 0; number < 3; ++number)
     placed = thr_raw_syscall(SYS_dup2, standard[number], number) == number && placed;
   placed = thr_raw_syscall(SYS_dup2, life_line, life_line_number) == life_line_number && placed;
-  close_from(life_line_number + 1);
+  close_from(static_cast<unsigned>(start.life_line >= 0 ? life_line_number + 1 : life_line_number));
   return placed;
 }
 
@@ -129,7 +139,7 @@ THR_BARE int run_program(void* argument) {
   take_default_actions();
   thr_raw_syscall(SYS_setsid);
   if (plan.parent_stays) thr_raw_syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0);
-  if (!place_descriptors(plan.start) || !tie_to_life_line()) {
+  if (!place_descriptors(plan.start) || (plan.start.life_line >= 0 && !tie_to_life_line())) {
     plan.error = EMFILE;
     return could_not_run;
   }
@@ -169,7 +179,7 @@ enum : std::size_t { of_life_line, of_program, of_host, number_watched };
 // host as a descriptor leaves it to the life line.
 THR_BARE bool open_what_is_watched(const PLAN& plan, pollfd* events) {
   const int sources[] = {
-      moved_up(plan.start.life_line),
+      moved_up(life_line_of(plan.start)),
       moved_up(static_cast<int>(thr_raw_syscall(SYS_pidfd_open, plan.program, 0))),
       moved_up(static_cast<int>(thr_raw_syscall(SYS_pidfd_open, plan.host, 0))),
   };
@@ -282,4 +292,25 @@ int thr_start_hidden_child(const THR_START& start, THR_ROOM& room, THR_KEEPER& k
     reap(parent, 0);
   }
   return error;
+}
+
+bool thr_await_hang_up(int descriptor) {
+  pollfd line{.fd = descriptor, .events = 0, .revents = 0};
+  timespec left{.tv_sec = 1, .tv_nsec = 0};  // counted down by the kernel
+  long ready = -EINTR;
+  while (ready == -EINTR) ready = thr_raw_syscall(SYS_ppoll, &line, 1, &left, nullptr);
+  return ready > 0;
+}
+
+bool thr_reap_keeper(const THR_KEEPER& keeper) {
+  if (keeper.process == 0) return true;
+  const timespec a_millisecond{.tv_sec = 0, .tv_nsec = 1'000'000};
+  long ended = 0;
+  for (int i = 0; i < 1000 && (ended == 0 || ended == -EINTR); ++i) {
+    if (i > 0) thr_raw_syscall(SYS_nanosleep, &a_millisecond, nullptr);
+    ended = thr_raw_syscall(SYS_wait4, keeper.process, nullptr, __WALL | WNOHANG, nullptr);
+  }
+  if (ended == 0) return false;
+  thr_free_room(keeper.room);
+  return true;
 }

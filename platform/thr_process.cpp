@@ -1,12 +1,9 @@
 #include "platform/thr_process.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
 
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <utility>
 
 #include "platform/raw_syscall.h"
@@ -64,29 +61,6 @@ RUNNING* running(THR_PROCESS process) {
   if (process <= 0 || process >= static_cast<THR_PROCESS>(processes.size())) return nullptr;
   RUNNING& found = processes[static_cast<std::size_t>(process)];
   return found.exists ? &found : nullptr;
-}
-
-// The line's other end is gone once the child, what it has started and its keeper have ended.
-bool has_ended(THR_PROCESS process) {
-  pollfd line{.fd = static_cast<int>(process), .events = 0, .revents = 0};
-  timespec left{.tv_sec = 1, .tv_nsec = 0};  // counted down by the kernel
-  long ready = -EINTR;
-  while (ready == -EINTR) ready = thr_raw_syscall(SYS_ppoll, &line, 1, &left, nullptr);
-  return ready > 0;
-}
-
-// A keeper ends with its child. Its memory stays where it is while it has not.
-bool has_been_reaped(const THR_KEEPER& keeper) {
-  if (keeper.process == 0) return true;
-  const timespec a_millisecond{.tv_sec = 0, .tv_nsec = 1'000'000};
-  long ended = 0;
-  for (int i = 0; i < 1000 && (ended == 0 || ended == -EINTR); ++i) {
-    if (i > 0) thr_raw_syscall(SYS_nanosleep, &a_millisecond, nullptr);
-    ended = thr_raw_syscall(SYS_wait4, keeper.process, nullptr, __WALL | WNOHANG, nullptr);
-  }
-  if (ended == 0) return false;
-  thr_free_room(keeper.room);
-  return true;
 }
 
 }  // namespace
@@ -167,8 +141,8 @@ bool thr_process_wait(THR_PROCESS process, int* status, int) {
   if (child == nullptr) return false;
   const auto life_line = static_cast<int>(process);
   // A lost line has been closed, and the child killed.
-  bool ended = thr_descriptor_is_lost(life_line) || has_ended(process);
-  ended = ended && has_been_reaped(child->keeper);
+  bool ended = thr_descriptor_is_lost(life_line) || thr_await_hang_up(life_line);
+  ended = ended && thr_reap_keeper(child->keeper);
   *child = {};
   thr_give_up_descriptor(life_line);
   if (ended && status != nullptr) *status = 0;

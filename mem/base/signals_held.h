@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <mutex>
+
 /// No signal handler runs on this thread, for a scope; what arrives meanwhile runs afterwards. For
 /// short and rare work: two system calls.
 class MEM_SIGNALS_HELD {
@@ -19,4 +21,16 @@ class MEM_SIGNALS_HELD {
 
  private:
   sigset_t m_former{};
+};
+
+/// Holds a lock for a scope in which no signal handler runs on this thread: one that did not come
+/// back, but jumped out, would leave the lock taken for ever.
+template <class MUTEX>
+class MEM_LOCKED_WITHOUT_SIGNALS {
+ public:
+  explicit MEM_LOCKED_WITHOUT_SIGNALS(MUTEX& mutex) : m_lock(mutex) {}
+
+ private:
+  const MEM_SIGNALS_HELD m_held;
+  const std::lock_guard<MUTEX> m_lock;
 };
