@@ -7,6 +7,8 @@
 #include <cstdio>
 
 #include "mem/base/check.h"
+#include "mem/symbolizer/deadline.h"
+#include "mem/symbolizer/tool_start.h"
 #include "platform/raw_syscall.h"
 #include "platform/thr_runtime.h"
 
@@ -18,24 +20,10 @@ namespace {
 using CLOCK = std::chrono::steady_clock;
 using STATE = MEM_MODULE_FILE::STATE;
 
-timespec time_left(CLOCK::time_point deadline) {
-  const auto left = std::max(CLOCK::duration::zero(), deadline - CLOCK::now());
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
-  return {.tv_sec = seconds.count(), .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
-}
-
 MEM_BOOKKEEPING_STRING command_for(char const* options, char const* path) {
   MEM_BOOKKEEPING_STRING command("addr2line ");
-  command.append(options).append(" -e ");
-  for (; *path != '\0'; ++path) {
-    if (*path == ' ' || *path == '\\') command.push_back('\\');
-    command.push_back(*path);
-  }
+  command.append(options).append(" -e ").append(mem_command_word(path));
   return command;
-}
-
-bool may_pass(int error) {
-  return error == EAGAIN || error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 }  // namespace
@@ -110,7 +98,7 @@ MEM_ADDR2LINE_TOOL::EXCHANGE MEM_ADDR2LINE_TOOL::probe(int usecs) {
 
 MEM_TOOL_OUTCOME MEM_ADDR2LINE_TOOL::could_not_start(int error) {
   m_process = -1;
-  if (may_pass(error))
+  if (mem_is_shortage(error))
     return {MEM_TOOL_OUTCOME::unknown_for_now,
             m_file.is_first(MEM_MODULE_FILE::shortage)
                 ? "can't be started, for want of processes, descriptors or memory: addresses of it "
@@ -208,7 +196,7 @@ int MEM_ADDR2LINE_TOOL::wait_for_output(DEADLINE deadline) const {
   pollfd output{.fd = m_output, .events = POLLIN, .revents = 0};
   int ready = 0;
   do {
-    timespec left = time_left(deadline);
+    timespec left = mem_time_until(deadline);
     ready = static_cast<int>(thr_raw_syscall(SYS_ppoll, &output, 1, &left, nullptr));
   } while (ready == -EINTR);
   if (ready <= 0) return ready;

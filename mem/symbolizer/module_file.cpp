@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "mem/base/check.h"
 #include "platform/raw_syscall.h"
@@ -56,13 +57,15 @@ std::uint64_t stamp_of(const struct stat& file) {
 class OPEN_FILE {
  public:
   explicit OPEN_FILE(char const* path)
-      : m_answer(thr_raw_syscall(SYS_open, path, O_RDONLY | O_CLOEXEC)) {}
+      : m_answer(thr_raw_syscall(SYS_open, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+  }  // not to wait at a pipe
   OPEN_FILE(const OPEN_FILE&) = delete;
   OPEN_FILE& operator=(const OPEN_FILE&) = delete;
   ~OPEN_FILE() {
     if (m_answer >= 0) thr_raw_syscall(SYS_close, m_answer);
   }
   int descriptor() const { return static_cast<int>(m_answer); }
+  int release() { return static_cast<int>(std::exchange(m_answer, -1)); }
   int error() const { return static_cast<int>(-m_answer); }
 
  private:
@@ -118,7 +121,9 @@ STATE MEM_MODULE_FILE::state() {
   if (!S_ISREG(file.st_mode)) return STATE::gone;
   const std::uint64_t stamp = stamp_of(file);
   if (m_compared_stamp != stamp) {
-    const STATE state = compare_with_file();
+    const OPEN_FILE now(absolute_path());
+    const STATE state =
+        now.descriptor() < 0 ? state_of_error(now.error()) : compare_with(now.descriptor());
     if (state == STATE::not_now) return state;
     m_compared_state = state;
     m_compared_stamp = stamp;
@@ -126,14 +131,19 @@ STATE MEM_MODULE_FILE::state() {
   return m_compared_state;
 }
 
+int MEM_MODULE_FILE::open(STATE& state) {
+  OPEN_FILE now(absolute_path());
+  state = now.descriptor() < 0 ? state_of_error(now.error()) : compare_with(now.descriptor());
+  return state == STATE::usable ? now.release() : -1;
+}
+
 // Without a build id, the size at the first look has to stay.
-STATE MEM_MODULE_FILE::compare_with_file() {
-  const OPEN_FILE open_file(absolute_path());
-  if (open_file.descriptor() < 0) return state_of_error(open_file.error());
-  mem_check(open_file.descriptor() >= 0, "fd >= 0", MEM_SOURCE::addr2line);
+STATE MEM_MODULE_FILE::compare_with(int descriptor) {
+  mem_check(descriptor >= 0, "fd >= 0", MEM_SOURCE::addr2line);
   struct stat file;
-  if (fstat(open_file.descriptor(), &file) != 0) return state_of_error(errno);
-  const MEM_ELF_IDENTITY now = MEM_ELF_IDENTITY::of_file(open_file.descriptor());
+  if (fstat(descriptor, &file) != 0) return state_of_error(errno);
+  if (!S_ISREG(file.st_mode)) return STATE::gone;
+  const MEM_ELF_IDENTITY now = MEM_ELF_IDENTITY::of_file(descriptor);
   if (!now.is_known()) return STATE::gone;  // no module any more
   mem_check(now.is_known(), "sizeof ( ehdr ) == nread", MEM_SOURCE::addr2line);
   if (m_identity.is_known() && !m_identity.is_same(now)) return STATE::gone;

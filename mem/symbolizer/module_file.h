@@ -37,6 +37,10 @@ class MEM_MODULE_FILE {
   /// Looks at the file as it is now. Cheap while nothing has touched it.
   STATE state();
 
+  /// Opens the file for reading, if it is usable still; -1, with the reason in `state`, if not. The
+  /// descriptor is the caller's, and any number.
+  int open(STATE& state);
+
   /// The symbol that an address of this module, loaded from the file, lies in, as dladdr tells it.
   /// May throw std::bad_alloc.
   MEM_LOADED_SYMBOL nearest_symbol(const MEM_LOADED_MODULE& module, void const* address);
@@ -61,7 +65,7 @@ class MEM_MODULE_FILE {
   static MEM_MODULE_FILE& find_or_add(char const* name, const MEM_ELF_IDENTITY& identity);
   static MEM_MODULE_FILE* find(char const* name, const MEM_ELF_IDENTITY& identity,
                                MEM_MODULE_FILE* first, MEM_MODULE_FILE* end);
-  STATE compare_with_file();
+  STATE compare_with(int descriptor);
   MEM_SYMBOL_INDEX const& symbols_of(const THR_SYMBOL_TABLE& table);
 
   MEM_BOOKKEEPING_STRING m_name;  // the loader's; empty for the executable
