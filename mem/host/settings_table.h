@@ -116,9 +116,14 @@ inline constexpr MEM_SETTINGS_ROW mem_settings[] = {
     {{mem_ini("mem_profile_stack_trace_ignore_depth", MEM_SETTING_TYPE::SIGNED)},
      "5",
      "innermost frames to skip"},
-    {{mem_ini("mem_symbolizer", MEM_SETTING_TYPE::TEXT)},
+    {{mem_env("KORVANE_MEM_SYMBOLIZER", MEM_SETTING_TYPE::TEXT),
+      mem_ini("mem_symbolizer", MEM_SETTING_TYPE::TEXT)},
      "addr2line_inlining",
-     "sees through inlining; `addr2line` does not"},
+     "sees through inlining; `addr2line` does not; `server` asks one program for all modules, see "
+     "below; the setting wins"},
+    {{mem_env("KORVANE_MEM_SYMBOL_SERVER", MEM_SETTING_TYPE::TEXT)},
+     "",
+     "the socket of a symbol server that runs already, see below"},
     {{mem_ini("mem_symbolizer_addr2line_usecs", MEM_SETTING_TYPE::INTEGER)},
      "2000",
      "microseconds to wait for more of an answer, for a slow machine; where no callback or "

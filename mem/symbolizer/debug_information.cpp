@@ -56,12 +56,16 @@ class ELF_FILE {
 }  // namespace
 
 // Only a file that was built with its information split off has a section of those addresses.
-char const* mem_missing_lines_advice(char const* path) {
+char const* mem_missing_lines_advice(char const* path, bool reads_split) {
   const ELF_FILE file(path);
   if (!file.is_readable()) return nullptr;
   if (!file.has_section(".debug_info"))
     return "has no debug information: build it with -g, or install its -dbgsym package";
   if (file.has_section(".debug_addr"))
-    return "has split debug information that addr2line can't read: build it without -gsplit-dwarf";
+    return reads_split
+               ? "has split debug information that is not there: its .dwo files are to stay where "
+                 "they were built, or a .dwp file beside it"
+               : "has split debug information that addr2line can't read: build it without "
+                 "-gsplit-dwarf";
   return nullptr;
 }

@@ -2,8 +2,10 @@
 
 #include <string_view>
 
+#include "mem/symbolizer/symbol_client.h"
 #include "mem/symbolizer/symbolizer_addr2line.h"
 #include "mem/symbolizer/symbolizer_addr2line_inlining.h"
+#include "mem/symbolizer/symbolizer_server.h"
 #include "platform/thr_process.h"
 
 namespace {
@@ -22,6 +24,7 @@ constexpr SYMBOLIZER_ROW symbolizers[] = {
     {"default", instance_of<MEM_SYMBOLIZER_ADDR2LINE_INLINING>},
     {"addr2line", instance_of<MEM_SYMBOLIZER_ADDR2LINE>},
     {"addr2line_inlining", instance_of<MEM_SYMBOLIZER_ADDR2LINE_INLINING>},
+    {"server", instance_of<MEM_SYMBOLIZER_SERVER>},
 };
 
 }  // namespace
@@ -40,10 +43,12 @@ MEM_SYMBOLIZER* MEM_SYMBOLIZER_FACTORY::get_default_symbolizer() {
 void MEM_SYMBOLIZER_FACTORY::abandon_all_tools() {
   MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.abandon();
   MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.abandon();
+  MEM_SYMBOL_CLIENT::singleton_instance.abandon();
   thr_process_let_go_in_child();
 }
 
 void MEM_SYMBOLIZER_FACTORY::end_all_tools() {
   MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.clear();
   MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.clear();
+  MEM_SYMBOL_CLIENT::singleton_instance.clear();
 }

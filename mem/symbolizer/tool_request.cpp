@@ -26,12 +26,12 @@ MEM_MODULE_FILE* mem_file_to_ask(const MEM_ADDRESS_INFO& info, MEM_SYMBOL_ANSWER
 }
 
 MEM_SYMBOL_ANSWER mem_conclude(const MEM_TOOL_OUTCOME& outcome, MEM_MODULE_FILE& file,
-                               const MEM_ADDRESS_INFO& info) {
+                               const MEM_ADDRESS_INFO& info, bool tool_reads_split) {
   if (outcome.trouble != nullptr) say("addr2line for", file.path(), outcome.trouble);
   if (outcome.kind == MEM_TOOL_OUTCOME::unknown_for_now) return MEM_SYMBOL_ANSWER::for_now;
   if (outcome.kind == MEM_TOOL_OUTCOME::answered &&
       file.seems_without_lines(info.file_name_buffer[0] != '\0'))
-    if (char const* advice = mem_missing_lines_advice(file.absolute_path()))
+    if (char const* advice = mem_missing_lines_advice(file.absolute_path(), tool_reads_split))
       say("module", file.path(), advice);
   return MEM_SYMBOL_ANSWER::for_good;
 }

@@ -13,4 +13,4 @@ MEM_MODULE_FILE* mem_file_to_ask(const MEM_ADDRESS_INFO& info, MEM_SYMBOL_ANSWER
 /// of the file's tool, and once, after several answers without a line, what may be missing. Hold no
 /// lock.
 MEM_SYMBOL_ANSWER mem_conclude(const MEM_TOOL_OUTCOME& outcome, MEM_MODULE_FILE& file,
-                               const MEM_ADDRESS_INFO& info);
+                               const MEM_ADDRESS_INFO& info, bool tool_reads_split = false);

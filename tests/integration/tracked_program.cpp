@@ -9,6 +9,12 @@ bool allocator_is(const std::string& part_of_name) {
   return allocator().back().find(part_of_name) != std::string::npos;
 }
 
+ENVIRONMENT with_symbolizer(ENVIRONMENT environment) {
+  constexpr const char* name = "KORVANE_MEM_SYMBOLIZER";
+  if (const char* const chosen = std::getenv(name)) environment.emplace(name, chosen);
+  return environment;
+}
+
 std::string place(const std::string& file, const std::string& line) {
   return file.substr(file.rfind('/') + 1) + ":" + line;
 }

@@ -21,12 +21,15 @@ inline const ENVIRONMENT per_fileline = {{"KORVANE_MEM_PROFILE_PER_FILELINE", "1
 std::vector<std::string> allocator();
 bool allocator_is(const std::string& part_of_name);
 
+/// `environment`, with the symbolizer that the tests are run with, if one is set for them.
+ENVIRONMENT with_symbolizer(ENVIRONMENT environment);
+
 /// A program below programs/, with the allocator preloaded; `words` are its arguments.
 inline PROGRAM tracked(const std::string& name, std::vector<std::string> words,
                        ENVIRONMENT environment = {}) {
   return {.path = std::string(PROGRAMS_DIRECTORY) + "/" + name,
           .arguments = std::move(words),
-          .environment = std::move(environment),
+          .environment = with_symbolizer(std::move(environment)),
           .preload = allocator()};
 }
 
@@ -35,7 +38,7 @@ inline PROGRAM shell(const std::string& script, ENVIRONMENT environment = per_fi
                      const std::string& prefix = "") {
   return {.path = "/bin/bash",
           .arguments = {"-c", script},
-          .environment = std::move(environment),
+          .environment = with_symbolizer(std::move(environment)),
           .preload = {TUK_MEM_LIBRARY, TCMALLOC_LIBRARY},
           .shell_prefix = prefix};
 }

@@ -16,6 +16,8 @@
 #include <cstdint>
 #include <iterator>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/integration/programs/run_scenario.h"
 #include "tests/support/processes.h"
@@ -157,6 +159,32 @@ void load_a_module_that_waits() {
   say("loaded:", dlopen(PROGRAMS_DIRECTORY "/libwaiting_module.so", RTLD_NOW) != nullptr ? 1 : 0);
 }
 
+template <int SITE>
+[[gnu::noinline]] void meet_site() {
+  void* volatile block = std::malloc(300 + SITE);
+  std::free(block);
+  usleep(500);
+}
+
+template <int... SITES>
+void meet_sites(std::integer_sequence<int, SITES...>) {
+  (meet_site<SITES>(), ...);
+}
+
+// While each meets call sites that nobody has asked for, all tools die twice.
+void lose_tools_among_threads() {
+  start_tools();
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 8; ++number)
+    threads.emplace_back([] { meet_sites(std::make_integer_sequence<int, 100>()); });
+  for (int times = 0; times < 2; ++times) {
+    usleep(20000);
+    for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
+  }
+  for (std::thread& thread : threads) thread.join();
+  say("threads:", static_cast<int>(threads.size()));
+}
+
 constexpr SCENARIO scenarios[] = {
     {"return", start_tools},
     {"_exit", end<[] { _exit(6); }>},
@@ -179,6 +207,7 @@ constexpr SCENARIO scenarios[] = {
     {"trap_floating_point", trap_floating_point},
     {"forbid_children", forbid_children},
     {"load_a_module_that_waits", load_a_module_that_waits},
+    {"lose_tools_among_threads", lose_tools_among_threads},
 };
 
 }  // namespace

@@ -1,0 +1,296 @@
+// The symbolizer "server": against a stand-in at a socket that says what the test wants.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+#include "mem/symbolizer/symbol_client.h"
+#include "mem/symbolizer/symbol_protocol.h"
+#include "mem/symbolizer/symbolizer_factory.h"
+#include "tests/support/debug_lines.h"
+#include "tests/support/inlined_chain.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/threads.h"
+
+namespace {
+
+using namespace MEM_SYMBOL_PROTOCOL;
+using testing::ElementsAre, testing::HasSubstr;
+using OUTCOME = MEM_SYMBOL_CLIENT::OUTCOME;
+
+template <class... OBJECTS>
+std::string bytes_of(const OBJECTS&... objects) {
+  std::string bytes;
+  (bytes.append(reinterpret_cast<char const*>(&objects), sizeof objects), ...);
+  return bytes;
+}
+
+std::string framed(std::uint32_t kind, std::uint32_t number, const std::string& payload) {
+  return bytes_of(HEADER{magic, kind, number, static_cast<std::uint32_t>(payload.size())}) +
+         payload;
+}
+
+std::string number_text(std::uint32_t number) { return bytes_of(number); }
+
+std::string frame_text(const std::string& function, const std::string& file, std::uint32_t line) {
+  const auto length = [](const std::string& text) {
+    return static_cast<std::uint32_t>(text.size());
+  };
+  return bytes_of(FRAME{line, length(function), length(file)}) + function + file;
+}
+
+// Functions are named after the addresses.
+std::string name_of(std::uint64_t address) {
+  std::string name("f");
+  return name += std::to_string(address);
+}
+
+std::string well_said(const HEADER& header, const std::string& payload) {
+  if (header.kind == open_module) return framed(opened, header.number, number_text(7));
+  std::string text;
+  for (std::size_t at = sizeof(QUESTION); at < payload.size(); at += 8) {
+    std::uint64_t address = 0;
+    payload.copy(reinterpret_cast<char*>(&address), sizeof address, at);
+    text += number_text(1) + frame_text(name_of(address), "/f", 1);
+  }
+  return framed(answers, header.number, text);
+}
+
+// At a socket that KORVANE_MEM_SYMBOL_SERVER names, from its construction on.
+class STAND_IN_SERVER {
+ public:
+  // What is sent after a question; none hangs up.
+  using SAID = std::optional<std::string>;
+  using ANSWER = std::function<SAID(const HEADER&, const std::string& payload)>;
+
+  explicit STAND_IN_SERVER(ANSWER answer) : m_answer(std::move(answer)) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    m_path.copy(address.sun_path, sizeof address.sun_path - 1);
+    unlink(m_path.c_str());
+    if (bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::abort();
+    listen(m_socket, 8);
+    setenv("KORVANE_MEM_SYMBOL_SERVER", m_path.c_str(), 1);
+    m_acceptor = std::jthread([this] { accept_all(); });
+  }
+  STAND_IN_SERVER(const STAND_IN_SERVER&) = delete;
+  STAND_IN_SERVER& operator=(const STAND_IN_SERVER&) = delete;
+  ~STAND_IN_SERVER() {
+    shutdown(m_socket, SHUT_RDWR);
+    m_acceptor.join();
+    for (const int peer : m_peers) shutdown(peer, SHUT_RDWR);
+    m_served.clear();
+    for (const int peer : m_peers) close(peer);
+    close(m_socket);
+  }
+
+ private:
+  void accept_all() {
+    for (int peer = 0; (peer = accept(m_socket, nullptr, nullptr)) >= 0;) {
+      m_peers.push_back(peer);
+      m_served.emplace_back([this, peer] { serve(peer); });
+    }
+  }
+  void serve(int peer) {
+    HEADER header;
+    while (recv(peer, &header, sizeof header, MSG_WAITALL) == sizeof header) {
+      std::string payload(header.payload, '\0');
+      if (recv(peer, payload.data(), payload.size(), MSG_WAITALL) <= 0) break;
+      const SAID said = m_answer(header, payload);
+      if (!said) break;
+      const std::size_t first = std::min<std::size_t>(said->size(), 9);  // half a header
+      send(peer, said->data(), first, MSG_NOSIGNAL);
+      send(peer, said->data() + first, said->size() - first, MSG_NOSIGNAL);
+    }
+    shutdown(peer, SHUT_RDWR);
+  }
+
+  const std::string m_path = std::filesystem::current_path() / "socket";
+  const int m_socket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const ANSWER m_answer;
+  std::vector<int> m_peers;
+  std::vector<std::jthread> m_served;
+  std::jthread m_acceptor;
+};
+
+class SYMBOL_SERVER : public testing::Test {
+ protected:
+  ~SYMBOL_SERVER() override { client.clear(); }
+
+  std::string function_at(std::uint64_t address, OUTCOME outcome = OUTCOME::answered) {
+    MEM_SYMBOL_BYTES payload;
+    MEM_ADDRESS_INFO info{};
+    std::vector<MEM_ADDRESS_INFO> inlined;
+    EXPECT_EQ(client.look_up(file, {&address, 1}, payload), outcome);
+    const auto frames = MEM_SYMBOL_ANSWERS({payload.data(), payload.size()}).next();
+    mem_parse_symbol_answer(frames.value_or(""), info, inlined);
+    return info.function_name_buffer;
+  }
+
+  const TEMPORARY_DIRECTORY m_directory;
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  MEM_MODULE_FILE& file = MEM_MODULE_FILE::of_path(self.c_str());
+  MEM_SYMBOL_CLIENT client;
+};
+
+std::string described(const MEM_ADDRESS_INFO& info) {
+  return std::string(info.function_name_buffer) + " " + info.file_name_buffer + ":" +
+         std::to_string(info.line);
+}
+
+TEST(SymbolAnswer, IsReadIntoRecordsOrFoundNotToFit) {
+  const std::string text(600, 'x');
+  const std::string inner = frame_text("f", "/a.c", 1), outer = frame_text("g", "/b.c", 2);
+  const std::string huge = bytes_of(FRAME{1, UINT32_MAX, UINT32_MAX});
+  const std::tuple<std::string, std::vector<std::string>> rows[] = {
+      {number_text(1) + inner, {"f /a.c:1"}},
+      {number_text(5) + inner + frame_text("", "/b.c", 2) + frame_text("g", "", 2) +
+           frame_text("?", "/b.c", 2) + outer,
+       {"f /a.c:1", "g /b.c:2"}},
+      {number_text(1) + frame_text("", "", 9), {" :0"}},
+      {number_text(1) + frame_text("?", "??", 9), {" :0"}},
+      {number_text(1) + frame_text("f", "/a.c", UINT32_MAX), {"f /a.c:0"}},
+      {number_text(1) + frame_text(text, text, 7),
+       {text.substr(88) + " " + text.substr(344) + ":7"}},
+      {"", {}},
+      {number_text(0), {}},
+      {number_text(most_frames + 1) + inner, {}},
+      {number_text(2) + inner, {}},
+      {number_text(2) + inner + outer.substr(0, outer.size() - 1), {}},
+      {number_text(2) + inner + huge, {}}};
+  for (const auto& [payload, expected] : rows) {
+    MEM_ADDRESS_INFO info{};
+    std::vector<MEM_ADDRESS_INFO> inlined(3);
+    std::vector<std::string> found;
+    if (const auto frames = MEM_SYMBOL_ANSWERS(payload).next()) {
+      mem_parse_symbol_answer(*frames, info, inlined);
+      found.push_back(described(info));
+      for (const MEM_ADDRESS_INFO& frame : inlined) found.push_back(described(frame));
+    }
+    EXPECT_EQ(found, expected) << payload.size();
+  }
+}
+
+TEST_F(SYMBOL_SERVER, ThatFailsIsAskedForNowTriedOnceMoreAndThenLeftToAddr2line) {
+  MEM_SYMBOL_CONNECTION::most_time = std::chrono::milliseconds(200);
+  using SAID = std::function<std::optional<std::string>(std::uint32_t number)>;
+  const std::tuple<SAID, char const*> rows[] = {
+      {[](auto) { return std::nullopt; }, "has ended"},
+      {[](auto n) { return framed(answers, n, number_text(1)).substr(0, 9); }, "gives no answer"},
+      {[](auto n) { return framed(answers, n, number_text(1)); }, "can't be understood"},
+      {[](auto n) { return framed(answers, n, number_text(1) + frame_text("f", "", 1) + "more"); },
+       "can't be understood"},
+      {[](auto n) { return framed(opened, n, number_text(1)); }, "can't be understood"},
+      {[](auto n) { return framed(look_up, n, ""); }, "can't be understood"},
+      {[](auto n) { return framed(refused, n, number_text(REFUSAL::misuse)); },
+       "can't be understood"},
+      {[](auto n) { return framed(answers, n + 1, ""); }, "can't be understood"},
+      {[](auto n) {
+         return bytes_of(HEADER{magic, answers, n, most_payload + 1});
+       },
+       "can't be understood"},
+      {[](auto) { return std::string(99, 'x'); }, "can't be understood"}};
+  for (const auto& [said, trouble] : rows) {
+    SCOPED_TRACE(testing::Message() << &said - &std::get<0>(rows[0]) << trouble);
+    const STAND_IN_SERVER server(
+        [&said = said](const HEADER& header, const auto& payload) -> STAND_IN_SERVER::SAID {
+          if (header.kind == open_module) return well_said(header, payload);
+          return said(header.number);
+        });
+    MEM_SYMBOL_CLIENT one;
+    std::uint64_t address = 1;
+    MEM_SYMBOL_BYTES payload;
+    const auto lines = debug_lines_of([&] {
+      EXPECT_EQ(one.look_up(file, {&address, 1}, payload), OUTCOME::for_now);
+      EXPECT_EQ(one.look_up(file, {&address, 1}, payload), OUTCOME::no_server);
+      EXPECT_EQ(one.look_up(file, {&address, 1}, payload), OUTCOME::no_server);
+    });
+    EXPECT_THAT(lines, ElementsAre(HasSubstr(trouble), HasSubstr("addr2line is asked from now")));
+    one.clear();
+  }
+  setenv("KORVANE_MEM_SYMBOL_SERVER", "/nowhere/socket", 1);
+  setenv("PATH", "/nowhere:/usr/bin", 1);
+  MEM_ADDRESS_INFO info{};
+  MEM_SYMBOLIZER_FACTORY::get_symbolizer("server")->get_source_and_function_info(
+      chain::hundred_levels(), info);
+  EXPECT_EQ(described(info), "void const* chain::level<1>() /chain/level.h:40");
+  MEM_SYMBOLIZER_FACTORY::end_all_tools();
+}
+
+TEST_F(SYMBOL_SERVER, RefusesAFileForNowOrForGood) {
+  std::atomic<std::uint32_t> reason = REFUSAL::for_now;
+  std::atomic<int> questions = 0;
+  const STAND_IN_SERVER server([&](const HEADER& header, const auto&) {
+    ++questions;
+    return framed(refused, header.number, number_text(reason));
+  });
+  for (int i = 0; i < 3; ++i) function_at(1, OUTCOME::for_now);
+  reason = REFUSAL::unreadable;
+  for (int i = 0; i < 3; ++i) function_at(1, OUTCOME::unknown);
+  EXPECT_EQ(questions, 4) << "what holds for good is not asked again";
+}
+
+// Answers in another order, all at once and in pieces.
+TEST_F(SYMBOL_SERVER, GivesEachThreadItsOwnAnswer) {
+  constexpr unsigned threads = 8;
+  std::mutex mutex;
+  std::string held_back;
+  unsigned held = 0;
+  const STAND_IN_SERVER server([&](const HEADER& header, const std::string& payload) {
+    const std::lock_guard lock(mutex);
+    const std::string answer = well_said(header, payload);
+    if (header.kind == open_module) return answer;
+    held_back.insert(0, answer);
+    return ++held % threads == 0 ? std::exchange(held_back, {}) : std::string();
+  });
+  start_threads(threads, [&](unsigned number) {
+    for (unsigned i = 0; i < 500; ++i)
+      EXPECT_EQ(function_at(8 * i + number), name_of(8 * i + number));
+  });
+}
+
+TEST_F(SYMBOL_SERVER, WhoseSocketTheHostTakesIsFoundAgainAndNothingIsTouched) {
+  const STAND_IN_SERVER server(well_said);
+  int sockets[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+  constexpr int highest = 1023;
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(function_at(5), "f5");
+    EXPECT_EQ(dup2(sockets[0], highest), highest);
+    EXPECT_EQ(function_at(6), "f6") << i;
+    close(highest);
+    close(highest - 1);
+  }
+  char byte = 0;
+  EXPECT_EQ(recv(sockets[1], &byte, 1, MSG_DONTWAIT), -1) << "something was written to the socket";
+}
+
+TEST_F(SYMBOL_SERVER, IsNotAskedWhereOthersCouldStandInForIt) {
+  setenv("PATH", "/nowhere", 1);
+  const STAND_IN_SERVER server(well_said);
+  const std::string too_long = m_directory.path + "/" + std::string(120, 'x');
+  const std::tuple<std::string, mode_t, char const*> rows[] = {
+      {m_directory.path + "/socket", 0750, "others may enter"},
+      {m_directory.path + "/none", 0700, "does not answer"},
+      {too_long, 0700, "too long"}};
+  for (const auto& [path, mode, why] : rows) {
+    setenv("KORVANE_MEM_SYMBOL_SERVER", path.c_str(), 1);
+    chmod(m_directory.path.c_str(), mode);
+    MEM_SYMBOL_CLIENT one;
+    const std::uint64_t address = 1;
+    MEM_SYMBOL_BYTES payload;
+    EXPECT_THAT(debug_lines_of([&] {
+                  for (int i = 0; i < 3; ++i)
+                    EXPECT_EQ(one.look_up(file, {&address, 1}, payload), OUTCOME::no_server);
+                }),
+                ElementsAre(HasSubstr(why), HasSubstr("addr2line is asked instead")));
+  }
+}
+
+}  // namespace
