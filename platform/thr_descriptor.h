@@ -7,10 +7,10 @@
 
 #include <cstdint>
 
-/// Moves a descriptor of a pipe or socket to the highest free number, closed on exec, at most 1023 so that
-/// the kernel's table need not grow for it, and within the upper quarter of what the process may
-/// have: the rest is the host's. `former` is closed in any case. Returns the number, or -1 when
-/// there is none. Any thread.
+/// Moves a descriptor of a pipe or socket to the highest free number, closed on exec, at most 1023
+/// so that the kernel's table need not grow for it, and within the upper quarter of what the
+/// process may have: the rest is the host's. `former` is closed in any case. Returns the number, or
+/// -1 when there is none. Any thread.
 int thr_take_descriptor(int former);
 
 /// Whether the number was taken and what stands there now is something else, or nothing.

@@ -196,14 +196,15 @@ THR_BARE bool open_what_is_watched(const PLAN& plan, pollfd* events) {
 // end it may live on, when a child of the host has the life line too; but not longer than this.
 // Where a filter of the host's forbids to watch, the program's end is waited for: it comes when
 // nobody is left to ask it.
-THR_BARE void stay_until_the_end(const PLAN& plan, pollfd* events) {
+THR_BARE void stay_until_the_end(pollfd* events) {
   long answer = 0;
   do {
     answer = thr_raw_syscall(SYS_ppoll, events, number_watched, nullptr, nullptr);
   } while ((answer >= 0 || answer == -EINTR) && events[of_life_line].revents == 0 &&
            events[of_program].revents == 0 && events[of_host].revents == 0);
   if (answer < 0 || events[of_life_line].revents != 0 || events[of_program].revents != 0)
-    thr_raw_syscall(SYS_wait4, plan.program, nullptr, __WALL, nullptr);
+    while (thr_raw_syscall(SYS_wait4, -1, nullptr, __WALL, nullptr) > 0) {
+    }
 }
 
 THR_BARE void announce_start(PLAN& plan) {
@@ -213,6 +214,8 @@ THR_BARE void announce_start(PLAN& plan) {
 
 THR_BARE int run_parent(void* argument) {
   auto& plan = *static_cast<PLAN*>(argument);
+  // What the program leaves behind is the keeper's as well, not the host's.
+  if (plan.parent_stays) thr_raw_syscall(SYS_prctl, PR_SET_CHILD_SUBREAPER, 1, 0, 0);
   constexpr int shared_until_it_runs = CLONE_VM | CLONE_VFORK | CLONE_UNTRACED | SIGCHLD;
   plan.program = clone(run_program, plan.program_stack_end, shared_until_it_runs, &plan);
   if (plan.program < 0) {
@@ -225,7 +228,7 @@ THR_BARE int run_parent(void* argument) {
     thr_raw_syscall(SYS_chdir, "/");
     if (open_what_is_watched(plan, events) && can_do_nothing_but_wait()) {
       announce_start(plan);
-      stay_until_the_end(plan, events);
+      stay_until_the_end(events);
       return 0;
     }
     plan.error = EAGAIN;  // it ends with its parent

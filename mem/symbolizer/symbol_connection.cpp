@@ -268,19 +268,25 @@ bool MEM_SYMBOL_CONNECTION::wait_for(short events, CLOCK::time_point until) {
 
 void MEM_SYMBOL_CONNECTION::receive() try {
   const LOCKED locked(m_lock);
-  while (m_end == END::none && receive_piece()) hand_over_answers();
+  bool may_be_more = true;
+  while (may_be_more && m_end == END::none) {
+    may_be_more = receive_piece();
+    hand_over_answers();
+  }
 } catch (const std::bad_alloc&) {
   finish(END::taken_away);
 }
 
-// False when nothing more has come yet, or will.
+// Whether the room was filled by what has come.
 bool MEM_SYMBOL_CONNECTION::receive_piece() {
   const std::span<char> room = m_stream.room();
   const long count =
       is_of_this_process() ? thr_receive(m_connection.socket, room.data(), room.size()) : -EBADF;
-  if (count > 0) m_stream.taken(static_cast<std::size_t>(count));
-  if (count > 0 || count == -EAGAIN || count == -EINTR) return count > 0;
-  finish(count == -EBADF ? END::taken_away : END::hung_up);
+  if (count > 0) {
+    m_stream.taken(static_cast<std::size_t>(count));
+    return count == static_cast<long>(room.size());
+  }
+  if (count != -EAGAIN && count != -EINTR) finish(count == -EBADF ? END::taken_away : END::hung_up);
   return false;
 }
 
