@@ -163,7 +163,7 @@ template <int SITE>
 [[gnu::noinline]] void meet_site() {
   void* volatile block = std::malloc(300 + SITE);
   std::free(block);
-  usleep(500);
+  usleep(2000);
 }
 
 template <int... SITES>
@@ -178,7 +178,7 @@ void lose_tools_among_threads() {
   for (int number = 0; number < 8; ++number)
     threads.emplace_back([] { meet_sites(std::make_integer_sequence<int, 100>()); });
   for (int times = 0; times < 2; ++times) {
-    usleep(20000);
+    usleep(60000);
     for (const int tool : processes_in(std::filesystem::current_path())) kill(tool, SIGKILL);
   }
   for (std::thread& thread : threads) thread.join();
