@@ -10,7 +10,6 @@
 #include <new>
 #include <utility>
 
-#include "mem/base/signals_held.h"
 #include "mem/symbolizer/deadline.h"
 #include "mem/symbolizer/symbol_protocol.h"
 #include "platform/raw_syscall.h"
@@ -50,6 +49,14 @@ using LOCKED = MEM_LOCKED_WITHOUT_SIGNALS<tbb::spin_mutex>;
 
 }  // namespace
 
+// The number that the server knows a file by.
+struct MEM_SYMBOL_CONNECTION::KNOWN_MODULE {
+  MEM_MODULE_FILE& file;
+  bool is_readable;  // for the server
+  std::uint32_t number;
+  KNOWN_MODULE* older;
+};
+
 struct MEM_SYMBOL_CONNECTION::QUESTION_IN_FLIGHT {
   std::uint32_t number = 0;
   std::atomic<bool> is_answered{false};
@@ -88,6 +95,9 @@ MEM_SYMBOL_CONNECTION::MEM_SYMBOL_CONNECTION() : m_owner(thr_getpid()) {}
 
 MEM_SYMBOL_CONNECTION::~MEM_SYMBOL_CONNECTION() {
   if (is_of_this_process()) thr_disconnect(m_connection);
+  MEM_BOOKKEEPING_ALLOCATOR<KNOWN_MODULE> memory;
+  for (KNOWN_MODULE* module = m_newest_module; module != nullptr;)
+    memory.deallocate(std::exchange(module, module->older), 1);
 }
 
 bool MEM_SYMBOL_CONNECTION::is_of_this_process() const { return m_owner == thr_getpid(); }
@@ -117,19 +127,24 @@ MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::look_up(
 // Two threads may open a file at the same time: it has two numbers then, either of which will do.
 MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::module_number(MEM_MODULE_FILE& file,
                                                                     std::uint32_t& number) {
-  {
-    const LOCKED locked(m_lock);
-    if (const auto known = m_modules.find(&file); known != m_modules.end()) {
-      number = known->second.value_or(0);
-      return known->second ? OUTCOME::answered : OUTCOME::unreadable;
+  for (KNOWN_MODULE* known = m_newest_module; known != nullptr; known = known->older)
+    if (&known->file == &file) {
+      number = known->number;
+      return known->is_readable ? OUTCOME::answered : OUTCOME::unreadable;
     }
-  }
   const OUTCOME outcome = open_module(file, number);
-  if (outcome == OUTCOME::answered || outcome == OUTCOME::unreadable) {
-    const LOCKED locked(m_lock);
-    m_modules.emplace(&file, outcome == OUTCOME::answered ? NUMBER(number) : std::nullopt);
-  }
+  if (outcome == OUTCOME::answered || outcome == OUTCOME::unreadable)
+    remember(file, outcome == OUTCOME::answered, number);
   return outcome;
+}
+
+void MEM_SYMBOL_CONNECTION::remember(MEM_MODULE_FILE& file, bool is_readable,
+                                     std::uint32_t number) {
+  MEM_BOOKKEEPING_ALLOCATOR<KNOWN_MODULE> memory;
+  auto* const fresh = new (memory.allocate(1)) KNOWN_MODULE{file, is_readable, number, nullptr};
+  fresh->older = m_newest_module;
+  while (!m_newest_module.compare_exchange_weak(fresh->older, fresh)) {
+  }
 }
 
 MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::open_module(MEM_MODULE_FILE& file,
@@ -154,19 +169,24 @@ MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::ask(std::uint32_t kind,
                                                           OPEN_FILE* passed,
                                                           MEM_SYMBOL_MESSAGE& answer) {
   const CLOCK::time_point deadline = CLOCK::now() + most_time;
-  const IN_FLIGHT question = put_in_flight();
-  OUTCOME sent = OUTCOME::for_now;
-  if (question != nullptr) {
+  const int descriptor = passed == nullptr ? -1 : passed->descriptor();
+  IN_FLIGHT question;
+  long count = 0;
+  {
+    const MEM_SIGNALS_HELD held;
+    question = put_in_flight(held);
+    if (question == nullptr) return OUTCOME::for_now;
     const HEADER header{.magic = magic,
                         .kind = kind,
                         .number = question->number,
                         .payload = static_cast<std::uint32_t>(frame.size() - sizeof(HEADER))};
     std::memcpy(frame.data(), &header, sizeof header);
-    sent = send(frame, passed == nullptr ? -1 : passed->descriptor(), deadline);
+    count = send(held, frame, descriptor);
   }
+  const OUTCOME sent = conclude_sending(count, frame, descriptor, deadline);
   if (passed != nullptr) passed->close();
-  if (sent == OUTCOME::answered) await(*question, deadline);
-  if (question != nullptr) take_off(question);
+  if (sent == OUTCOME::answered) await(question, deadline);
+  if (!question->is_answered || m_number_in_flight > 0) take_off(question);
   if (sent != OUTCOME::answered) return sent;
   if (!question->is_answered) return OUTCOME::no_answer;
   std::swap(answer, question->answer);
@@ -188,20 +208,21 @@ MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::finish(END why) {
   return OUTCOME::no_answer;
 }
 
-MEM_SYMBOL_CONNECTION::IN_FLIGHT MEM_SYMBOL_CONNECTION::put_in_flight() {
+MEM_SYMBOL_CONNECTION::IN_FLIGHT MEM_SYMBOL_CONNECTION::put_in_flight(const MEM_SIGNALS_HELD&) {
   const IN_FLIGHT question =
       std::allocate_shared<QUESTION_IN_FLIGHT>(MEM_BOOKKEEPING_ALLOCATOR<QUESTION_IN_FLIGHT>());
-  const LOCKED locked(m_lock);
+  const std::lock_guard lock(m_lock);
   if (m_in_flight.size() >= most_in_flight) return nullptr;
   question->number = ++m_last_number;
   m_in_flight.push_back(question);
+  ++m_number_in_flight;
   return question;
 }
 
 // Somebody else is to wait at the socket now; at the end, nobody.
 void MEM_SYMBOL_CONNECTION::take_off(const IN_FLIGHT& question) {
   const LOCKED locked(m_lock);
-  std::erase(m_in_flight, question);
+  m_number_in_flight -= std::erase(m_in_flight, question);
   const bool wake_all = m_end != END::none;
   if (!wake_all && m_reader_since != 0) return;
   for (std::size_t i = 0; i < m_in_flight.size() && (wake_all || i == 0); ++i)
@@ -210,38 +231,38 @@ void MEM_SYMBOL_CONNECTION::take_off(const IN_FLIGHT& question) {
 
 // A frame is smaller than what the kernel takes in one piece, so that it is sent whole or not at
 // all. Where a host's system allows less, nothing can be said over such a socket.
-MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::send(const MEM_SYMBOL_BYTES& frame,
-                                                           int descriptor,
-                                                           CLOCK::time_point deadline) {
-  long sent = -EAGAIN;
-  while (m_end == END::none) {
-    {
-      const LOCKED locked(m_lock);
-      sent = is_of_this_process()
-                 ? thr_send(m_connection.socket, frame.data(), frame.size(), descriptor)
-                 : -EBADF;
-    }
-    if (sent == static_cast<long>(frame.size())) return OUTCOME::answered;
-    if (sent == -EINTR) continue;
-    if (sent != -EAGAIN) break;
+long MEM_SYMBOL_CONNECTION::send(const MEM_SIGNALS_HELD&, const MEM_SYMBOL_BYTES& frame,
+                                 int descriptor) {
+  const std::lock_guard lock(m_lock);
+  if (m_end != END::none) return -EPIPE;
+  return thr_send(m_connection.socket, frame.data(), frame.size(), descriptor);
+}
+
+MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::conclude_sending(
+    long sent, const MEM_SYMBOL_BYTES& frame, int descriptor, CLOCK::time_point deadline) {
+  while (sent == -EAGAIN || sent == -EINTR) {
     if (CLOCK::now() >= deadline) return finish(END::silent);
+    if (!is_of_this_process()) return finish(END::taken_away);
     wait_for(POLLOUT, deadline);
+    const MEM_SIGNALS_HELD held;
+    sent = send(held, frame, descriptor);
   }
+  if (sent == static_cast<long>(frame.size())) return OUTCOME::answered;
   if (is_shortage(sent)) return OUTCOME::for_now;
   return finish(sent == -EBADF ? END::taken_away : END::hung_up);
 }
 
-void MEM_SYMBOL_CONNECTION::await(QUESTION_IN_FLIGHT& question, CLOCK::time_point deadline) {
+void MEM_SYMBOL_CONNECTION::await(const IN_FLIGHT& question, CLOCK::time_point deadline) {
   bool reads = false;
-  while (!question.is_answered && m_end == END::none) {
-    const std::uint32_t wakes = question.wakes;
+  while (!question->is_answered && m_end == END::none) {
+    const std::uint32_t wakes = question->wakes;
     const CLOCK::time_point now = CLOCK::now();
     if (now >= deadline) finish(END::silent);
     reads = may_read(reads);
     if (!reads)
-      question.wait(wakes, now + slice);
+      question->wait(wakes, now + slice);
     else if (wait_for(POLLIN, now + slice))
-      receive();
+      receive(*question);
   }
   if (reads) m_reader_since = 0;
 }
@@ -254,24 +275,23 @@ bool MEM_SYMBOL_CONNECTION::may_read(bool reads) {
   return m_reader_since.compare_exchange_strong(since, now.time_since_epoch().count()) || reads;
 }
 
-// False when there is nothing to be done by then. By poll: in a host with more than 1024 open files
-// a descriptor may be beyond an fd_set.
+// False when there is nothing to be done by then. To wait at another's descriptor does no harm: it
+// is looked at before it is used. By poll: in a host with more than 1024 open files a descriptor
+// may be beyond an fd_set.
 bool MEM_SYMBOL_CONNECTION::wait_for(short events, CLOCK::time_point until) {
-  if (!is_of_this_process() || thr_descriptor_is_lost(m_connection.socket)) {
-    finish(END::taken_away);
-    return false;
-  }
   pollfd socket{.fd = m_connection.socket, .events = events, .revents = 0};
   const timespec left = mem_time_until(until);
-  return thr_raw_syscall(SYS_ppoll, &socket, 1, &left, nullptr) > 0;
+  if (thr_raw_syscall(SYS_ppoll, &socket, 1, &left, nullptr) > 0) return true;
+  if (thr_descriptor_is_lost(m_connection.socket)) finish(END::taken_away);
+  return false;
 }
 
-void MEM_SYMBOL_CONNECTION::receive() try {
+void MEM_SYMBOL_CONNECTION::receive(const QUESTION_IN_FLIGHT& own) try {
   const LOCKED locked(m_lock);
   bool may_be_more = true;
   while (may_be_more && m_end == END::none) {
     may_be_more = receive_piece();
-    hand_over_answers();
+    hand_over_answers(own);
   }
 } catch (const std::bad_alloc&) {
   finish(END::taken_away);
@@ -290,27 +310,28 @@ bool MEM_SYMBOL_CONNECTION::receive_piece() {
   return false;
 }
 
-void MEM_SYMBOL_CONNECTION::hand_over_answers() {
+void MEM_SYMBOL_CONNECTION::hand_over_answers(const QUESTION_IN_FLIGHT& own) {
   using FOUND = MEM_SYMBOL_STREAM::FOUND;
   MEM_SYMBOL_MESSAGE answer;
   FOUND found = FOUND::answer;
   while (found == FOUND::answer) {
     found = m_stream.next(answer);
-    if (found == FOUND::answer && !hand_over(answer)) found = FOUND::damaged;
+    if (found == FOUND::answer && !hand_over(answer, own)) found = FOUND::damaged;
   }
   if (found == FOUND::damaged) finish(END::damaged);
 }
 
 // False for an answer that nobody has asked for. The asker has not given up: that ends all.
-bool MEM_SYMBOL_CONNECTION::hand_over(MEM_SYMBOL_MESSAGE& answer) {
+bool MEM_SYMBOL_CONNECTION::hand_over(MEM_SYMBOL_MESSAGE& answer, const QUESTION_IN_FLIGHT& own) {
   const auto asked =
       std::find_if(m_in_flight.begin(), m_in_flight.end(),
                    [&](const IN_FLIGHT& question) { return question->number == answer.number; });
   if (asked == m_in_flight.end()) return false;
   const IN_FLIGHT question = *asked;
   m_in_flight.erase(asked);
+  --m_number_in_flight;
   std::swap(question->answer, answer);
   question->is_answered = true;
-  question->wake();
+  if (question.get() != &own) question->wake();
   return true;
 }

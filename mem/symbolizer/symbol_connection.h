@@ -4,13 +4,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
 #include "mem/base/bookkeeping.h"
+#include "mem/base/signals_held.h"
 #include "mem/base/spin_lock.h"
 #include "mem/symbolizer/module_file.h"
 #include "mem/symbolizer/symbol_answer.h"
@@ -64,25 +63,29 @@ class MEM_SYMBOL_CONNECTION {
  private:
   using CLOCK = std::chrono::steady_clock;
   class OPEN_FILE;
+  struct KNOWN_MODULE;
   struct QUESTION_IN_FLIGHT;
   using IN_FLIGHT = std::shared_ptr<QUESTION_IN_FLIGHT>;
 
   OUTCOME module_number(MEM_MODULE_FILE& file, std::uint32_t& number);
+  void remember(MEM_MODULE_FILE& file, bool is_readable, std::uint32_t number);
   OUTCOME open_module(MEM_MODULE_FILE& file, std::uint32_t& number);
   OUTCOME ask(std::uint32_t kind, MEM_SYMBOL_BYTES& frame, OPEN_FILE* passed,
               MEM_SYMBOL_MESSAGE& answer);
-  OUTCOME send(const MEM_SYMBOL_BYTES& frame, int descriptor, CLOCK::time_point deadline);
+  long send(const MEM_SIGNALS_HELD&, const MEM_SYMBOL_BYTES& frame, int descriptor);
+  OUTCOME conclude_sending(long sent, const MEM_SYMBOL_BYTES& frame, int descriptor,
+                           CLOCK::time_point deadline);
   OUTCOME refusal(const MEM_SYMBOL_MESSAGE& answer);
   OUTCOME finish(END why);
-  IN_FLIGHT put_in_flight();
+  IN_FLIGHT put_in_flight(const MEM_SIGNALS_HELD&);
   void take_off(const IN_FLIGHT& question);
-  void await(QUESTION_IN_FLIGHT& question, CLOCK::time_point deadline);
+  void await(const IN_FLIGHT& question, CLOCK::time_point deadline);
   bool may_read(bool reads);
   bool wait_for(short events, CLOCK::time_point until);
-  void receive();
+  void receive(const QUESTION_IN_FLIGHT& own);
   bool receive_piece();
-  void hand_over_answers();
-  bool hand_over(MEM_SYMBOL_MESSAGE& answer);
+  void hand_over_answers(const QUESTION_IN_FLIGHT& own);
+  bool hand_over(MEM_SYMBOL_MESSAGE& answer, const QUESTION_IN_FLIGHT& own);
 
   THR_CONNECTION m_connection;
   const int m_owner;
@@ -96,9 +99,7 @@ class MEM_SYMBOL_CONNECTION {
   std::uint32_t m_last_number = 0;
   MEM_SYMBOL_STREAM m_stream;
   std::vector<IN_FLIGHT, MEM_BOOKKEEPING_ALLOCATOR<IN_FLIGHT>> m_in_flight;
-  // The numbers that the server knows files by; none for one that it can't read.
-  using NUMBER = std::optional<std::uint32_t>;
-  std::map<MEM_MODULE_FILE*, NUMBER, std::less<>,
-           MEM_BOOKKEEPING_ALLOCATOR<std::pair<MEM_MODULE_FILE* const, NUMBER>>>
-      m_modules;
+
+  std::atomic<std::size_t> m_number_in_flight{0};       // changed under the lock
+  std::atomic<KNOWN_MODULE*> m_newest_module{nullptr};  // nothing is removed from the list
 };
