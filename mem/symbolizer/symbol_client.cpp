@@ -150,7 +150,7 @@ bool MEM_SYMBOL_CLIENT::find_or_begin_to_connect(CONNECTION& known) {
 
 MEM_SYMBOL_CLIENT::CONNECTION MEM_SYMBOL_CLIENT::connect(TROUBLE& trouble) {
   const END_OF_CONNECTING end_of_connecting(*this);
-  const CONNECTION fresh = std::allocate_shared<MEM_SYMBOL_CONNECTION>(
+  CONNECTION fresh = std::allocate_shared<MEM_SYMBOL_CONNECTION>(
       MEM_BOOKKEEPING_ALLOCATOR<MEM_SYMBOL_CONNECTION>());
   if (const int error = find_server(fresh->socket())) {
     trouble = could_not_connect(error);

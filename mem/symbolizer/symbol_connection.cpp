@@ -209,7 +209,7 @@ MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::finish(END why) {
 }
 
 MEM_SYMBOL_CONNECTION::IN_FLIGHT MEM_SYMBOL_CONNECTION::put_in_flight(const MEM_SIGNALS_HELD&) {
-  const IN_FLIGHT question =
+  IN_FLIGHT question =
       std::allocate_shared<QUESTION_IN_FLIGHT>(MEM_BOOKKEEPING_ALLOCATOR<QUESTION_IN_FLIGHT>());
   const std::lock_guard lock(m_lock);
   if (m_in_flight.size() >= most_in_flight) return nullptr;
@@ -219,8 +219,10 @@ MEM_SYMBOL_CONNECTION::IN_FLIGHT MEM_SYMBOL_CONNECTION::put_in_flight(const MEM_
   return question;
 }
 
-// Somebody else is to wait at the socket now; at the end, nobody.
+// Somebody else is to wait at the socket now; at the end, nobody. Where a signal handler has forked
+// that interrupted the wait, the lock may be held by a thread that the child does not have.
 void MEM_SYMBOL_CONNECTION::take_off(const IN_FLIGHT& question) {
+  if (!is_of_this_process()) return;
   const LOCKED locked(m_lock);
   m_number_in_flight -= std::erase(m_in_flight, question);
   const bool wake_all = m_end != END::none;
@@ -287,6 +289,10 @@ bool MEM_SYMBOL_CONNECTION::wait_for(short events, CLOCK::time_point until) {
 }
 
 void MEM_SYMBOL_CONNECTION::receive(const QUESTION_IN_FLIGHT& own) try {
+  if (!is_of_this_process()) {
+    finish(END::taken_away);
+    return;
+  }
   const LOCKED locked(m_lock);
   bool may_be_more = true;
   while (may_be_more && m_end == END::none) {
@@ -300,8 +306,7 @@ void MEM_SYMBOL_CONNECTION::receive(const QUESTION_IN_FLIGHT& own) try {
 // Whether the room was filled by what has come.
 bool MEM_SYMBOL_CONNECTION::receive_piece() {
   const std::span<char> room = m_stream.room();
-  const long count =
-      is_of_this_process() ? thr_receive(m_connection.socket, room.data(), room.size()) : -EBADF;
+  const long count = thr_receive(m_connection.socket, room.data(), room.size());
   if (count > 0) {
     m_stream.taken(static_cast<std::size_t>(count));
     return count == static_cast<long>(room.size());

@@ -46,7 +46,7 @@ class MEM_SYMBOL_CONNECTION {
     for_now,     ///< nothing is to be had now
     no_answer,   ///< since the connection has ended
   };
-  /// Asks about addresses of a file, most of them 64. An answer's payload, held against the number
+  /// Asks about addresses of a file, 64 at most. An answer's payload, held against the number
   /// of addresses, is stored. May throw std::bad_alloc.
   OUTCOME look_up(MEM_MODULE_FILE& file, std::span<const std::uint64_t> addresses,
                   MEM_SYMBOL_BYTES& payload);
@@ -58,7 +58,6 @@ class MEM_SYMBOL_CONNECTION {
 
   /// How long a server may take for an answer.
   static std::chrono::milliseconds most_time;
-  static constexpr std::size_t most_addresses = 64;
 
  private:
   using CLOCK = std::chrono::steady_clock;

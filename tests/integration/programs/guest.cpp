@@ -159,16 +159,14 @@ void load_a_module_that_waits() {
   say("loaded:", dlopen(PROGRAMS_DIRECTORY "/libwaiting_module.so", RTLD_NOW) != nullptr ? 1 : 0);
 }
 
-template <int SITE>
-[[gnu::noinline]] void meet_site() {
-  void* volatile block = std::malloc(300 + SITE);
-  std::free(block);
-  usleep(2000);
-}
-
 template <int... SITES>
 void meet_sites(std::integer_sequence<int, SITES...>) {
-  (meet_site<SITES>(), ...);
+  const auto meet = []<int SITE>(std::integral_constant<int, SITE>) {
+    allocate_anew();
+    usleep(2000);
+    asm volatile("" : : "i"(SITE));
+  };
+  (meet(std::integral_constant<int, SITES>()), ...);
 }
 
 // While each meets call sites that nobody has asked for, all tools die twice.
