@@ -168,6 +168,7 @@ int diff(const OPTIONS& options) {
       throw std::runtime_error(
           fmt::format("{}: no report has the column {}", run->path, options.figure.key()));
   comparison.changes = changes_of(comparison.before, comparison.after, figure);
+  for (const auto* const run : {&before, &after}) tell_of_processes_without(*run, by);
   OUTPUT out;
   if (options.json)
     print_json(out, comparison, options);

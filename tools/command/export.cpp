@@ -93,6 +93,7 @@ constexpr FORMAT formats[] = {
 
 int export_run(const OPTIONS& options) {
   const RUN run = options.run.read();
+  if (options.format != "json") tell_of_processes_without(run, reports::BY::LINE);
   OUTPUT out(options.file);
   for (const FORMAT& format : formats)
     if (options.format == format.name) format.write(out, run, options);

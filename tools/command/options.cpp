@@ -83,6 +83,18 @@ std::string figure_text(reports::FIGURE figure, std::int64_t value, bool exact) 
   return is_exact ? std::to_string(value) : human(value);
 }
 
+void tell_of_processes_without(const reports::RUN& run, BY by) {
+  const reports::PROCESS* first = nullptr;
+  std::size_t count = 0;
+  for (const reports::PROCESS& process : run.processes) {
+    if (reports::tells(process, by)) continue;
+    if (count++ == 0) first = &process;
+  }
+  if (count != 0 && count != run.processes.size())
+    fmt::print(stderr, "tuk-mem: {}: {} of {} processes have no report of such rows, as {}\n",
+               run.path, count, run.processes.size(), first->name);
+}
+
 std::string name_of(const reports::RUN& run) {
   if (run.processes.size() != 1) return fmt::format("{} processes", run.processes.size());
   return printable(run.processes.front().name);

@@ -58,6 +58,9 @@ std::vector<std::string> figure_keys();
 /// In bytes or, for people, in units of 1024; blocks as they are.
 std::string figure_text(reports::FIGURE figure, std::int64_t value, bool exact);
 
+/// Says on standard error how many processes are in no row.
+void tell_of_processes_without(const reports::RUN& run, reports::BY by);
+
 /// "concordance 28800", or how many processes.
 std::string name_of(const reports::RUN& run);
 

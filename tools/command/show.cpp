@@ -217,6 +217,7 @@ int show(const OPTIONS& options) {
     throw std::runtime_error(fmt::format("--match: \"{}\" is no regular expression: {}",
                                          options.match, pattern.error()));
   const reports::RUN run = options.run.read();
+  tell_of_processes_without(run, options.by.by());
   OUTPUT out;
   print_all(out, run, parts_of(run, options, pattern), options);
   out.close();
