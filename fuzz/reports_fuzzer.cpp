@@ -1,0 +1,49 @@
+// Any text as any report: it is read, or refused with a sentence; what was read before is whole.
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+#include "tools/reports/read_report.h"
+#include "tools/reports/row_groups.h"
+#include "tools/reports/row_pairs.h"
+
+namespace {
+
+void expect_whole(const std::optional<reports::TIMELINE>& timeline) {
+  if (!timeline) return;
+  for (const auto& series : timeline->series)
+    if (series.values.size() != timeline->samples) std::abort();
+  std::size_t samples = 0;
+  for (const auto& phase : timeline->phases) samples += phase.count;
+  if (samples != timeline->samples) std::abort();
+}
+
+}  // namespace
+
+// The first byte chooses the kind, beyond the last the one that the text itself tells.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::size_t index = data[0] % (reports::report_kinds.size() + 1);
+  const auto* const kind =
+      index < reports::report_kinds.size() ? &reports::report_kinds[index] : nullptr;
+  std::string text = kind == nullptr ? "" : std::string(kind->beginning);
+  text.append(reinterpret_cast<char const*>(data) + 1, size - 1);
+  reports::PROCESS process;
+  reports::TEXTS texts;
+  try {
+    std::istringstream in(text);
+    reports::read_report(in, "input", kind, process, texts);
+  } catch (const reports::UNREADABLE&) {
+  }
+  for (const auto* timeline : {&process.module_bytes, &process.module_blocks, &process.tag_bytes})
+    expect_whole(*timeline);
+  process.highest_bytes();
+  using reports::BY;
+  for (const BY by :
+       {BY::LINE, BY::LINE_OF_FUNCTION, BY::FUNCTION, BY::FILE, BY::MODULE, BY::BIN, BY::TAG}) {
+    if (!reports::tells(process, by)) continue;
+    const auto groups = reports::group({&process}, by);
+    if (pair_rows(groups, groups).size() != groups.rows.size()) std::abort();
+  }
+  return 0;
+}

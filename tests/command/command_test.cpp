@@ -1,0 +1,280 @@
+// The command as a user runs it, and the reader below it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/run_program.h"
+#include "tests/support/temporary_directory.h"
+#include "tools/reports/read_run.h"
+#include "tools/reports/row_groups.h"
+#include "tools/reports/row_pairs.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
+
+const std::string titles =
+    "Address\tCurrent bytes\tMax bytes\tPeak bytes\tCumulative bytes\tCurrent blocks\tModule\tFile"
+    "\tLine\tFunction\n";
+const std::string sites_head =
+    "MEM: TBB Fileline Tracking Memory Snapshot. [at index 3]\n\n" + titles;
+const std::string end = "Time spent dumping:\t9 clicks.\t9e-06 seconds.\n";
+const std::string bins_head =
+    "Memory Tracking - Profile Bin Stats\n\nName\tMax bytes\tPeak bytes\n";
+
+/// A site; blocks are of 100 bytes.
+std::string site(const std::string& address, int live, int peak, const std::string& names) {
+  const std::string current = std::to_string(100 * live);
+  const std::string most = std::to_string(100 * peak);
+  return address + "\t" + current + "\t" + most + "\t" + most + "\t" + most + "\t" +
+         std::to_string(live) + "\t" + names + "\n";
+}
+
+std::string sites(const std::string& rows) { return sites_head + rows + end; }
+
+void write(const fs::path& path, const std::string& text) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+class THE_COMMAND : public testing::Test {
+ protected:
+  RUN run(const std::vector<std::string>& words, const std::string& prefix = "") const {
+    return RUN({.path = TUK_MEM_COMMAND, .arguments = words, .shell_prefix = prefix});
+  }
+  std::string in(const std::string& name) const { return m_directory.path + "/" + name; }
+
+  TEMPORARY_DIRECTORY m_directory;
+};
+
+// One sentence that names the file, the line and what is wrong; never a crash, never much memory.
+TEST_F(THE_COMMAND, TellsWhatIsWrongWithAnInput) {
+  const std::string fileline = "mem_tbb_fileline.kvi.log";
+  const std::string row = site("0x1", 1, 2, "app\ta.cpp\t5\tf()");
+  const std::string noise(std::size_t{100} << 20, '\x81');
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {fileline, "", ": the file is empty"},
+      {"profile.json", "{\"a\": 1}\n", ":1: this is no report of the profiler: it begins with .*"},
+      {fileline, "{\"a\": 1}\n", ":1: a report of this name begins with .*"},
+      {"noise", noise, ":1: the line is longer than 1 MiB, as none of a report is"},
+      {fileline, sites_head.substr(0, 20), ":1: the report ends in the middle of this line"},
+      {fileline, sites_head, ":3: the report ends here, without the line that .*"},
+      {fileline, sites_head + row + row.substr(0, 9) + "\n", ":5: the row has 3 cells where .*"},
+      {fileline, sites_head + row.substr(0, 9) + "\n" + row + end, ":4: .* where a number is .*"},
+      {fileline,
+       sites_head + row.substr(0, 9) + "\nMEM: this report is incomplete: out of memory\n",
+       ":5: the report is incomplete: out of memory"},
+      {fileline, sites(row) + "more\n", ":6: there is text behind the end of the report"},
+      {fileline, sites(site("0x1", 1, 2, "app\ta.cpp\t-5\tf()")), ":4: .* a line number is .*"},
+      {fileline, sites_head.substr(0, 60), ":.*"},
+      {"mem_tbb_pbin_stats.kvi.log", bins_head + "Root\t1\n", ":4: the row has 2 cells .*"},
+      {"mem_tbb_timeline_detailed.kvi.log",
+       "MEM: TBB Module Tracking Detailed Memory "
+       "Timeline.\n\n\ta\tb\nOther\t1\t99999999999999999999\n" +
+           end,
+       ":4: .99999999999999999999. stands where a number is expected"},
+      {"mem_tbb_leak_warning.kvi.log",
+       "MEM: TBB Leak Checking Summary.\n\na leaked 5 bytes in 1 object(s) allocated at a:1 "
+       "f\n\nTotal "
+       "leaked bytes: 6\n",
+       ":5: the total is not the sum of the lines, which is 5"},
+      {"mem_tbb_run.kvi.log", "executable\t/bin/a\npid\t5\n", ":2: the file ends here, without .*"},
+      {
+          "missing/",
+          "",
+          "no such file",
+      },
+  };
+  for (const auto& [name, text, sentence] : rows) {
+    SCOPED_TRACE(sentence);
+    const bool exists = !name.ends_with('/');
+    if (exists) write(in(name), text);
+    const RUN shown = run({"show", in(name)}, "ulimit -v 150000;");
+    EXPECT_EQ(shown.status(), 2);
+    EXPECT_EQ(shown.out(), "");
+    EXPECT_THAT(shown.err(),
+                MatchesRegex("tuk-mem: " + in(name) +
+                             (exists ? sentence : ": No such file or directory") + "\n"));
+    if (exists) fs::remove(in(name));
+  }
+}
+
+TEST_F(THE_COMMAND, TakesOfADamagedReportWhatStandsBeforeWhenAsked) {
+  write(in("run/mem_tbb_fileline.kvi.log"),
+        sites_head + site("0x1", 1, 2, "app\ta.cpp\t5\tf()") + "0x2\t");
+  const RUN shown = run({"show", in("run"), "--lenient", "--bytes"});
+  EXPECT_EQ(shown.status(), 0);
+  EXPECT_THAT(shown.out(), HasSubstr("a.cpp:5"));
+  EXPECT_THAT(shown.err(), MatchesRegex("tuk-mem: .*:5: [^\n]*; what stands before is taken\n"));
+}
+
+// Columns in another order and of other names, names with tabs and line breaks.
+TEST_F(THE_COMMAND, ReadsWhateverNamesAndColumnsThereAre) {
+  write(in("run/mem_tbb_fileline.kvi.log"),
+        "MEM: TBB Fileline Tracking Memory Snapshot. [at index 3]\n\n"
+        "Module\tPeak bytes\tNew figure\tFunction\tLine\tFile\tAddress\n"
+        "app\t5\t1\tf()\t7\ta\tb.cpp\t0x1\napp\t5\t1\tf()\t7\ta\nb.cpp\t0x2\nlib\t6\t1\tg()\t8\tx."
+        "cpp\tOTHER\n" +
+            end);
+  write(in("run/mem_tbb_pbin_stats.kvi.log"), bins_head + "Root\t1\t2\na\tb\nc::d\t3\t4\n");
+  write(in("run/mem_tbb_pbin_tag_stats.kvi.log"),
+        "Memory Tracking - Profile Tag Stats\n\nName\tMax bytes\tPeak "
+        "bytes\nRoot\t1\t2\na\tb\nc\t3\t4\n");
+  write(in("run/mem_tbb_pbin_tag_timeline_detailed.kvi.log"),
+        "MEM: TBB Module Tracking Detailed Memory "
+        "Timeline.\n\n\tRoot\ta\tb\nc\nOther\t1\t2\nx\ty\t3\t4\n" +
+            end);
+  const reports::RUN run = reports::read_run(in("run"));
+  ASSERT_EQ(run.processes.size(), 1U);
+  const reports::PROCESS& process = run.processes[0];
+  ASSERT_EQ(process.sites->rows.size(), 3U);
+  EXPECT_EQ(process.sites->rows[0].file, "a\tb.cpp");
+  EXPECT_EQ(process.sites->rows[0].address, 1U);
+  EXPECT_EQ(process.sites->rows[0].figures[reports::PEAK_BYTES], 5);
+  EXPECT_EQ(process.sites->rows[1].file, "a\nb.cpp");
+  EXPECT_TRUE(process.sites->rows[2].is_catch_all);
+  EXPECT_EQ(process.bins->rows[1].name, "a\tb\nc::d");
+  EXPECT_EQ(process.tag_bytes->series[1].name, "a\tb\nc");
+  EXPECT_THAT(process.tag_bytes->series[1].values, ElementsAre(2, 4));
+  EXPECT_EQ(process.tag_bytes->phases[1].label, "x\ty");
+}
+
+// Processes are summed or listed; snapshots are not counted twice, and stand in for an end that
+// never came.
+TEST_F(THE_COMMAND, FindsTheProcessesOfARun) {
+  const auto of = [](int peak) { return sites(site("0x1", 0, peak, "app\ta.cpp\t5\tf()")); };
+  write(in("run/7/mem_tbb_fileline.kvi.log"), of(1));
+  write(in("run/7/snapshot-0001/mem_tbb_fileline.kvi.log"), of(2));
+  write(in("run/deeper/8/snapshot-0002/mem_tbb_fileline.kvi.log"), of(4));
+  write(in("run/deeper/8/snapshot-0010/mem_tbb_fileline.kvi.log"), of(8));
+  write(in("run/deeper/8/snapshot-0011.incomplete.8/mem_tbb_fileline.kvi.log"), "");
+  write(in("run/9/mem_tbb_fileline.one.log"), of(16));
+  write(in("run/9/mem_tbb_fileline.two.log"), of(32));
+  const RUN summed = run({"show", in("run"), "--csv"});
+  EXPECT_THAT(summed.out(), HasSubstr("\n,,app,a.cpp,5,f(),4,0,5700,5700,5700,0\n"));
+  EXPECT_THAT(summed.err(),
+              MatchesRegex("[^\n]*killed while it wrote this snapshot\n[^\n]*its last "
+                           "snapshot is taken, snapshot-0010\n"));
+  EXPECT_THAT(
+      run({"show", in("run"), "--csv", "--per-process"}).out(),
+      MatchesRegex("process.*\n7,.*,100,100,0\n9,.*,1600,.*\n9,.*,3200,.*\ndeeper/8,.*,800,.*\n"));
+}
+
+TEST_F(THE_COMMAND, ShowsOneRowForALineAndNamesAsText) {
+  write(in("a.log"), sites(site("0x1", 1, 20, "app\t/x/a.cpp\t5\tf<int>()") +
+                           site("0x2", 1, 30, "lib\t/x/a.cpp\t5\tf<long>()") +
+                           site("0x3", 4, 4, "app\t/x/\x1b[1m\xff.cpp\t9\tg(;)") +
+                           site("OTHER", -3, 1, "\t\t0\t")));
+  const std::tuple<std::vector<std::string>, std::string> rows[] = {
+      {std::vector<std::string>{},
+       "a\n PEAK  CURRENT  TOTAL  LINE[^\n]*\n"
+       "4.88K      200  4.88K  a.cpp:5 +f<long>\\(\\) \\+  lib \\+\n"
+       "  400      400    400  .x1b.1m\xef\xbf\xbd.cpp:9  g[^\n]*\n"
+       "  100     -300    100  OTHER\n5.37K      300  5.37K  total\n"},
+      {{"--sort", "current_bytes", "--top", "1", "--columns", "current_bytes", "--bytes"},
+       "a\nCURRENT  LINE[^\n]*\n    400 [^\n]*:9 [^\n]*\n   -100  \\(2 more\\)\n    300  total\n"},
+      {{"--match", "lib|^g", "--by", "function", "--columns", "peak_bytes"},
+       "a\n PEAK  FUNCTION[^\n]*\n2.93K  f<long>\\(\\)  a.cpp +lib\n  400 [^\n]*\n[^\n]*total\n"},
+      {{"--by", "module", "--sort", "name", "--columns", "peak_blocks,peak_bytes", "--bytes"},
+       "a\nPEAK  MODULE\n 100  OTHER\n2400  app\n3000  lib\n5500  total\n"}};
+  fs::rename(in("a.log"), in("mem_tbb_fileline.a.log"));
+  for (auto [words, table] : rows) {
+    words.insert(words.begin(), {"show", in("mem_tbb_fileline.a.log")});
+    const RUN shown = run(words);
+    EXPECT_THAT(shown.out(), MatchesRegex(table)) << shown.err();
+  }
+  EXPECT_THAT(run({"export", in("mem_tbb_fileline.a.log"), "--to", "folded"}).out(),
+              HasSubstr("g(,):9 400\n"));
+}
+
+TEST(Diff, PairsLinesThatHaveMoved) {
+  using LINES = std::vector<std::uint32_t>;
+  using PAIRS = std::vector<std::pair<std::size_t, std::size_t>>;
+  const std::tuple<LINES, LINES, PAIRS> rows[] = {{{10}, {17}, {{0, 0}}},
+                                                  {{10, 12}, {12, 14}, {{0, 0}, {1, 1}}},
+                                                  {{10, 20, 30}, {10, 30}, {{0, 0}, {2, 1}}},
+                                                  {{10, 20, 30}, {15, 35}, {{0, 0}, {2, 1}}},
+                                                  {{10, 30}, {12, 20, 32}, {{0, 0}, {1, 2}}},
+                                                  {{10, 20}, {11, 23}, {{0, 0}, {1, 1}}},
+                                                  {LINES{}, {5}, PAIRS{}}};
+  for (const auto& [before, after, pairs] : rows)
+    EXPECT_EQ(reports::pair_lines(before, after), pairs) << testing::PrintToString(before);
+}
+
+TEST_F(THE_COMMAND, TellsWhatGrewShrankCameAndWent) {
+  const std::string f = "app\t/old/a.cpp\t5\tf()", g = "app\t/old/a.cpp\t9\tg()";
+  write(in("before/mem_tbb_fileline.kvi.log"), sites(site("0x1", 1, 20, f) + site("0x2", 0, 9, g) +
+                                                     site("0x3", 0, 5, "app\tb.cpp\t1\th()")));
+  write(in("after/mem_tbb_fileline.kvi.log"), sites(site("0x7", 1, 25, "app\t/new/a.cpp\t8\tf()") +
+                                                    site("0x8", 0, 6, "app\t/new/a.cpp\t9\tg()") +
+                                                    site("0x9", 0, 1, "app\tb.cpp\t1\ti()")));
+  EXPECT_THAT(
+      run({"diff", in("before"), in("after"), "--bytes"}).out(),
+      MatchesRegex("CHANGE[^\n]*\n  .500    2000   2500  grew    a.cpp:8 [^\n]*\n"
+                   "  -500     500      0  went [^\n]*h\\(\\)[^\n]*\n"
+                   "  -300     900    600  shrank[^\n]*\n  .100       0    100  came[^\n]*\n"
+                   "  -200    3400   3200          total\n0 changed[^\n]*, 0 are the same.\n"));
+  EXPECT_THAT(run({"diff", in("before"), in("after"), "--json", "--top", "1"}).out(),
+              HasSubstr("\"line\":8,\"function\":\"f()\",\"change\":\"grew\",\"line_before\":5,"
+                        "\"before\":{\"current_bytes\":100,"));
+}
+
+TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
+  write(in("run/mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 20, "app\ta.cpp\t5\tleaky(int)") +
+                                                  site("0x2", 1, 30, "lib\tb<.cpp\t6\tg()")));
+  write(in("less/mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 48, "app\ta.cpp\t5\tf()")));
+  write(in("hookless/mem_tbb_fileline.kvi.log"), sites(site("OTHER", 0, 0, "\t\t0\t")));
+  write(in("all.supp"), "# known\nleak:^leaky(*)$\n\nleak:b<\n");
+  write(in("one.supp"), "leak:^eaky\nleak:leaky$\nleak:lib\n");
+  write(in("bad.supp"), "leak:a\nrace:b\n");
+  const std::tuple<std::vector<std::string>, int, std::string> rows[] = {
+      {{"--max-peak", "5000"}, 0, "holds: peak of kvi: 4.88K .5000 bytes., 4.88K allowed\n"},
+      {{"--max-peak", "4999"},
+       1,
+       "BROKEN: [^\n]*\n +2.93K  b<.cpp:6 [^\n]*\n +1.95K  a.cpp:5[^\n]*\n"},
+      {{"--max-leaked", "0.2K"},
+       1,
+       "BROKEN: leaked: 300 [^\n]*\n +200  a.cpp:5[^\n]*\n +100[^\n]*\n"},
+      {{"--max-leaked", "0", "--suppressions", in("all.supp")},
+       0,
+       "holds: leaked: 0 [^\n]*\nsupp.*"},
+      {{"--max-leaked", "0", "--suppressions", in("one.supp")}, 1, "BROKEN: leaked: 200 .*"},
+      {{"--baseline", in("less"), "--max-growth", "4.2%"}, 0, "holds: .*"},
+      {{"--baseline", in("less"), "--max-growth", "4%"}, 1, "BROKEN: growth .*.2.93K  b<.*"},
+      {{"--baseline", in("less"), "--max-growth", "200"}, 0, "holds: .*"},
+      {{"--baseline", in("hookless"), "--max-growth", "1G"}, 2, ".*no heap block of kvi was .*"},
+      {{"--max-leaked", "0", "--suppressions", in("bad.supp")}, 2, ".*supp:2: .race:b. is no .*"},
+      {{"--max-peak", "12Q"}, 2, "tuk-mem: .12Q. is no size, as 200M or 1.5G is\n"},
+      {{"--max-growth", "5%"}, 2, "tuk-mem: --max-growth and --baseline need each other\n"},
+      {std::vector<std::string>{}, 2, "tuk-mem: check needs a limit: .*"},
+      {{"--max-paek", "1"}, 2, "tuk-mem: [^\n]*--max-paek[^\n]*\nTry 'tuk-mem check --help'.\n"}};
+  for (auto [words, status, said] : rows) {
+    words.insert(words.begin(), {"check", in("run"), "--junit", in("junit.xml")});
+    const RUN checked = run(words);
+    EXPECT_EQ(checked.status(), status) << said;
+    EXPECT_THAT(checked.out() + checked.err(), MatchesRegex(said));
+  }
+  run({"check", in("run"), "--max-leaked", "0", "--max-peak", "1G", "--junit", in("junit.xml")});
+  EXPECT_THAT(
+      content_of(in("junit.xml")),
+      MatchesRegex(".*tests=\"2\" failures=\"1\">.*message=\"300 [^\n]*\">\n.*b&lt;.cpp.*"));
+}
+
+// As any tool in a pipeline.
+TEST_F(THE_COMMAND, KeepsTheMannersOfAPipeline) {
+  write(in("mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 20, "app\ta.cpp\t5\tf()")));
+  const std::string show = TUK_MEM_COMMAND " show " + in("mem_tbb_fileline.kvi.log");
+  const std::pair<std::string, std::string> rows[] = {
+      {show + " >/dev/full; echo $? >&2",
+       "tuk-mem: standard output can't be written: No space left on device\n2\n"},
+      {"trap \"\" PIPE; { sleep 0.2; " + show + "; echo $? >&2; } | true", "141\n"}};
+  for (const auto& [script, said] : rows)
+    EXPECT_EQ(RUN({.path = "/bin/bash", .arguments = {"-c", script}}).err(), said);
+  EXPECT_THAT(run({"--help"}).out(), HasSubstr("show"));
+  EXPECT_EQ(run({}).status(), 2);
+}
+
+}  // namespace

@@ -1,0 +1,85 @@
+// tuk-mem: from reports to answers.
+#include <fmt/core.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <new>
+#include <sstream>
+
+#include "include/tuk_mem.h"
+#include "tools/command/output.h"
+#include "tools/command/subcommand.h"
+
+namespace {
+
+using command::ACTION;
+
+/// In the order of the help text.
+constexpr void (*subcommands[])(CLI::App&, ACTION&) = {
+    command::add_show,
+    command::add_diff,
+    command::add_check,
+    command::add_export,
+};
+
+constexpr char const* description =
+    "Shows, compares, checks and converts the reports of the heap profiler.\n"
+    "RUN is a directory of reports (of one process, of many, or a snapshot), or one report file.";
+
+constexpr char const* footer =
+    "Status 0: done; 1: a limit of 'check' is broken; 2: wrong usage, unreadable input or output.\n"
+    "'tuk-mem SUBCOMMAND --help' tells the options of each.";
+
+// The words of a sentence on standard error, where trouble is told.
+int fail(const std::string& what) {
+  fmt::print(stderr, "tuk-mem: {}\n", what);
+  return command::TROUBLE;
+}
+
+std::string name_of_asked(const CLI::App& program) {
+  const auto asked = program.get_subcommands();
+  return asked.empty() ? "tuk-mem" : "tuk-mem " + asked.front()->get_name();
+}
+
+int tell(const CLI::App& program, const CLI::Success& asked_for) {
+  std::ostringstream text;
+  program.exit(asked_for, text, text);
+  command::OUTPUT out;
+  out.write(text.str());
+  out.close();
+  return command::SUCCEEDED;
+}
+
+int run(int argc, char** argv) {
+  CLI::App program(description, "tuk-mem");
+  program.footer(footer);
+  program.set_version_flag("--version", "tuk-mem " TUK_MEM_VERSION_STRING);
+  program.require_subcommand(1);
+  program.get_formatter()->label("REQUIRED", "");
+  ACTION action;
+  for (const auto add : subcommands) add(program, action);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::Success& asked_for) {
+    return tell(program, asked_for);
+  } catch (const CLI::ParseError& error) {
+    if (program.get_subcommands().empty() && argc > 1 && *argv[1] != '-')
+      return fail(fmt::format("'{}' is no subcommand\nTry 'tuk-mem --help'.", argv[1]));
+    return fail(fmt::format("{}\nTry '{} --help'.", error.what(), name_of_asked(program)));
+  }
+  return action();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  return run(argc, argv);
+} catch (const command::READER_LEFT&) {
+  constexpr int as_by_sigpipe = 128 + 13;
+  return as_by_sigpipe;
+} catch (const std::bad_alloc&) {
+  std::fputs("tuk-mem: out of memory\n", stderr);
+  return command::TROUBLE;
+} catch (const std::exception& error) {
+  return fail(error.what());
+}

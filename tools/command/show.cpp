@@ -1,0 +1,259 @@
+// tuk-mem show: rows of a run, as a table, JSON or CSV.
+#include <fmt/core.h>
+#include <re2/re2.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <tuple>
+
+#include "tools/command/options.h"
+#include "tools/command/output.h"
+#include "tools/command/run_json.h"
+#include "tools/command/subcommand.h"
+#include "tools/command/text.h"
+#include "tools/command/text_table.h"
+
+namespace command {
+
+namespace {
+
+using reports::FIGURE, reports::GROUP, reports::GROUPS, reports::PROCESS;
+
+constexpr char const* description =
+    "Shows where memory is: one row for each source line, or function, file, module, bin or tag.\n"
+    "Without --per-process the processes of a run are summed.";
+
+constexpr char const* columns_help =
+    "Columns: current_bytes (live at the end), peak_bytes (at the process's peak), max_bytes (the\n"
+    "row's own maximum), cumulative_bytes (ever allocated), cumulative_requested_bytes,\n"
+    "cumulative_mismatched_bytes (freed by another thread), current_blocks, max_blocks,\n"
+    "peak_blocks, cumulative_blocks. A maximum of several addresses is the sum of theirs.\n"
+    "A '+' behind a name: the row is of several, and this one holds most.\n\n"
+    "Examples:\n"
+    "  tuk-mem show RUN --top 10                        the lines that hold most at the peak\n"
+    "  tuk-mem show RUN --sort current_bytes            what is live at the end: leaks\n"
+    "  tuk-mem show RUN --by module --match 'lib.*'     modules whose name matches\n"
+    "  tuk-mem show RUN --csv >lines.csv";
+
+// Columns of text, beside the figures.
+struct TEXT_KEY {
+  char const* key;
+  bool (*is_before)(const GROUP& a, const GROUP& b);
+};
+constexpr TEXT_KEY text_keys[] = {
+    {"name", [](const GROUP& a, const GROUP& b) { return a.name < b.name; }},
+    {"module", [](const GROUP& a, const GROUP& b) { return a.module < b.module; }},
+    {"file", [](const GROUP& a, const GROUP& b) { return a.file < b.file; }},
+    {"line", [](const GROUP& a,
+                const GROUP& b) { return std::tie(a.file, a.line) < std::tie(b.file, b.line); }},
+    {"function", [](const GROUP& a, const GROUP& b) { return a.function < b.function; }},
+};
+
+struct OPTIONS {
+  RUN_ARGUMENT run;
+  BY_OPTION by;
+  std::string sort = "peak_bytes";
+  std::vector<std::string> columns;
+  std::size_t top = 0;
+  std::string match;
+  bool bytes = false;
+  bool full_paths = false;
+  bool per_process = false;
+  bool json = false;
+  bool csv = false;
+};
+
+bool matches(const GROUP& row, const RE2& pattern) {
+  const auto found_in = [&](std::string_view text) {
+    return RE2::PartialMatch(re2::StringPiece(text.data(), text.size()), pattern);
+  };
+  return found_in(row.name) || found_in(row.module) || found_in(row.function) ||
+         found_in(row.line == 0 ? std::string(row.file) : fmt::format("{}:{}", row.file, row.line));
+}
+
+// The rows that match, in their order; the total is theirs.
+GROUPS chosen_rows(const std::vector<const PROCESS*>& processes, const OPTIONS& options,
+                   const RE2& pattern) {
+  GROUPS groups = reports::group(processes, options.by.by());
+  if (!options.match.empty()) {
+    std::erase_if(groups.rows, [&](const GROUP& row) { return !matches(row, pattern); });
+    groups.total = {};
+    for (const GROUP& row : groups.rows) groups.total += row.figures;
+  }
+  if (const auto figure = reports::figure_of_key(options.sort))
+    sort_by(groups.rows, *figure);
+  else
+    for (const TEXT_KEY& text : text_keys)
+      if (options.sort == text.key)
+        std::stable_sort(groups.rows.begin(), groups.rows.end(), text.is_before);
+  return groups;
+}
+
+std::size_t shown_of(const GROUPS& groups, const OPTIONS& options) {
+  return options.top == 0 ? groups.rows.size() : std::min(options.top, groups.rows.size());
+}
+
+// Those asked for, or the usual ones; the one that is sorted by is always there.
+std::vector<FIGURE> shown_figures(const GROUPS& groups, const OPTIONS& options) {
+  std::vector<FIGURE> figures;
+  for (const std::string& key : options.columns)
+    figures.push_back(reports::figure_of_key(key).value());
+  if (figures.empty()) {
+    figures = {reports::PEAK_BYTES, reports::CURRENT_BYTES, reports::CUMULATIVE_BYTES,
+               reports::CUMULATIVE_BLOCKS};
+    const auto sorted_by = reports::figure_of_key(options.sort);
+    if (sorted_by && std::find(figures.begin(), figures.end(), *sorted_by) == figures.end())
+      figures.insert(figures.begin(), *sorted_by);
+  }
+  std::erase_if(figures, [&](FIGURE figure) { return !groups.known[figure]; });
+  return figures;
+}
+
+void print_table(OUTPUT& out, const GROUPS& groups, const OPTIONS& options) {
+  const auto figures = shown_figures(groups, options);
+  TEXT_TABLE table;
+  for (const FIGURE figure : figures)
+    table.add_column(std::string(reports::figure_columns[figure].heading),
+                     TEXT_TABLE::COLUMN::FIGURE);
+  const auto headings = text_headings(options.by.by());
+  for (const std::string& heading : headings) table.add_column(heading, TEXT_TABLE::COLUMN::TEXT);
+
+  const auto add = [&](const reports::FIGURES& values, const std::vector<std::string>& texts) {
+    std::vector<std::string> cells;
+    for (const FIGURE figure : figures)
+      cells.push_back(figure_text(figure, values[figure], options.bytes));
+    cells.insert(cells.end(), texts.begin(), texts.end());
+    cells.resize(figures.size() + headings.size());
+    table.add_row(std::move(cells));
+  };
+  const std::size_t shown = shown_of(groups, options);
+  reports::FIGURES others = groups.total;
+  for (std::size_t i = 0; i < shown; ++i) {
+    const GROUP& row = groups.rows[i];
+    add(row.figures, text_cells(row, options.by.by(), options.full_paths));
+    others -= row.figures;
+  }
+  if (const std::size_t more = groups.rows.size() - shown; more > 0)
+    add(others, {fmt::format("({} more)", more)});
+  add(groups.total, {"total"});
+  table.print(out, out.width());
+}
+
+void print_csv_header(OUTPUT& out, const GROUPS& groups) {
+  std::string line = "process,name,module,file,line,function,sites";
+  for (std::size_t figure = 0; figure < reports::FIGURE_COUNT; ++figure)
+    if (groups.known[figure]) line.append(",").append(reports::figure_columns[figure].key);
+  out.write(line + "\n");
+}
+
+void print_csv(OUTPUT& out, const std::string& process, const GROUPS& groups,
+               const OPTIONS& options) {
+  for (std::size_t i = 0; i < shown_of(groups, options); ++i) {
+    const GROUP& row = groups.rows[i];
+    std::string line = fmt::format("{},{},{},{},{},{},{}", csv_cell(process), csv_cell(row.name),
+                                   csv_cell(row.module), csv_cell(row.file), row.line,
+                                   csv_cell(row.function), row.sites.size());
+    for (std::size_t figure = 0; figure < reports::FIGURE_COUNT; ++figure)
+      if (groups.known[figure])
+        line += fmt::format(",{}", row.figures[static_cast<FIGURE>(figure)]);
+    out.write(line + "\n");
+  }
+}
+
+// One table for all processes together, or one for each.
+struct PART {
+  std::string name;  // "" for all together
+  GROUPS groups;
+};
+
+std::vector<PART> parts_of(const reports::RUN& run, const OPTIONS& options, const RE2& pattern) {
+  std::vector<PART> parts;
+  if (!options.per_process) {
+    parts.push_back({"", chosen_rows(all_processes(run), options, pattern)});
+    return parts;
+  }
+  for (const PROCESS& process : run.processes)
+    if (reports::tells(process, options.by.by()))
+      parts.push_back({process.name, chosen_rows({&process}, options, pattern)});
+  if (parts.empty()) parts.push_back({"", chosen_rows({}, options, pattern)});
+  // One table in CSV: the figures that all have.
+  reports::KNOWN_FIGURES known = parts.front().groups.known;
+  for (const PART& part : parts) known &= part.groups.known;
+  for (PART& part : parts) part.groups.known = known;
+  return parts;
+}
+
+void print_json(OUTPUT& out, const reports::RUN& run, const std::vector<PART>& parts,
+                const OPTIONS& options) {
+  JSON json;
+  json["run"] = run.path;
+  json["by"] = options.by.name();
+  json["sort"] = options.sort;
+  JSON& tables = json["tables"] = JSON::array();
+  for (const PART& part : parts)
+    tables.push_back(json_of(part.name, part.groups, shown_of(part.groups, options)));
+  out.write(text_of(json));
+}
+
+void print_all(OUTPUT& out, const reports::RUN& run, const std::vector<PART>& parts,
+               const OPTIONS& options) {
+  if (options.json) return print_json(out, run, parts, options);
+  if (options.csv) print_csv_header(out, parts.front().groups);
+  for (const PART& part : parts) {
+    if (options.csv) {
+      print_csv(out, part.name, part.groups, options);
+      continue;
+    }
+    if (&part != &parts.front()) out.write("\n");
+    out.write((part.name.empty() ? name_of(run) : printable(part.name)) + "\n");
+    print_table(out, part.groups, options);
+  }
+}
+
+int show(const OPTIONS& options) {
+  const RE2 pattern(options.match, RE2::Quiet);
+  if (!pattern.ok())
+    throw std::runtime_error(fmt::format("--match: \"{}\" is no regular expression: {}",
+                                         options.match, pattern.error()));
+  const reports::RUN run = options.run.read();
+  tell_of_processes_without(run, options.by.by());
+  OUTPUT out;
+  print_all(out, run, parts_of(run, options, pattern), options);
+  out.close();
+  return SUCCEEDED;
+}
+
+std::vector<std::string> sort_keys() {
+  std::vector<std::string> keys = figure_keys();
+  for (const TEXT_KEY& text : text_keys) keys.emplace_back(text.key);
+  return keys;
+}
+
+}  // namespace
+
+void add_show(CLI::App& program, ACTION& action) {
+  CLI::App& app =
+      *program.add_subcommand("show", "Show where memory is, line by line or otherwise");
+  app.footer(fmt::format("{}\n\n{}", description, columns_help));
+  const auto options = std::make_shared<OPTIONS>();
+  options->run.add_to(app, "RUN", "Directory of reports, or one report file");
+  options->by.add_to(app);
+  app.add_option("--sort", options->sort, "Column that comes highest first; also name, module, ...")
+      ->check(CLI::IsMember(sort_keys()).description(""))
+      ->capture_default_str();
+  app.add_option("--columns", options->columns, "Figures to show, with commas between")
+      ->delimiter(',')
+      ->check(CLI::IsMember(figure_keys()).description(""));
+  app.add_option("--top", options->top, "At most so many rows; 0 for all")->capture_default_str();
+  app.add_option("--match", options->match, "Only rows of whose texts one matches (RE2 syntax)");
+  app.add_flag("--bytes", options->bytes, "Exact figures, instead of 1.2M");
+  app.add_flag("--full-paths", options->full_paths, "Files with their directories");
+  app.add_flag("--per-process", options->per_process, "A table for each process");
+  auto* const json = app.add_flag("--json", options->json, "As JSON");
+  app.add_flag("--csv", options->csv, "As CSV, all figures")->excludes(json);
+  options->run.add_lenient_to(app);
+  app.callback([options, &action] { action = [options] { return show(*options); }; });
+}
+
+}  // namespace command
