@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "include/tuk_mem.h"
+#include "tools/command/failure.h"
 #include "tools/command/output.h"
 #include "tools/command/subcommand.h"
 
@@ -16,18 +17,17 @@ using command::ACTION;
 
 /// In the order of the help text.
 constexpr void (*subcommands[])(CLI::App&, ACTION&) = {
-    command::add_show,
-    command::add_diff,
-    command::add_check,
-    command::add_export,
+    command::add_run,    command::add_show,     command::add_diff, command::add_check,
+    command::add_export, command::add_snapshot, command::add_top,
 };
 
 constexpr char const* description =
-    "Shows, compares, checks and converts the reports of the heap profiler.\n"
+    "Runs programs under the heap profiler, and shows, compares, checks and converts its reports.\n"
     "RUN is a directory of reports (of one process, of many, or a snapshot), or one report file.";
 
 constexpr char const* footer =
-    "Status 0: done; 1: a limit of 'check' is broken; 2: wrong usage, unreadable input or output.\n"
+    "Status 0: done; 1: a limit of 'check' is broken; 2: wrong usage, unreadable input or output;\n"
+    "of 'run' the program's own, or 125 to 127, as its help tells.\n"
     "'tuk-mem SUBCOMMAND --help' tells the options of each.";
 
 // The words of a sentence on standard error, where trouble is told.
@@ -80,6 +80,9 @@ int main(int argc, char** argv) try {
 } catch (const std::bad_alloc&) {
   std::fputs("tuk-mem: out of memory\n", stderr);
   return command::TROUBLE;
+} catch (const command::FAILURE& failure) {
+  fail(failure.what());
+  return failure.status();
 } catch (const std::exception& error) {
   return fail(error.what());
 }

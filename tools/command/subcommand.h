@@ -16,9 +16,12 @@ enum EXIT_STATUS : int { SUCCEEDED = 0, BROKEN_LIMIT = 1, TROUBLE = 2 };
 using ACTION = std::function<int()>;
 
 /// Each adds its subcommand to the program, which sets `action` where that one is asked for.
+void add_run(CLI::App& program, ACTION& action);
 void add_show(CLI::App& program, ACTION& action);
 void add_diff(CLI::App& program, ACTION& action);
 void add_check(CLI::App& program, ACTION& action);
 void add_export(CLI::App& program, ACTION& action);
+void add_snapshot(CLI::App& program, ACTION& action);
+void add_top(CLI::App& program, ACTION& action);
 
 }  // namespace command

@@ -1,0 +1,31 @@
+#include "tools/command/run/progress.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "tools/command/live/proc_status.h"
+#include "tools/command/units.h"
+
+namespace command {
+
+void PROGRESS::show() {
+  const PROC_STATUS status(m_process);
+  const auto seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_start);
+  fmt::print(stderr, "\r\033[K{}:{:02} min   resident {}   heap and stacks {}",
+             seconds.count() / 60, seconds.count() % 60,
+             human(static_cast<std::int64_t>(status.bytes("VmRSS"))),
+             human(static_cast<std::int64_t>(status.bytes("RssAnon"))));
+  std::fflush(stderr);
+  m_is_shown = true;
+}
+
+void PROGRESS::clear() const {
+  if (!m_is_shown) return;
+  fmt::print(stderr, "\r\033[K");
+  std::fflush(stderr);
+}
+
+}  // namespace command

@@ -1,0 +1,77 @@
+#include "tools/command/run/run.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <utility>
+
+#include "tools/command/failure.h"
+#include "tools/command/live/profiled_process.h"
+#include "tools/command/run/environment.h"
+#include "tools/command/run/program_file.h"
+#include "tools/command/run/progress.h"
+#include "tools/command/run/run_directory.h"
+#include "tools/command/run/summary.h"
+#include "tools/command/run/supervision.h"
+#include "tools/command/run/symbol_server.h"
+
+namespace command {
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+std::string now_in_utc() {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+// What the program holds when it is told to end: it may end without reports.
+void keep_last_snapshot(pid_t process) try {
+  constexpr auto patience = 2s;
+  PROFILED_PROCESS(process).take_snapshot(patience);
+} catch (const FAILURE&) {  // it does not listen: it ends as it would have
+}
+
+struct ENDED_RUN {
+  RUN_FACTS facts;
+  std::string directory;
+};
+
+ENDED_RUN supervise(const RUN_OPTIONS& options) {
+  const std::string path = find_program(options.command.front());
+  const PROFILER_FILES files = find_profiler_files();
+  const SYMBOL_SERVER server(files.symbols);
+  SUPERVISION supervision;
+  ENDED_RUN run;
+  run.facts.pid = supervision.fork_child(path, options.command);
+  run.directory = make_run_directory(options, run.facts.pid);
+  run.facts.start = now_in_utc();
+  const RUN_PLACES places{run.directory, write_filters(options, files, run.directory),
+                          server.socket()};
+  write_run_facts(options, run.facts, run.directory);
+  const auto start = steady_clock::now();
+  supervision.release(profiled_environment(options, files, places));
+  PROGRESS progress(run.facts.pid);
+  run.facts.status = supervision.wait_for_end(
+      options.progress && isatty(STDERR_FILENO) != 0 ? 500ms : 0ms, [&] { progress.show(); },
+      [&] { keep_last_snapshot(run.facts.pid); });
+  progress.clear();
+  run.facts.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
+  write_run_facts(options, run.facts, run.directory);
+  return run;
+}
+
+}  // namespace
+
+void run_profiled(RUN_OPTIONS options) {
+  if (!options.children && options.only.empty()) options.only = program_name(options);
+  const ENDED_RUN run = supervise(options);
+  if (options.summary) show_summary(options, run.facts, run.directory);
+  end_like(run.facts.status);
+}
+
+}  // namespace command
