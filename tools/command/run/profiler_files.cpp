@@ -29,10 +29,9 @@ std::string first_of(std::initializer_list<fs::path> candidates) {
   return {};
 }
 
-// The build tree has everything in its top, or two folders up from a tool's.
+// In the build tree everything that is built is in one directory.
 std::string library(const fs::path& own, char const* name) {
-  std::string path =
-      first_of({own / TUK_MEM_LIBRARY_FROM_BIN / name, own / "../.." / name, own / name});
+  std::string path = first_of({own / TUK_MEM_LIBRARY_FROM_BIN / name, own / name});
   if (path.empty())
     throw FAILURE(FAILURE::own,
                   fmt::format("{} is neither in {} nor in the build tree; install it beside this "
@@ -48,7 +47,7 @@ PROFILER_FILES find_profiler_files() {
   PROFILER_FILES files;
   files.library = library(own, "libtuk_mem.so.1");
   files.malloc = library(own, "libtuk_mem_malloc.so.1");
-  files.symbols = first_of({own / "tuk-mem-symbols", own / "../symbols/tuk-mem-symbols"});
+  files.symbols = first_of({own / "tuk-mem-symbols"});
   files.filters = first_of({own / TUK_MEM_DATA_FROM_BIN / "filters/runtime.filters",
                             own / "../../share/tuk_mem/filters/runtime.filters"});
   return files;
