@@ -12,6 +12,7 @@ namespace command {
 
 void PROGRESS::show() {
   const PROC_STATUS status(m_process);
+  if (status.bytes("VmRSS") == 0) return;  // it has just ended
   const auto seconds =
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_start);
   fmt::print(stderr, "\r\033[K{}:{:02} min   resident {}   heap and stacks {}",
