@@ -93,12 +93,15 @@ void on_unusual_threads() {
   std::raise(SIGUSR2);
 }
 
-bool is_requested() {
+// Whether there is such a file, without an event.
+bool is_there(const char* format, int number) {
   char name[64];
-  std::snprintf(name, sizeof name, "reports/snapshot.%d.requested", getpid());
-  struct stat mark {};
-  return stat(name, &mark) == 0;  // and no event
+  std::snprintf(name, sizeof name, format, number);
+  struct stat file {};
+  return stat(name, &file) == 0;
 }
+
+bool is_requested() { return is_there("reports/snapshot.%d.requested", getpid()); }
 
 void while_idle() {
   give(take(10));
@@ -115,11 +118,17 @@ void while_idle() {
                                                  fork_child));
 }
 
+// The books of each snapshot: the block whose event wrote it is the last one.
 void until_killed() {
-  for (int i = 0; i < 300; ++i) {
+  int snapshots = 0;
+  for (int blocks = 1; blocks < 20'000 && snapshots < 2; ++blocks) {
     take(100);
-    usleep(10'000);
+    usleep(1000);
+    if (!is_there("reports/snapshot-%04d", snapshots + 1)) continue;
+    ++snapshots;
+    std::printf("%d\n", blocks);
   }
+  std::fflush(stdout);
   std::raise(SIGKILL);
 }
 
