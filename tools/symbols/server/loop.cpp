@@ -1,0 +1,32 @@
+#include "tools/symbols/server/loop.h"
+
+namespace symbols {
+
+LOOP::LOOP() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {}
+
+bool LOOP::watch(int descriptor, WATCHER& watcher, std::uint32_t events) {
+  epoll_event event{.events = events, .data = {.ptr = &watcher}};
+  return epoll_ctl(m_epoll.number(), EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+void LOOP::change(int descriptor, WATCHER& watcher, std::uint32_t events) {
+  epoll_event event{.events = events, .data = {.ptr = &watcher}};
+  epoll_ctl(m_epoll.number(), EPOLL_CTL_MOD, descriptor, &event);
+}
+
+void LOOP::forget(int descriptor, const WATCHER& watcher) {
+  epoll_ctl(m_epoll.number(), EPOLL_CTL_DEL, descriptor, nullptr);
+  for (int i = 0; i < m_count; ++i)
+    if (m_events[i].data.ptr == &watcher) m_events[i].data.ptr = nullptr;
+}
+
+void LOOP::turn(int milliseconds) {
+  m_count = epoll_wait(m_epoll.number(), m_events.data(), static_cast<int>(m_events.size()),
+                       milliseconds);
+  for (int i = 0; i < m_count; ++i)
+    if (m_events[i].data.ptr != nullptr)
+      static_cast<WATCHER*>(m_events[i].data.ptr)->ready(m_events[i].events);
+  m_count = 0;
+}
+
+}  // namespace symbols

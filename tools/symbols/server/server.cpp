@@ -1,0 +1,60 @@
+#include "tools/symbols/server/server.h"
+
+namespace symbols {
+
+namespace {
+
+constexpr int milliseconds_between_sweeps = 5000;
+constexpr int milliseconds_for_first_client = 10'000;
+
+}  // namespace
+
+bool SERVER::serve(DESCRIPTOR socket) {
+  if (!add_client(std::move(socket))) return false;
+  run_while_connected();
+  return true;
+}
+
+void SERVER::serve(LISTENER& listener) {
+  m_listener = &listener;
+  m_loop.watch(listener.number(), *this, EPOLLIN);
+  m_loop.turn(milliseconds_for_first_client);
+  run_while_connected();
+  // Who found the socket before it was removed is still served.
+  listener.remove();
+  ready(EPOLLIN);
+  run_while_connected();
+}
+
+void SERVER::run_while_connected() {
+  auto next_sweep = KNOWN_MODULE::CLOCK::now();
+  while (!m_clients.empty()) {
+    m_loop.turn(milliseconds_between_sweeps);
+    const auto now = KNOWN_MODULE::CLOCK::now();
+    if (now < next_sweep) continue;
+    m_store.sweep();
+    next_sweep = now + std::chrono::milliseconds(milliseconds_between_sweeps);
+  }
+}
+
+void SERVER::ready(std::uint32_t) {
+  DESCRIPTOR socket;
+  while ((socket = m_listener->accept()).is_open()) add_client(std::move(socket));
+  if (errno == EMFILE || errno == ENFILE) {
+    m_loop.change(m_listener->number(), *this, 0);
+    m_is_full = true;
+  }
+}
+
+bool SERVER::add_client(DESCRIPTOR socket) {
+  if (!is_of_same_user(socket.number())) return false;
+  auto client = std::make_unique<CLIENT>(m_loop, m_store, std::move(socket), [this](CLIENT& gone) {
+    m_clients.erase(&gone);
+    if (m_is_full) m_loop.change(m_listener->number(), *this, EPOLLIN);
+    m_is_full = false;
+  });
+  m_clients.emplace(client.get(), std::move(client));
+  return true;
+}
+
+}  // namespace symbols
