@@ -126,6 +126,7 @@ bool CLIENT::take_frames_in_room() {
 }
 
 bool CLIENT::take(const HEADER& header, std::string_view payload) {
+  m_has_asked = true;
   switch (header.kind) {
     case MEM_SYMBOL_PROTOCOL::open_module:
       if (m_descriptors.empty() && !m_lost_descriptors) return break_off(header.number);

@@ -25,6 +25,9 @@ class CLIENT : public WATCHER, public ASKER {
   CLIENT(LOOP& loop, MODULE_STORE& store, DESCRIPTOR socket, std::function<void(CLIENT&)> gone);
   ~CLIENT() override;
 
+  /// Whether anything was ever asked. Who looks whether a server is there asks nothing.
+  bool has_asked() const { return m_has_asked; }
+
   void ready(std::uint32_t events) override;
   void settled(const std::shared_ptr<QUESTION>& question) override;
 
@@ -61,6 +64,7 @@ class CLIENT : public WATCHER, public ASKER {
   std::deque<std::shared_ptr<QUESTION>> m_settled;  // and not written
   std::size_t m_open_addresses = 0;
   std::string m_written;  // to be sent
+  bool m_has_asked = false;
 };
 
 }  // namespace symbols

@@ -20,9 +20,9 @@ void LOOP::forget(int descriptor, const WATCHER& watcher) {
     if (m_events[i].data.ptr == &watcher) m_events[i].data.ptr = nullptr;
 }
 
-void LOOP::turn(int milliseconds) {
+void LOOP::turn(std::chrono::milliseconds longest) {
   m_count = epoll_wait(m_epoll.number(), m_events.data(), static_cast<int>(m_events.size()),
-                       milliseconds);
+                       static_cast<int>(longest.count()));
   for (int i = 0; i < m_count; ++i)
     if (m_events[i].data.ptr != nullptr)
       static_cast<WATCHER*>(m_events[i].data.ptr)->ready(m_events[i].events);

@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 
 #include "tools/symbols/server/descriptor.h"
@@ -31,7 +32,7 @@ class LOOP {
   void forget(int descriptor, const WATCHER& watcher);
 
   /// Waits for something to happen, and tells whom it concerns.
-  void turn(int milliseconds);
+  void turn(std::chrono::milliseconds longest);
 
  private:
   DESCRIPTOR m_epoll;

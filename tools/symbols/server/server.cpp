@@ -4,8 +4,10 @@ namespace symbols {
 
 namespace {
 
-constexpr int milliseconds_between_sweeps = 5000;
-constexpr int milliseconds_for_first_client = 10'000;
+using namespace std::chrono_literals;
+
+constexpr auto longest_turn = 2s;
+constexpr auto time_for_first_client = 10s;
 
 }  // namespace
 
@@ -18,7 +20,8 @@ bool SERVER::serve(DESCRIPTOR socket) {
 void SERVER::serve(LISTENER& listener) {
   m_listener = &listener;
   m_loop.watch(listener.number(), *this, EPOLLIN);
-  m_loop.turn(milliseconds_for_first_client);
+  const auto start = KNOWN_MODULE::CLOCK::now();
+  while (!m_was_asked && KNOWN_MODULE::CLOCK::now() - start < time_for_first_client) turn();
   run_while_connected();
   // Who found the socket before it was removed is still served.
   listener.remove();
@@ -27,14 +30,16 @@ void SERVER::serve(LISTENER& listener) {
 }
 
 void SERVER::run_while_connected() {
-  auto next_sweep = KNOWN_MODULE::CLOCK::now();
-  while (!m_clients.empty()) {
-    m_loop.turn(milliseconds_between_sweeps);
-    const auto now = KNOWN_MODULE::CLOCK::now();
-    if (now < next_sweep) continue;
+  while (!m_clients.empty()) turn();
+}
+
+void SERVER::turn() {
+  const auto now = KNOWN_MODULE::CLOCK::now();
+  if (now >= m_next_sweep) {
     m_store.sweep();
-    next_sweep = now + std::chrono::milliseconds(milliseconds_between_sweeps);
+    m_next_sweep = now + longest_turn;
   }
+  m_loop.turn(longest_turn);
 }
 
 void SERVER::ready(std::uint32_t) {
@@ -49,6 +54,7 @@ void SERVER::ready(std::uint32_t) {
 bool SERVER::add_client(DESCRIPTOR socket) {
   if (!is_of_same_user(socket.number())) return false;
   auto client = std::make_unique<CLIENT>(m_loop, m_store, std::move(socket), [this](CLIENT& gone) {
+    m_was_asked = m_was_asked || gone.has_asked();
     m_clients.erase(&gone);
     if (m_is_full) m_loop.change(m_listener->number(), *this, EPOLLIN);
     m_is_full = false;
