@@ -1,60 +1,91 @@
 #include "tools/symbols/core/module.h"
 
-#include <dwarf.h>
-#include <elfutils/libdw.h>
-#include <elfutils/libdwfl.h>
-#include <unistd.h>
+#include <optional>
+#include <utility>
 
+#include "tools/symbols/core/debug_files.h"
+#include "tools/symbols/core/debug_information.h"
 #include "tools/symbols/core/demangle.h"
+#include "tools/symbols/core/symbol_table.h"
 
 namespace symbols {
 
-namespace {
-
-class DWARF_MODULE : public MODULE {
+class MODULE::PARTS {
  public:
-  DWARF_MODULE(int descriptor, const std::string& path) : m_dwfl(dwfl_begin(&callbacks)) {
-    const int own = dup(descriptor);
-    dwfl_report_begin(m_dwfl);
-    m_module = dwfl_report_elf(m_dwfl, path.c_str(), path.c_str(), own, 0, true);
-    dwfl_report_end(m_dwfl, nullptr, nullptr);
-    if (m_module == nullptr) close(own);
-  }
-  ~DWARF_MODULE() override { dwfl_end(m_dwfl); }
-  bool is_open() const { return m_module != nullptr; }
+  PARTS(int descriptor, const std::string& path, DEPTH depth)
+      : m_files(descriptor, path), m_depth(depth) {}
 
-  std::vector<FRAME> look_up(std::uint64_t address) override {
-    std::vector<FRAME> frames(1);
-    if (Dwfl_Line* line = dwfl_module_getsrc(m_module, address)) {
-      int number = 0;
-      if (char const* file = dwfl_lineinfo(line, nullptr, &number, nullptr, nullptr, nullptr))
-        frames[0].file = file;
-      frames[0].line = static_cast<std::uint32_t>(number);
-    }
-    if (char const* name = dwfl_module_addrname(m_module, address))
-      frames[0].function = demangled(name);
+  bool is_open() const { return m_files.module() != nullptr; }
+
+  std::vector<FRAME> look_up(std::uint64_t address) {
+    DEBUG_INFORMATION* information = debug_information();
+    const auto source = information == nullptr ? std::nullopt : information->find(address - m_bias);
+    std::vector<FRAME> frames = source ? frames_of(*source) : std::vector<FRAME>(1);
+    if (frames[0].function.empty() || frames[0].file.empty()) complete(frames[0], address);
     return frames;
   }
 
  private:
-  static char* debug_path;
-  static const Dwfl_Callbacks callbacks;
-  Dwfl* m_dwfl;
-  Dwfl_Module* m_module = nullptr;
+  // Each function stands where the one inside it is called.
+  std::vector<FRAME> frames_of(const SOURCE& source) {
+    std::vector<FRAME> frames;
+    FRAME frame{.function = {}, .file = source.file, .line = source.line};
+    for (const SOURCE_FUNCTION& function : source.functions) {
+      frame.function = name_of(function);
+      frames.push_back(std::move(frame));
+      frame = {.function = {}, .file = function.call_file, .line = function.call_line};
+    }
+    if (frames.empty()) frames.push_back(std::move(frame));
+    return frames;
+  }
+
+  // The debug information has only the last part of the names of functions that are not shared
+  // between units; the symbol table has all of it.
+  std::string name_of(const SOURCE_FUNCTION& function) {
+    if (!function.is_linker_name && function.low != 0)
+      if (const auto symbol = symbols().starting_at(function.low + m_bias))
+        return demangled(symbol->name);
+    return demangled(function.name.c_str());
+  }
+
+  void complete(FRAME& frame, std::uint64_t address) {
+    const auto symbol = symbols().find(address);
+    if (!symbol) return;
+    if (frame.function.empty()) frame.function = demangled(symbol->name);
+    if (frame.file.empty() && symbol->file != nullptr) frame.file = symbol->file;
+  }
+
+  // Looking for it may lead to other files, so not before it is needed.
+  DEBUG_INFORMATION* debug_information() {
+    if (!std::exchange(m_has_looked_for_debug_information, true) && m_depth == DEPTH::everything) {
+      Dwarf* const found = m_files.debug_information(m_bias);
+      if (found != nullptr) m_debug_information.emplace(dwarf_getelf(found), dwarf_getalt(found));
+    }
+    return m_debug_information ? &*m_debug_information : nullptr;
+  }
+
+  SYMBOL_TABLE& symbols() {
+    if (!m_symbols) m_symbols.emplace(m_files.module());
+    return *m_symbols;
+  }
+
+  DEBUG_FILES m_files;
+  DEPTH m_depth;
+  bool m_has_looked_for_debug_information = false;
+  std::uint64_t m_bias = 0;
+  std::optional<DEBUG_INFORMATION> m_debug_information;
+  std::optional<SYMBOL_TABLE> m_symbols;
 };
 
-char* DWARF_MODULE::debug_path = nullptr;
-const Dwfl_Callbacks DWARF_MODULE::callbacks{.find_elf = dwfl_build_id_find_elf,
-                                             .find_debuginfo = dwfl_standard_find_debuginfo,
-                                             .section_address = dwfl_offline_section_address,
-                                             .debuginfo_path = &debug_path};
+MODULE::MODULE(std::unique_ptr<PARTS> parts) : m_parts(std::move(parts)) {}
+MODULE::~MODULE() = default;
 
-}  // namespace
-
-std::unique_ptr<MODULE> MODULE::open(int descriptor, const std::string& path) {
-  auto module = std::make_unique<DWARF_MODULE>(descriptor, path);
-  if (!module->is_open()) return nullptr;
-  return module;
+std::unique_ptr<MODULE> MODULE::open(int descriptor, const std::string& path, DEPTH depth) {
+  auto parts = std::make_unique<PARTS>(descriptor, path, depth);
+  if (!parts->is_open()) return nullptr;
+  return std::unique_ptr<MODULE>(new MODULE(std::move(parts)));
 }
+
+std::vector<FRAME> MODULE::look_up(std::uint64_t address) { return m_parts->look_up(address); }
 
 }  // namespace symbols

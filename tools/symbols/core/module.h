@@ -15,6 +15,12 @@ struct FRAME {
   std::uint32_t line = 0;
 };
 
+/// What is read of a file.
+enum class DEPTH {
+  everything,
+  symbol_table,  ///< the debug information is left alone
+};
+
 /// An executable or a shared object. Used by one thread at a time. What it reads is the file that
 /// was opened, but it trusts it no less than a debugger does: a damaged one may end the process or
 /// take for ever, so whoever reads strangers' files does so in a process that may.
@@ -22,18 +28,22 @@ class MODULE {
  public:
   /// The path names the file, which is read through the descriptor, and leads to files beside it.
   /// The descriptor stays the caller's. Null for what is no ELF file of this machine.
-  static std::unique_ptr<MODULE> open(int descriptor, const std::string& path);
+  static std::unique_ptr<MODULE> open(int descriptor, const std::string& path,
+                                      DEPTH depth = DEPTH::everything);
 
-  virtual ~MODULE() = default;
+  ~MODULE();
   MODULE(const MODULE&) = delete;
   MODULE& operator=(const MODULE&) = delete;
 
   /// The frames at an address as the file counts it, innermost first; one at least. An address that
   /// comes from a return address is to be made one less before.
-  virtual std::vector<FRAME> look_up(std::uint64_t address) = 0;
+  std::vector<FRAME> look_up(std::uint64_t address);
 
- protected:
-  MODULE() = default;
+ private:
+  class PARTS;
+  explicit MODULE(std::unique_ptr<PARTS> parts);
+
+  std::unique_ptr<PARTS> m_parts;
 };
 
 }  // namespace symbols

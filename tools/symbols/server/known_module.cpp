@@ -48,11 +48,12 @@ void KNOWN_MODULE::go_on() {
   if (m_queue.empty() || (m_worker && !m_worker->asked().empty())) return;
   if (!m_worker) {
     if (!m_store.has_room_for_worker()) return m_store.wait_for_room(*this);
-    m_worker = WORKER::start(m_store.loop(), *this,
-                             {.descriptor = m_file.number(),
-                              .path = m_path,
-                              .memory = m_store.memory_limit(),
-                              .is_cautious = m_failures >= failures_before_caution});
+    m_worker = WORKER::start(
+        m_store.loop(), *this,
+        {.descriptor = m_file.number(),
+         .path = m_path,
+         .memory = m_store.memory_limit(),
+         .depth = m_failures < failures_before_caution ? DEPTH::everything : DEPTH::symbol_table});
     if (!m_worker) return refuse_all(REFUSAL::for_now);
   }
   feed_worker();

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/symbols/core/module.h"
 #include "tools/symbols/server/loop.h"
 
 namespace symbols {
@@ -36,7 +37,7 @@ class WORKER : public WATCHER {
     int descriptor;  ///< of the module's file; stays the owner's
     const std::string& path;
     std::uint64_t memory;  ///< bytes it may allocate
-    bool is_cautious;      ///< leaves the debug information alone
+    DEPTH depth;
   };
   /// Null when the system has no room for a process.
   static std::unique_ptr<WORKER> start(LOOP& loop, WORKER_OWNER& owner, const JOB& job);

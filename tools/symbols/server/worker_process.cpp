@@ -1,7 +1,6 @@
 #include "tools/symbols/server/worker_process.h"
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -69,7 +68,7 @@ void serve(const PLACED& placed, const WORKER::JOB& job) {
     if (size <= 0) return;
     for (std::size_t i = 0; i < static_cast<std::size_t>(size) / sizeof addresses[0]; ++i) {
       allow_seconds(seconds);
-      if (!module) module = MODULE::open(placed.module, job.path);
+      if (!module) module = MODULE::open(placed.module, job.path, job.depth);
       if (!module) return;
       answer(placed.socket, *module, addresses[i]);
       seconds = seconds_for_answer;
