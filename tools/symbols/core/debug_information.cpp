@@ -112,24 +112,42 @@ void DEBUG_INFORMATION::index_units() {
   m_index.finish();
 }
 
-// Only when an address belongs to no other.
-void DEBUG_INFORMATION::index_units_without_ranges() {
+// What a unit says of itself may be less than all: before version 3 it could not tell of a second
+// range. The table of ranges beside them, where there is one, and at last the functions do.
+void DEBUG_INFORMATION::index_hidden_ranges() {
   for (const std::uint32_t number : m_without_ranges) {
     tables_of(m_units[number])
         .scopes.map()
         .for_each([&](std::uint64_t low, std::uint64_t high, std::uint32_t) {
-          m_index_of_those.add(low, high, number);
+          m_hidden_index.add(low, high, number);
         });
   }
-  m_index_of_those.finish();
-  m_has_index_of_those = true;
+  index_table_of_ranges();
+  m_hidden_index.finish();
+  m_has_hidden_index = true;
+}
+
+void DEBUG_INFORMATION::index_table_of_ranges() {
+  Dwarf_Aranges* ranges = nullptr;
+  std::size_t count = 0;
+  if (m_dwarf == nullptr || dwarf_getaranges(m_dwarf, &ranges, &count) != 0) return;
+  for (std::size_t i = 0; i < count; ++i) {
+    Dwarf_Addr start = 0;
+    Dwarf_Word length = 0;
+    Dwarf_Off die = 0;
+    if (dwarf_getarangeinfo(dwarf_onearange(ranges, i), &start, &length, &die) != 0) continue;
+    const auto unit = std::partition_point(m_units.begin(), m_units.end(),
+                                           [&](const UNIT& before) { return before.die < die; });
+    if (unit != m_units.end() && unit->die == die)
+      m_hidden_index.add(start, start + length, static_cast<std::uint32_t>(unit - m_units.begin()));
+  }
 }
 
 std::optional<std::uint32_t> DEBUG_INFORMATION::unit_at(std::uint64_t address) {
   const auto number = m_index.find(address);
-  if (number || m_without_ranges.empty()) return number;
-  if (!m_has_index_of_those) index_units_without_ranges();
-  return m_index_of_those.find(address);
+  if (number) return number;
+  if (!m_has_hidden_index) index_hidden_ranges();
+  return m_hidden_index.find(address);
 }
 
 Dwarf_Die DEBUG_INFORMATION::die_of(const UNIT& unit) const {

@@ -59,7 +59,8 @@ class DEBUG_INFORMATION {
   void begin();
   void begin_anew_when_grown();
   void index_units();
-  void index_units_without_ranges();
+  void index_hidden_ranges();
+  void index_table_of_ranges();
   std::optional<std::uint32_t> unit_at(std::uint64_t address);
   const TABLES& tables_of(UNIT& unit);
   std::unique_ptr<TABLES> read(const UNIT& unit) const;
@@ -76,8 +77,8 @@ class DEBUG_INFORMATION {
   std::vector<UNIT> m_units;
   RANGE_MAP m_index;                            // addresses to units
   std::vector<std::uint32_t> m_without_ranges;  // that do not say where their code is
-  RANGE_MAP m_index_of_those;
-  bool m_has_index_of_those = false;
+  RANGE_MAP m_hidden_index;
+  bool m_has_hidden_index = false;
   std::size_t m_bytes_of_tables = 0;
   std::uint64_t m_uses = 0;
 };

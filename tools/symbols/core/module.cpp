@@ -21,7 +21,7 @@ class MODULE::PARTS {
     DEBUG_INFORMATION* information = debug_information();
     const auto source = information == nullptr ? std::nullopt : information->find(address - m_bias);
     std::vector<FRAME> frames = source ? frames_of(*source) : std::vector<FRAME>(1);
-    if (frames[0].function.empty() || frames[0].file.empty()) complete(frames[0], address);
+    if (frames[0].function.empty()) complete(frames[0], address);
     return frames;
   }
 
@@ -51,7 +51,7 @@ class MODULE::PARTS {
   void complete(FRAME& frame, std::uint64_t address) {
     const auto symbol = symbols().find(address);
     if (!symbol) return;
-    if (frame.function.empty()) frame.function = demangled(symbol->name);
+    frame.function = demangled(symbol->name);
     if (frame.file.empty() && symbol->file != nullptr) frame.file = symbol->file;
   }
 
