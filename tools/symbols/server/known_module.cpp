@@ -87,9 +87,10 @@ void KNOWN_MODULE::answered(std::uint64_t address, std::string_view bytes) {
   m_store.make_room(*this);
 }
 
-void KNOWN_MODULE::worker_lacks_memory() {
+void KNOWN_MODULE::worker_refuses(REFUSAL::REASON reason) {
   m_worker.reset();
-  refuse_all(REFUSAL::for_now);
+  if (reason == REFUSAL::unreadable) m_failures = most_failures;
+  refuse_all(reason);
   m_store.worker_has_ended();
 }
 

@@ -46,7 +46,7 @@ class KNOWN_MODULE : public WORKER_OWNER {
   void forget_answers();
 
   void answered(std::uint64_t address, std::string_view bytes) override;
-  void worker_lacks_memory() override;
+  void worker_refuses(MEM_SYMBOL_PROTOCOL::REFUSAL::REASON reason) override;
   void worker_ended() override;
 
  private:

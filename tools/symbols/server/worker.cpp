@@ -50,7 +50,13 @@ void WORKER::ready(std::uint32_t) {
   static char message[longest_message];
   const ssize_t size = recv(m_socket.number(), message, sizeof message, MSG_DONTWAIT);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (size == 1 && message[0] == lacks_memory) return m_owner.worker_lacks_memory();
+  using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
+  REFUSAL refusal{};
+  if (size == sizeof refusal) {
+    std::memcpy(&refusal, message, sizeof refusal);
+    return m_owner.worker_refuses(refusal.reason == REFUSAL::unreadable ? REFUSAL::unreadable
+                                                                        : REFUSAL::for_now);
+  }
   std::uint64_t address = 0;
   if (size < static_cast<ssize_t>(sizeof address) || m_asked.empty()) return m_owner.worker_ended();
   std::memcpy(&address, message, sizeof address);

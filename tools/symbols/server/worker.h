@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "mem/symbolizer/symbol_protocol.h"
 #include "tools/symbols/core/module.h"
 #include "tools/symbols/server/loop.h"
 
@@ -19,8 +20,8 @@ class WORKER_OWNER {
  public:
   /// An address that was asked for. The bytes are as an answer holds them.
   virtual void answered(std::uint64_t address, std::string_view bytes) = 0;
-  /// Its process has no room for the module. It is to be destroyed.
-  virtual void worker_lacks_memory() = 0;
+  /// It can't read the module, or not now. It is to be destroyed.
+  virtual void worker_refuses(MEM_SYMBOL_PROTOCOL::REFUSAL::REASON reason) = 0;
   /// Its process is gone, or says what none of ours does. It is to be destroyed.
   virtual void worker_ended() = 0;
 

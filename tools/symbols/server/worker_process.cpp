@@ -19,6 +19,8 @@ namespace symbols {
 
 namespace {
 
+using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
+
 // Of the processor, not by the clock: the machine may be busy. Ends the process by SIGPROF.
 constexpr int seconds_for_first_answer = 20;
 constexpr int seconds_for_answer = 2;
@@ -59,6 +61,11 @@ void answer(int socket, MODULE& module, std::uint64_t address) {
   if (send(socket, message.data(), message.size(), MSG_NOSIGNAL) < 0) _exit(EXIT_FAILURE);
 }
 
+void refuse(int socket, REFUSAL::REASON reason) {
+  const REFUSAL refusal{.reason = reason};
+  send(socket, &refusal, sizeof refusal, MSG_NOSIGNAL);
+}
+
 void serve(const PLACED& placed, const WORKER::JOB& job) {
   std::unique_ptr<MODULE> module;
   std::array<std::uint64_t, WORKER::most_asked> addresses;
@@ -69,7 +76,7 @@ void serve(const PLACED& placed, const WORKER::JOB& job) {
     for (std::size_t i = 0; i < static_cast<std::size_t>(size) / sizeof addresses[0]; ++i) {
       allow_seconds(seconds);
       if (!module) module = MODULE::open(placed.module, job.path, job.depth);
-      if (!module) return;
+      if (!module) return refuse(placed.socket, REFUSAL::unreadable);
       answer(placed.socket, *module, addresses[i]);
       seconds = seconds_for_answer;
     }
@@ -85,7 +92,7 @@ void run_worker(int socket, const WORKER::JOB& job) {
   try {
     serve(placed, job);
   } catch (const std::bad_alloc&) {
-    send(placed.socket, &lacks_memory, sizeof lacks_memory, MSG_NOSIGNAL);
+    refuse(placed.socket, REFUSAL::for_now);
   }
   _exit(EXIT_SUCCESS);
 }
