@@ -18,7 +18,11 @@ std::size_t heap_in_use() {
   return info.uordblks + info.hblkhd;
 }
 
-// What libdw has inflated is there as if it had never been compressed.
+// What libdw has inflated is there as if it had never been compressed, but for the name.
+bool is_named(std::string_view text, std::string_view name) {
+  return text == name || (text.starts_with(".z") && text.substr(2) == name.substr(1));
+}
+
 std::string_view section(Elf* file, std::string_view name) {
   std::size_t names = 0;
   if (file == nullptr || elf_getshdrstrndx(file, &names) != 0) return {};
@@ -26,7 +30,7 @@ std::string_view section(Elf* file, std::string_view name) {
     GElf_Shdr header;
     if (gelf_getshdr(part, &header) == nullptr || header.sh_type == SHT_NOBITS) continue;
     char const* text = elf_strptr(file, names, header.sh_name);
-    if (text == nullptr || name != text) continue;
+    if (text == nullptr || !is_named(text, name)) continue;
     const Elf_Data* data = elf_rawdata(part, nullptr);
     if (data == nullptr || data->d_buf == nullptr) return {};
     return {static_cast<char const*>(data->d_buf), data->d_size};

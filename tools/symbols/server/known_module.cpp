@@ -1,5 +1,7 @@
 #include "tools/symbols/server/known_module.h"
 
+#include <utility>
+
 #include "tools/symbols/core/answer.h"
 #include "tools/symbols/server/module_store.h"
 
@@ -11,8 +13,8 @@ using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
 
 // The debug information may be damaged and the symbol table not: after so many workers have ended,
 // the next one reads that alone. After as many again the module is given up.
-constexpr int failures_before_caution = 3;
-constexpr int most_failures = 6;
+constexpr int failures_before_caution = 4;
+constexpr int most_failures = 8;
 
 // What a map takes beside the bytes, about.
 constexpr std::uint64_t bytes_beside_answer = 96;
@@ -94,14 +96,18 @@ void KNOWN_MODULE::worker_refuses(REFUSAL::REASON reason) {
   m_store.worker_has_ended();
 }
 
-// The address at which it ended stays unknown, for all; the next worker goes on behind it.
+// It may have been ended from outside: only the address at which a second one ends stays unknown,
+// for all. The next worker goes on behind it.
 void KNOWN_MODULE::worker_ended() {
   const std::deque<std::uint64_t> asked = m_worker->asked();
   m_worker.reset();
+  m_queue.insert(m_queue.begin(), asked.begin(), asked.end());
   if (!asked.empty()) {
     ++m_failures;
-    m_queue.insert(m_queue.begin(), asked.begin() + 1, asked.end());
-    keep(asked.front(), encoded_unknown());
+    if (std::exchange(m_suspect, asked.front()) == asked.front()) {
+      m_queue.pop_front();
+      keep(asked.front(), encoded_unknown());
+    }
   }
   if (m_failures >= most_failures) refuse_all(REFUSAL::unreadable);
   go_on();

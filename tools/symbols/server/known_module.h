@@ -5,6 +5,7 @@
 #include <chrono>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -64,7 +65,8 @@ class KNOWN_MODULE : public WORKER_OWNER {
   std::unique_ptr<WORKER> m_worker;
   std::uint64_t m_worker_memory = 0;
   std::size_t m_open_questions = 0;
-  int m_failures = 0;  // workers that ended over this file
+  int m_failures = 0;                      // workers that ended over this file
+  std::optional<std::uint64_t> m_suspect;  // the address at which the last of them did
   CLOCK::time_point m_last_use{};
   CLOCK::time_point m_last_sign{};
 };

@@ -16,17 +16,18 @@ void LOOP::change(int descriptor, WATCHER& watcher, std::uint32_t events) {
 
 void LOOP::forget(int descriptor, const WATCHER& watcher) {
   epoll_ctl(m_epoll.number(), EPOLL_CTL_DEL, descriptor, nullptr);
-  for (int i = 0; i < m_count; ++i)
-    if (m_events[i].data.ptr == &watcher) m_events[i].data.ptr = nullptr;
+  for (epoll_event& event : m_waiting)
+    if (event.data.ptr == &watcher) event.data.ptr = nullptr;
 }
 
 void LOOP::turn(std::chrono::milliseconds longest) {
-  m_count = epoll_wait(m_epoll.number(), m_events.data(), static_cast<int>(m_events.size()),
-                       static_cast<int>(longest.count()));
-  for (int i = 0; i < m_count; ++i)
-    if (m_events[i].data.ptr != nullptr)
-      static_cast<WATCHER*>(m_events[i].data.ptr)->ready(m_events[i].events);
-  m_count = 0;
+  const int count = epoll_wait(m_epoll.number(), m_events.data(), static_cast<int>(m_events.size()),
+                               static_cast<int>(longest.count()));
+  if (count <= 0) return;
+  m_waiting = {m_events.data(), static_cast<std::size_t>(count)};
+  for (const epoll_event& event : m_waiting)
+    if (event.data.ptr != nullptr) static_cast<WATCHER*>(event.data.ptr)->ready(event.events);
+  m_waiting = {};
 }
 
 }  // namespace symbols

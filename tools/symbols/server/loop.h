@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <span>
 
 #include "tools/symbols/server/descriptor.h"
 
@@ -37,7 +38,7 @@ class LOOP {
  private:
   DESCRIPTOR m_epoll;
   std::array<epoll_event, 64> m_events{};
-  int m_count = 0;
+  std::span<epoll_event> m_waiting;  // while they are told
 };
 
 }  // namespace symbols

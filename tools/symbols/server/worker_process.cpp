@@ -22,7 +22,7 @@ namespace {
 using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
 
 // Of the processor, not by the clock: the machine may be busy. Ends the process by SIGPROF.
-constexpr int seconds_for_first_answer = 20;
+constexpr int seconds_for_first_answer = 10;
 constexpr int seconds_for_answer = 2;
 
 void allow_seconds(int seconds) {
