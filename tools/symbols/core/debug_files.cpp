@@ -42,7 +42,8 @@ std::vector<std::string> debuginfod_caches() {
 // An empty file stands for the answer that there is none.
 int open_in_cache(const std::string& build_id, char** path) {
   for (const std::string& cache : debuginfod_caches()) {
-    const std::string candidate = cache + "/" + build_id + "/debuginfo";
+    std::string candidate = cache;
+    candidate.append("/").append(build_id).append("/debuginfo");
     struct stat status {};
     const int file = ::open(candidate.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) continue;
