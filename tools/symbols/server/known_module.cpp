@@ -93,7 +93,6 @@ void KNOWN_MODULE::worker_refuses(REFUSAL::REASON reason) {
   m_worker.reset();
   if (reason == REFUSAL::unreadable) m_failures = most_failures;
   refuse_all(reason);
-  m_store.worker_has_ended();
 }
 
 // It may have been ended from outside: only the address at which a second one ends stays unknown,
@@ -111,7 +110,6 @@ void KNOWN_MODULE::worker_ended() {
   }
   if (m_failures >= most_failures) refuse_all(REFUSAL::unreadable);
   go_on();
-  m_store.worker_has_ended();
 }
 
 void KNOWN_MODULE::refuse_all(REFUSAL::REASON reason) {

@@ -69,7 +69,7 @@ void MODULE_STORE::wait_for_room(KNOWN_MODULE& module) {
     m_want_room.push_back(&module);
 }
 
-void MODULE_STORE::worker_has_ended() {
+void MODULE_STORE::start_waiting() {
   for (KNOWN_MODULE* module : std::exchange(m_want_room, {})) module->go_on();
 }
 
@@ -83,7 +83,6 @@ void MODULE_STORE::make_room(const KNOWN_MODULE& in_use) {
   while (memory_in_use() > m_memory_limit &&
          (drop_oldest_worker(&in_use) || drop_oldest_answers(&in_use))) {
   }
-  if (!m_want_room.empty()) worker_has_ended();
 }
 
 namespace {

@@ -26,7 +26,8 @@ class MODULE_STORE {
 
   bool has_room_for_worker();
   void wait_for_room(KNOWN_MODULE& module);
-  void worker_has_ended();
+  /// From time to time, when there may be room again.
+  void start_waiting();
   /// Drops what was used least recently while there is too much; nothing of the module in use.
   void make_room(const KNOWN_MODULE& in_use);
   /// From time to time: ends workers that nobody has needed for long, and those that hang.

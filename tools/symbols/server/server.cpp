@@ -40,6 +40,7 @@ void SERVER::turn() {
     m_next_sweep = now + longest_turn;
   }
   m_loop.turn(longest_turn);
+  m_store.start_waiting();
 }
 
 void SERVER::ready(std::uint32_t) {

@@ -8,13 +8,29 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "tools/symbols/core/answer.h"
 #include "tools/symbols/server/worker_process.h"
 
 namespace symbols {
 
+namespace {
+
+// Killed, and not known to have ended.
+std::vector<pid_t>& ending() {
+  static std::vector<pid_t> processes;
+  return processes;
+}
+
+void reap_ended() {
+  std::erase_if(ending(), [](pid_t process) { return waitpid(process, nullptr, WNOHANG) != 0; });
+}
+
+}  // namespace
+
 std::unique_ptr<WORKER> WORKER::start(LOOP& loop, WORKER_OWNER& owner, const JOB& job) {
+  reap_ended();
   int pair[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0) return nullptr;
   DESCRIPTOR ours(pair[0]);
@@ -33,11 +49,12 @@ std::unique_ptr<WORKER> WORKER::start(LOOP& loop, WORKER_OWNER& owner, const JOB
 WORKER::WORKER(LOOP& loop, WORKER_OWNER& owner, DESCRIPTOR socket, pid_t process)
     : m_loop(loop), m_owner(owner), m_socket(std::move(socket)), m_process(process) {}
 
+// Its end is not waited for: on a busy machine that takes longer than an answer.
 WORKER::~WORKER() {
   m_loop.forget(m_socket.number(), *this);
   kill(m_process, SIGKILL);
-  while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  ending().push_back(m_process);
+  reap_ended();
 }
 
 // Within what the socket takes at once: the worker has read all before it is asked again.

@@ -25,6 +25,13 @@ using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
 constexpr int seconds_for_first_answer = 10;
 constexpr int seconds_for_answer = 2;
 
+// A sanitizer's own memory is more than any limit.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool is_sanitized = true;
+#else
+constexpr bool is_sanitized = false;
+#endif
+
 void allow_seconds(int seconds) {
   const itimerval timer{.it_interval = {}, .it_value = {.tv_sec = seconds, .tv_usec = 0}};
   setitimer(ITIMER_PROF, &timer, nullptr);
@@ -52,7 +59,7 @@ void limit_process(std::uint64_t memory) {
   const rlimit no_core{.rlim_cur = 0, .rlim_max = 0};
   setrlimit(RLIMIT_CORE, &no_core);
   const rlimit data{.rlim_cur = memory, .rlim_max = memory};
-  setrlimit(RLIMIT_DATA, &data);
+  if (!is_sanitized) setrlimit(RLIMIT_DATA, &data);
 }
 
 void answer(int socket, MODULE& module, std::uint64_t address) {
