@@ -13,7 +13,7 @@ struct LINE_TABLE::HEADER {
   std::uint16_t version = 0;
   std::size_t offset_size = 4;
   std::uint8_t instruction_size = 1;
-  std::int8_t line_base = 0;
+  std::uint32_t line_base = 0;  // signed; added as what it is modulo the numbers there are
   std::uint8_t line_range = 0;
   std::uint8_t opcode_base = 0;
   std::string_view operand_counts;
@@ -96,7 +96,7 @@ class LINE_TABLE::PROGRAM {
     if (opcode >= m_header.opcode_base) {
       const int special = opcode - m_header.opcode_base;
       advance(static_cast<unsigned>(special / m_header.line_range));
-      m_line += static_cast<std::uint32_t>(m_header.line_base + special % m_header.line_range);
+      m_line += m_header.line_base + static_cast<std::uint32_t>(special % m_header.line_range);
       add_row();
     } else if (opcode == 0) {
       extended_step(reader);
@@ -123,7 +123,8 @@ class LINE_TABLE::PROGRAM {
         m_address += reader.take<std::uint16_t>();
         return;
       default:
-        for (int i = m_header.operand_counts[opcode - 1U]; i > 0; --i) reader.take_uleb();
+        for (auto i = static_cast<unsigned char>(m_header.operand_counts[opcode - 1U]); i > 0; --i)
+          reader.take_uleb();
     }
   }
 
@@ -191,7 +192,7 @@ bool LINE_TABLE::read_header(BYTE_READER& reader, const LINE_SECTIONS& sections,
   header.instruction_size = rest.take<std::uint8_t>();
   if (header.version >= 4) rest.take_bytes(1);  // operations an instruction
   rest.take_bytes(1);                           // whether rows are statements
-  header.line_base = rest.take<std::int8_t>();
+  header.line_base = static_cast<std::uint32_t>(std::int32_t{rest.take<std::int8_t>()});
   header.line_range = rest.take<std::uint8_t>();
   header.opcode_base = rest.take<std::uint8_t>();
   if (header.line_range == 0 || header.opcode_base == 0) return false;
@@ -228,7 +229,7 @@ void LINE_TABLE::read_names(BYTE_READER& reader, const LINE_SECTIONS& sections,
     std::uint64_t count = reader.take_uleb();
     if (fields.empty()) return;  // entries without a byte would have no end
     for (; count > 0 && !reader.failed(); --count) {
-      FILE entry{};
+      SOURCE_FILE entry{};
       for (const FIELD& field : fields) {
         const VALUE value = take_value(reader, field.form, sections, header.offset_size);
         if (field.content == DW_LNCT_path) entry.name = value.text;
@@ -237,8 +238,8 @@ void LINE_TABLE::read_names(BYTE_READER& reader, const LINE_SECTIONS& sections,
       if (!reader.failed()) add(entry);
     }
   };
-  take_entries([&](const FILE& entry) { m_directories.push_back(entry.name); });
-  take_entries([&](const FILE& entry) { m_files.push_back(entry); });
+  take_entries([&](const SOURCE_FILE& entry) { m_directories.push_back(entry.name); });
+  take_entries([&](const SOURCE_FILE& entry) { m_files.push_back(entry); });
 }
 
 void LINE_TABLE::add_sequence(std::uint32_t first, std::uint64_t end_address) {
@@ -287,7 +288,7 @@ const LINE_TABLE::ROW* LINE_TABLE::find(std::uint64_t address) const {
 std::string LINE_TABLE::file_name(std::uint64_t number) const {
   const std::uint64_t index = m_counts_from_zero ? number : number - 1;
   if (index >= m_files.size()) return {};
-  const FILE& file = m_files[index];
+  const SOURCE_FILE& file = m_files[index];
   if (is_absolute(file.name)) return std::string(file.name);
   const std::uint64_t at = m_counts_from_zero ? file.directory : file.directory - 1;
   const std::string_view directory =
@@ -300,7 +301,8 @@ std::string LINE_TABLE::file_name(std::uint64_t number) const {
 
 std::size_t LINE_TABLE::bytes() const {
   return m_rows.capacity() * sizeof(ROW) + m_sequences.capacity() * sizeof(SEQUENCE) +
-         m_files.capacity() * sizeof(FILE) + m_directories.capacity() * sizeof(m_directories[0]);
+         m_files.capacity() * sizeof(SOURCE_FILE) +
+         m_directories.capacity() * sizeof(std::string_view);
 }
 
 }  // namespace symbols

@@ -39,7 +39,7 @@ class LINE_TABLE {
   std::size_t bytes() const;
 
  private:
-  struct FILE {
+  struct SOURCE_FILE {
     std::string_view name;
     std::uint64_t directory;
   };
@@ -62,7 +62,7 @@ class LINE_TABLE {
   std::string m_directory;
   bool m_counts_from_zero = false;
   std::vector<std::string_view> m_directories;
-  std::vector<FILE> m_files;
+  std::vector<SOURCE_FILE> m_files;
   std::vector<ROW> m_rows;
   std::vector<SEQUENCE> m_sequences;
 };
