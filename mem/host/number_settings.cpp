@@ -19,6 +19,8 @@ const char* allowed(MEM_SETTING_TYPE type) {
   switch (type) {
     case MEM_SETTING_TYPE::UNSIGNED:
       return "a decimal number from 1 to 9223372036854775807";
+    case MEM_SETTING_TYPE::UNSIGNED_OR_NONE:
+      return "a decimal number from 0 to 9223372036854775807";
     case MEM_SETTING_TYPE::HEX:
       return "a hexadecimal number from -80000000 to 7fffffff";
     case MEM_SETTING_TYPE::INTEGER:
@@ -36,8 +38,14 @@ void report(const MEM_SETTING& setting, const char* text, std::optional<long lon
                      allowed(setting.type), now);
 }
 
+bool is_unsigned(MEM_SETTING_TYPE type) {
+  return type == MEM_SETTING_TYPE::UNSIGNED || type == MEM_SETTING_TYPE::UNSIGNED_OR_NONE;
+}
+
 // The numbers divide signed ones, and a period of 0 has no meaning.
-bool is_usable(std::uint64_t number) { return number > 0 && number <= INT64_MAX; }
+bool is_usable(std::uint64_t number, MEM_SETTING_TYPE type) {
+  return number <= INT64_MAX && (number > 0 || type == MEM_SETTING_TYPE::UNSIGNED_OR_NONE);
+}
 
 // The digits that a text begins with; 0 when there are none or too many. `whole`: nothing follows.
 std::uint64_t leading_number(const char* text, bool& whole) {
@@ -56,17 +64,17 @@ NUMBER from_environment(const MEM_SETTING& setting, std::uint64_t holds) {
   if (text == nullptr || *text == '\0') return {};
   bool whole = false;
   const std::uint64_t number = leading_number(text, whole);
-  if (is_usable(number)) holds = number;
-  if (!whole || !is_usable(number)) report(setting, text, static_cast<long long>(holds));
-  return is_usable(number) ? NUMBER(number) : NUMBER();
+  const bool counts = is_usable(number, setting.type) && (whole || number > 0);
+  if (counts) holds = number;
+  if (!whole || !counts) report(setting, text, static_cast<long long>(holds));
+  return counts ? NUMBER(number) : NUMBER();
 }
 
 // Whether the text is nothing but a number: the standard conversions skip blanks in front of one
 // and leave off behind it.
 bool is_number(std::string_view text, MEM_SETTING_TYPE type) {
   const bool hexadecimal = type == MEM_SETTING_TYPE::HEX;
-  if (type != MEM_SETTING_TYPE::UNSIGNED && (text.starts_with('-') || text.starts_with('+')))
-    text.remove_prefix(1);
+  if (!is_unsigned(type) && (text.starts_with('-') || text.starts_with('+'))) text.remove_prefix(1);
   if (hexadecimal && (text.starts_with("0x") || text.starts_with("0X"))) text.remove_prefix(2);
   const char* const digits = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   return !text.empty() && text.find_first_not_of(digits) == text.npos;
@@ -88,7 +96,7 @@ NUMBER from_settings_file(const MEM_SETTING& setting, std::uint64_t holds) {
   if (text.empty()) return {};
   const std::uint64_t number =
       converted(setting, text, [](const std::string& digits) { return std::stoull(digits); });
-  if (is_usable(number)) return number;
+  if (is_usable(number, setting.type)) return number;
   report(setting, text.c_str(), static_cast<long long>(holds));
   return {};
 }

@@ -13,9 +13,10 @@ enum class MEM_SETTING_TYPE : std::uint8_t {
   PRESENCE,  ///< on when the variable is set, also to nothing
   TEXT,      ///< mem_cfg_get_value as a setting
   UNSIGNED,  ///< a decimal number from 1 to INT64_MAX: lenient in the environment, else strict
-  SIGNED,    ///< a strict decimal number in the range of int
-  HEX,       ///< the same in hexadecimal
-  INTEGER,   ///< mem_cfg_get_int_value
+  UNSIGNED_OR_NONE,  ///< the same, or 0 for none
+  SIGNED,            ///< a strict decimal number in the range of int
+  HEX,               ///< the same in hexadecimal
+  INTEGER,           ///< mem_cfg_get_int_value
 };
 
 /// One name, of an environment variable or of a setting that the host's callbacks are asked for.
@@ -95,8 +96,8 @@ inline constexpr MEM_SETTINGS_ROW mem_settings[] = {
      "the signal, by name or number, that asks for a snapshot of the reports, see below; the "
      "setting "
      "wins"},
-    {{mem_env("KORVANE_MEM_SNAPSHOT_INTERVAL", MEM_SETTING_TYPE::UNSIGNED),
-      mem_ini("mem_snapshot_interval", MEM_SETTING_TYPE::UNSIGNED)},
+    {{mem_env("KORVANE_MEM_SNAPSHOT_INTERVAL", MEM_SETTING_TYPE::UNSIGNED_OR_NONE),
+      mem_ini("mem_snapshot_interval", MEM_SETTING_TYPE::UNSIGNED_OR_NONE)},
      "",
      "seconds between two snapshots; the setting wins"},
     {{mem_env("KORVANE_MEM_FOLLOW_FORK"), mem_ini("mem_follow_fork")},

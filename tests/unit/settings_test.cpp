@@ -88,7 +88,7 @@ std::string errors_of(const std::function<void()>& work) {
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsNeverZero) {
+TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsZeroOnlyForNone) {
   constexpr std::tuple<const char*, const char*, std::uint64_t, const char*> rows[] = {
       {"12abc", "", 12, "MEM: [^\n]*PERIOD is \"12abc\"[^\n]*: 12 holds\n"},
       {"0", "", 131072, "MEM: [^\n]*PERIOD is \"0\"[^\n]*: 131072 holds\n"},
@@ -105,6 +105,14 @@ TEST(Number, ComesFromTheSettingElseFromTheEnvironmentAndIsNeverZero) {
     for (const std::uint64_t number : {0UL, 1UL, 6UL, 7UL, 24UL, 131072UL * 84, 131072UL * 84 - 1})
       EXPECT_EQ(mem_module_snapshot_delay.divides(number), number % read == 0) << number;
   }
+  setenv("KORVANE_MEM_SNAPSHOT_INTERVAL", "60", 1);
+  setenv("mem_snapshot_interval", "0", 1);
+  std::uint64_t interval = 1;
+  EXPECT_EQ(errors_of([&] {
+              interval = mem_setting_unsigned(mem_settings_row("mem_snapshot_interval"));
+            }),
+            "");
+  EXPECT_EQ(interval, 0U);
   mem_cfg_get_int_value("", 0);
   mem_set_cfg_get_int_value_callback(nullptr);  // found, and taken out again
   setenv("mem_symbolizer_addr2line_usecs", "7ms", 1);
