@@ -81,7 +81,7 @@ TEST(ASnapshot, IsWrittenByTheNextEventOfWhateverThreadAndLeavesItAsItWas) {
       EXPECT_THAT(name, MatchesRegex("snapshot-000[0-9]"));
       const std::int64_t blocks =
           report_in(reports / name, "mem_tbb_fileline").sum("Cumulative blocks", "Function", taken);
-      EXPECT_GT(blocks, 0);
+      EXPECT_TRUE(blocks > 0 || killed);
       blocks_found += std::to_string(blocks) + "\n";
       ++found;
     }
