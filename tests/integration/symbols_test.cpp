@@ -111,6 +111,30 @@ TEST(Symbols, AreThoseOfAddr2lineWhereverTheyAreKept) {
   }
 }
 
+// Named after where it begins, as the symbol said that is gone.
+TEST(Symbols, MissingAltogetherArePlaces) {
+  const RUN run = built(
+      "$G -fvisibility=hidden -o reference.so; strip reference.so -o lib.so; nm reference.so");
+  ASSERT_EQ(run.status(), 0) << run.err();
+  const std::string path = run.directory() / "lib.so";
+  const int file = open(path.c_str(), O_RDONLY);
+  const auto module = symbols::MODULE::open(file, path);
+  close(file);
+  ASSERT_TRUE(module);
+  std::istringstream lines(run.out());
+  int found = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(" t ") == std::string::npos || line.find("address_in") == std::string::npos)
+      continue;
+    ++found;
+    std::string place = line.substr(0, line.find(' '));
+    place.erase(0, place.find_first_not_of('0'));
+    const auto inside = std::stoull(place, nullptr, 16) + 5;
+    EXPECT_EQ(module->look_up(inside)[0].function, "lib.so+0x" + place) << line;
+  }
+  EXPECT_GT(found, 0);
+}
+
 // A server at the other end of a socket, asked by hand.
 class CONNECTED_SERVER {
  public:

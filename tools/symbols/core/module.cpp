@@ -7,13 +7,14 @@
 #include "tools/symbols/core/debug_information.h"
 #include "tools/symbols/core/demangle.h"
 #include "tools/symbols/core/symbol_table.h"
+#include "tools/symbols/core/unnamed_functions.h"
 
 namespace symbols {
 
 class MODULE::PARTS {
  public:
   PARTS(int descriptor, const std::string& path, DEPTH depth)
-      : m_files(descriptor, path), m_depth(depth) {}
+      : m_path(path), m_files(descriptor, path), m_depth(depth) {}
 
   bool is_open() const { return m_files.module() != nullptr; }
 
@@ -50,7 +51,11 @@ class MODULE::PARTS {
 
   void complete(FRAME& frame, std::uint64_t address) {
     const auto symbol = symbols().find(address);
-    if (!symbol) return;
+    if (!symbol) {
+      if (!m_unnamed) m_unnamed.emplace(m_files.module(), m_path, symbols());
+      frame.function = m_unnamed->name_at(address);
+      return;
+    }
     frame.function = demangled(symbol->name);
     if (frame.file.empty() && symbol->file != nullptr) frame.file = symbol->file;
   }
@@ -69,12 +74,14 @@ class MODULE::PARTS {
     return *m_symbols;
   }
 
+  std::string m_path;
   DEBUG_FILES m_files;
   DEPTH m_depth;
   bool m_has_looked_for_debug_information = false;
   std::uint64_t m_bias = 0;
   std::optional<DEBUG_INFORMATION> m_debug_information;
   std::optional<SYMBOL_TABLE> m_symbols;
+  std::optional<UNNAMED_FUNCTIONS> m_unnamed;
 };
 
 MODULE::MODULE(std::unique_ptr<PARTS> parts) : m_parts(std::move(parts)) {}

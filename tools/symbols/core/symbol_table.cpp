@@ -79,4 +79,16 @@ std::optional<SYMBOL_TABLE::SYMBOL> SYMBOL_TABLE::starting_at(std::uint64_t addr
   return symbol_of(*std::prev(entry));
 }
 
+std::uint64_t SYMBOL_TABLE::described_bytes() const {
+  std::uint64_t bytes = 0;
+  std::uint64_t end = 0;
+  for (const ENTRY& entry : m_entries) {
+    const std::uint64_t entry_end = entry.low + entry.size;
+    if (entry_end <= end) continue;
+    bytes += entry_end - std::max(end, entry.low);
+    end = entry_end;
+  }
+  return bytes;
+}
+
 }  // namespace symbols

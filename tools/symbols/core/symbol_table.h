@@ -25,6 +25,8 @@ class SYMBOL_TABLE {
   std::optional<SYMBOL> find(std::uint64_t address) const;
   /// One that begins at the address.
   std::optional<SYMBOL> starting_at(std::uint64_t address) const;
+  /// How many bytes of code have a function.
+  std::uint64_t described_bytes() const;
 
  private:
   struct ENTRY {
