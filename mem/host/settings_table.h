@@ -1,5 +1,5 @@
 // Everything that can be set from outside, in one table. The code reads settings by their names in
-// it, and README's table of switches is this one: a test compares them.
+// it, and the table of docs/settings.md is this one: a test compares them.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +40,7 @@ constexpr MEM_SETTING mem_ini(const char* name, MEM_SETTING_TYPE type = MEM_SETT
 struct MEM_SETTINGS_ROW {
   MEM_SETTING settings[3];
   const char* default_value;  ///< what holds when none is set; empty for off or nothing
-  const char* effect;         ///< in README's words
+  const char* effect;         ///< in the words of docs/settings.md
   MEM_TRACKING_GRANULARITY tracks = MEM_TRACK_NONE;     ///< what it turns on
   MEM_TRACKING_GRANULARITY unless_on = MEM_TRACK_NONE;  ///< not asked for beside this kind
 };

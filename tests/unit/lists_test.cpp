@@ -24,7 +24,7 @@ NAMES names_in(const std::string& text, const std::string& pattern) {
   return found;
 }
 
-std::string readme_line(const MEM_SETTINGS_ROW& row) {
+std::string settings_line(const MEM_SETTINGS_ROW& row) {
   std::string names[3];
   for (const auto& [source, type, name] : row.settings)
     names[source].append(names[source].empty() ? " `" : ", `").append(name).append("`");
@@ -33,18 +33,19 @@ std::string readme_line(const MEM_SETTINGS_ROW& row) {
          cell(row.default_value) + " | " + row.effect + " |\n";
 }
 
-TEST(TheTable, IsTheReadmesWhole) {
+TEST(TheTable, IsTheSettingsPagesWhole) {
   std::string table = "| environment | setting | default | effect |\n|---|---|---|---|\n";
-  for (const MEM_SETTINGS_ROW& row : mem_settings) table += readme_line(row);
-  EXPECT_THAT(source_file("README.md"), HasSubstr("\n" + table + "\n"));
+  for (const MEM_SETTINGS_ROW& row : mem_settings) table += settings_line(row);
+  EXPECT_THAT(source_file("docs/settings.md") + "\n", HasSubstr("\n" + table + "\n"));
 }
 
 TEST(TheTable, KnowsEverySwitchThatIsWrittenAbout) {
   std::set<std::string> known, written;
   for (const MEM_SETTINGS_ROW& row : mem_settings)
     for (const MEM_SETTING& setting : row.settings) known.insert(setting.name);
-  for (char const* file : {"include/tuk_mem.h", "README.md", "docs/reports.md", "docs/toolbox.md",
-                           "docs/stress.md", "docs/benchmarks.md"})
+  for (char const* file : {"include/tuk_mem.h", "README.md", "docs/profiling.md", "docs/settings.md",
+                           "docs/command.md", "docs/symbols.md", "docs/reports.md",
+                           "docs/toolbox.md", "docs/stress.md", "docs/benchmarks.md"})
     for (char const* pattern : {"(KORVANE_MEM_[A-Z_]+)", "[Ss]ettings? [`\"]+([a-z0-9_]+)"})
       written.merge(names_in(source_file(file), pattern));
   EXPECT_GT(written.size(), 15U);
