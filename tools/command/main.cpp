@@ -20,6 +20,7 @@ constexpr void (*subcommands[])(CLI::App&, ACTION&) = {
     command::add_diff,
     command::add_check,
     command::add_export,
+    command::add_html,
 };
 
 constexpr char const* description =

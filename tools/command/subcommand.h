@@ -20,5 +20,6 @@ void add_show(CLI::App& program, ACTION& action);
 void add_diff(CLI::App& program, ACTION& action);
 void add_check(CLI::App& program, ACTION& action);
 void add_export(CLI::App& program, ACTION& action);
+void add_html(CLI::App& program, ACTION& action);
 
 }  // namespace command
