@@ -7,13 +7,13 @@ FIGURES = ("Current bytes,Max bytes,Peak bytes,Cumulative bytes,Cumulative reque
 TIMING = b"Time spent dumping:\t1 clicks.\t1e-06 seconds.\n"
 
 
-def write(directory, name, title, rows, end=TIMING):
+def write(directory, name, title, rows):
     os.makedirs(directory, exist_ok=True)
     with open(f"{directory}/{name}.host.log", "wb") as out:
         out.write(title + b"\n\n")
         for row in rows:
             out.write(b"\t".join(c if isinstance(c, bytes) else str(c).encode() for c in row) + b"\n")
-        out.write(end)
+        out.write(TIMING)
 
 
 def write_sites(directory, sites):
@@ -32,7 +32,7 @@ def write_timelines(directory, names, samples, label=lambda sample: "phase"):
     rows = [["", *names], *([label(i), *row] for i, row in enumerate(values))]
     write(directory, "mem_tbb_timeline", b"MEM: TBB Module Tracking Memory Timeline.", rows)
     write(directory, "mem_tbb_auxiliary_timeline", b"MEM: TBB Auxiliary Timeline",
-          [["nthreads", "RSS"], *([1, 10**7 + 100 * i] for i in range(samples))], b"")
+          [["nthreads", "RSS"], *([1, 10**7 + 100 * i] for i in range(samples))])
 
 
 def write_run(directory, pid, arguments):

@@ -22,8 +22,8 @@ std::size_t lines_in(std::ifstream& in) {
 // The lines of a timeline are counted instead of read: there may be hundreds of snapshots.
 std::optional<std::size_t> samples_before_snapshot(const std::string& folder,
                                                    const std::string& tag) {
-  // Title, blank line and headings before, the snapshot's own sample and the timing line behind.
-  constexpr std::size_t other_lines = 5;
+  // Title, blank line and headings; the snapshot's own sample, the timing line and a blank one.
+  constexpr std::size_t other_lines = 6;
   for (char const* const prefix : {"mem_tbb_timeline.", "mem_tbb_pbin_tag_timeline."}) {
     std::ifstream in(folder + "/" + prefix + tag + ".log", std::ios::binary);
     if (!in) continue;

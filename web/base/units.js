@@ -1,5 +1,4 @@
 // Numbers as people read them, the same in every locale.
-import { ticks } from "d3-array";
 
 const units = ["B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"];
 const minus = "\u2212";
@@ -20,11 +19,11 @@ export function bytes(number) {
   return `${number < 0 ? minus : ""}${value.toFixed(digits)} ${units[unit]}`;
 }
 
-/** About `count` round sizes between two. */
+/** About `count` sizes between two, of a round number of units. */
 export function byteSteps(lowest, highest, count) {
-  let unit = 1;
-  while (highest / unit >= 1024) unit *= 1024;
-  return ticks(lowest / unit, highest / unit, count).map((step) => step * unit);
+  const step = 2 ** Math.max(0, Math.round(Math.log2((highest - lowest) / count)));
+  const first = Math.ceil(lowest / step);
+  return Array.from({ length: Math.floor(highest / step) - first + 1 }, (_, index) => (first + index) * step);
 }
 
 export const inUnit = (number, unit) => (unit === "bytes" ? bytes(number) : whole(number));
@@ -40,6 +39,7 @@ export function change(number, unit) {
 
 export function share(part, all) {
   if (!(all > 0)) return "";
+  if (part === 0) return "0 %";
   const percent = (100 * part) / all;
   return percent > 0 && percent < 0.1 ? "< 0.1 %" : `${percent.toFixed(percent < 9.95 ? 1 : 0)} %`;
 }

@@ -32,7 +32,8 @@ function showLine(line, processes) {
   }
   const command = facts.arguments.length > 0 ? facts.arguments.join(" ") : facts.executable;
   add(line, "code", { text: visible(command), title: visible(facts.executable ?? "") });
-  add(line, "span", { text: `${(facts.start ?? "").replace("T", " ").replace("Z", " UTC")} on ${visible(facts.host ?? "?")}` });
+  const when = (facts.start ?? "").replace("T", " ").replace("Z", " UTC");
+  add(line, "span", { text: facts.host ? `${when} on ${visible(facts.host)}` : when });
 }
 
 function showTiles(tiles, run, chosen, processes) {

@@ -77,8 +77,7 @@ function showCells(frame, read, node, tree, column, state) {
     .on("mouseenter", tell)
     .on("focus", tell)
     .on("click", ({ node: shown, depth }) => {
-      const target = depth === 0 && shown.parent ? shown.parent : shown;
-      state.set({ place: target.data.place, open: null });
+      state.set({ place: depth === 0 ? shown.data.place.slice(0, -1) : shown.data.place, open: null });
       frame.querySelector("button")?.focus();
     })
     .each(function label({ node: shown, smaller, wide }) {
@@ -93,7 +92,7 @@ function layOut(node, width) {
   const root = partition().size([width, 1])(node.copy());
   const cells = [];
   const walk = (shown, depth) => {
-    cells.push({ node: originalOf(shown, node), left: shown.x0, wide: shown.x1 - shown.x0, depth });
+    cells.push({ node: shown, left: shown.x0, wide: shown.x1 - shown.x0, depth });
     let smaller = 0;
     let from = 0;
     for (const child of shown.children ?? []) {
@@ -102,14 +101,11 @@ function layOut(node, width) {
       else if (++smaller === 1) from = child.x0;
     }
     if (smaller > 0 && shown.x1 - from >= 2)
-      cells.push({ node: originalOf(shown, node), smaller, left: from, wide: shown.x1 - from, depth: depth + 1 });
+      cells.push({ node: shown, smaller, left: from, wide: shown.x1 - from, depth: depth + 1 });
   };
   walk(root, 0);
   return cells;
 }
-
-// Of a copied node, which has forgotten its parents.
-const originalOf = (copy, top) => findPlace(top, copy.data.place.slice(top.data.place.length));
 
 function onKey(key, frame, state) {
   const place = state.get("place");

@@ -23,7 +23,7 @@ export function showRowDetails(frame, run, row) {
     add(box, "dt", { text: title });
     add(box, "dd", { text: inUnit(row.figures[key], unit), title: exactly(row.figures[key], unit) });
     const part = key.startsWith("max_") ? "" : share(row.figures[key], run.sum(all, key));
-    add(box, "dd", { class: "more", text: `${unit === "bytes" ? whole(row.figures[key]) : ""}${part ? ` ${part} of all` : ""}`.trim() });
+    add(box, "dd", { class: "more", text: part ? `${part} of all` : "" });
   }
   if (row.sites.length > 1 && "max_bytes" in row.figures)
     add(frame, "p", { class: "help", text: "The maxima of several addresses are summed; they need not have been reached at the same moment." });

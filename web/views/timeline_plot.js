@@ -185,29 +185,40 @@ function drawAxes(layer, width, { x, y, resident, hasResident }, step) {
     select(this).call(axis);
   });
   layer.selectAll("text.title").data(hasResident ? [["heap", 4, "start"], ["\u254c resident", width - 4, "end"]] : [["heap", 4, "start"]])
-    .join("text").attr("class", "title").attr("x", ([, left]) => left).attr("y", 12).attr("text-anchor", ([, , anchor]) => anchor).text(([title]) => title);
+    .join("text").attr("class", "title").attr("x", ([, left]) => left).attr("y", 30).attr("text-anchor", ([, , anchor]) => anchor).text(([title]) => title);
 }
 
-function drawMarks(layer, { x, y }, process, timeline) {
-  const at = (sample) => Math.min(timeline.samples - 1, Math.floor(sample / timeline.step));
-  const marks = process.snapshots.filter(({ sample }) => sample !== undefined).map(({ name, sample }) => ({ sample: at(sample), text: name.replace("snapshot-", "\u2691 "), help: name, kind: "snapshot" }));
-  const highest = timeline.highestSample;
-  if (timeline.samples > 0) marks.push({ sample: highest, text: `\u25b2 ${bytes(timeline.totals[highest])}`, help: "The highest sample", kind: "highest" });
-  if (process.peakSample !== undefined) marks.push({ sample: at(process.peakSample), text: "\u25bc peak", help: "The recorded peak, that of the tables", kind: "peak" });
+function drawMarks(layer, { x }, process, timeline) {
   const [from, to] = x.domain();
-  const groups = layer.selectAll("g").data(marks.filter(({ sample }) => sample >= from && sample <= to)).join((enter) => {
+  const marks = marksOf(process, timeline).filter(({ sample }) => sample >= from && sample <= to);
+  const groups = layer.selectAll("g").data(marks).join((enter) => {
     const group = enter.append("g");
     group.append("line");
-    group.append("text").append("title");
+    group.append("text");
+    group.append("title");
     return group;
   });
   groups.attr("class", ({ kind }) => kind).attr("transform", ({ sample }) => `translate(${x(sample)},0)`);
   groups.select("line").attr("y1", 18).attr("y2", height - margin.bottom);
-  // The peak is written to the left of its line, the highest sample to the right: they are often close.
-  groups.select("text").attr("y", ({ kind }) => (kind === "snapshot" ? height - margin.bottom - 4 : 12))
-    .attr("dx", ({ kind }) => ({ highest: 3, peak: -3 })[kind] ?? 0)
-    .attr("text-anchor", ({ kind }) => ({ highest: "start", peak: "end" })[kind] ?? "middle")
-    .text(({ text }) => text);
+  groups.select("title").text(({ help }) => help);
+  const isAtEnd = ({ sample, kind }) => kind === "highest" && x(sample) > x.range()[1] - 70;
+  groups.select("text").text(({ text }) => text)
+    .attr("y", ({ kind }) => (kind === "snapshot" ? height - margin.bottom - 4 : 12))
+    .attr("text-anchor", (mark) => (mark.kind === "snapshot" ? "middle" : mark.kind === "peak" || isAtEnd(mark) ? "end" : "start"))
+    .attr("dx", (mark) => (mark.kind === "peak" ? (marks.some(isAtEnd) ? -75 : -3) : isAtEnd(mark) ? 0 : 3));
+}
+
+// The recorded peak is named to the left of its line, the highest sample to the right: they are often
+// close to each other.
+function marksOf({ snapshots, peakSample }, timeline) {
+  const at = (sample) => Math.min(timeline.samples - 1, Math.floor(sample / timeline.step));
+  const marks = snapshots
+    .filter(({ sample }) => sample !== undefined)
+    .map(({ name, sample, end }) => ({ kind: "snapshot", sample: at(sample), text: `\u2691 ${Number(name.replace("snapshot-", ""))}`, help: `${name} ${end ?? ""}` }));
+  const { highestSample, totals, samples } = timeline;
+  if (samples > 0) marks.push({ kind: "highest", sample: highestSample, text: `\u25b2 ${bytes(totals[highestSample])}`, help: "The highest sample" });
+  if (peakSample !== undefined) marks.push({ kind: "peak", sample: at(peakSample), text: "peak \u25bc", help: "The recorded peak, that of the tables" });
+  return marks;
 }
 
 function drawCursor(layer, { x }, sample) {
