@@ -78,9 +78,9 @@ function showTable(content, differences) {
     giveColours(new Set(rows.map(({ module }) => module)));
     show();
   });
-  state.watch(["kind", "search", "isRegex", "sort"], show);
-  state.watch(["kind"], () => choose(state.get("kind")));
-  state.watch(["open"], () => grid.refresh());
+  state.on(["kind", "search", "isRegex", "sort"], show);
+  state.on(["kind"], () => choose(state.get("kind")));
+  state.on(["open"], () => grid.refresh());
 }
 
 function columnsOf(by, { unit }) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 
 namespace reports {
@@ -25,7 +26,8 @@ std::optional<std::size_t> samples_before_snapshot(const std::string& folder,
   // Title, blank line and headings; the snapshot's own sample, the timing line and a blank one.
   constexpr std::size_t other_lines = 6;
   for (char const* const prefix : {"mem_tbb_timeline.", "mem_tbb_pbin_tag_timeline."}) {
-    std::ifstream in(folder + "/" + prefix + tag + ".log", std::ios::binary);
+    const std::string name = prefix + tag + ".log";
+    std::ifstream in(std::filesystem::path(folder) / name, std::ios::binary);
     if (!in) continue;
     const std::size_t lines = lines_in(in);
     return lines < other_lines ? 0 : lines - other_lines;

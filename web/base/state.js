@@ -20,9 +20,14 @@ export class State {
       if (names.some((name) => changed.includes(name))) action();
   }
 
-  /** Calls `action` now, and after each change of one of `names`. */
-  watch(names, action) {
+  /** Calls `action` after each change of one of `names`. */
+  on(names, action) {
     this.#watchers.push({ names, action });
+  }
+
+  /** Calls it now as well. */
+  watch(names, action) {
+    this.on(names, action);
     action();
   }
 }

@@ -90,10 +90,8 @@ function searched(row) {
 
 /** In a new order: by a figure, or by the text of the place or module. */
 export function sorted(rows, { key, descending }) {
-  const value = key === "place" || key === "module" ? (row) => row[key] : (row) => row.figures[key];
+  const values = rows.map(key === "place" || key === "module" ? (row) => row[key] : (row) => row.figures[key]);
   const sign = descending ? -1 : 1;
-  return [...rows].sort((a, b) => {
-    const [x, y] = [value(a), value(b)];
-    return x < y ? -sign : x > y ? sign : 0;
-  });
+  const order = [...rows.keys()].sort((a, b) => (values[a] < values[b] ? -sign : values[a] > values[b] ? sign : a - b));
+  return order.map((index) => rows[index]);
 }

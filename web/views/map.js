@@ -26,7 +26,7 @@ export function showMap(content, run, state) {
     tree = placesTree(run, run.sitesOf(state.get("process")), state.get("figure"));
     draw();
   });
-  state.watch(["place"], draw);
+  state.on(["place"], draw);
   new ResizeObserver(draw).observe(frame);
   frame.addEventListener("keydown", (key) => onKey(key, frame, state));
 }

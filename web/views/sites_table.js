@@ -19,7 +19,8 @@ const groupings = [
 export function showSites(content, run, state) {
   const { section, controls } = addSection(content, "sites", "Line by line");
   addViews(controls, run, state);
-  addSelect(controls, "Per", groupings, state.get("by"), (by) => state.set({ by, open: null }));
+  const per = addSelect(controls, "Per", groupings, state.get("by"), (by) => state.set({ by, open: null }));
+  state.on(["by"], () => (per.value = state.get("by")));
   const search = addSearch(controls, state);
   addColumnsMenu(controls, run.known, state);
   const status = add(section, "p", { class: "status", role: "status" });
@@ -48,9 +49,9 @@ export function showSites(content, run, state) {
     grid.show(shown);
   };
   state.watch(["process", "place", "by"], select);
-  state.watch(["view", "search", "isRegex", "sort"], show);
-  state.watch(["columns", "open"], () => grid.refresh());
-  state.watch(["figure"], () => sortBy(state, state.get("figure")));
+  state.on(["view", "search", "isRegex", "sort"], show);
+  state.on(["columns", "open"], () => grid.refresh());
+  state.on(["figure"], () => sortBy(state, state.get("figure")));
 }
 
 const sortBy = (state, key) => state.set({ sort: { key, descending: true }, columns: shownWith(state, key) });

@@ -12,7 +12,6 @@ import { byteSteps, bytes, plural, whole } from "../base/units.js";
 
 const height = 320;
 const margin = { top: 40, right: 66, bottom: 26, left: 70 };
-const labelHeight = 15;
 
 export function addPlot(parent, process, view, timeline) {
   const frame = add(parent, "div", { class: "plot", tabindex: 0, role: "application" });
@@ -113,25 +112,36 @@ function aboveAndBelowZero(layers) {
   }
 }
 
-// The name of a series where its area is tall enough: colours alone would not tell.
+// The name of a series where there is room in its area: colours alone would not tell.
 function write(context, layer, drawn, x, y, name) {
-  let best = 0;
-  const tall = (i) => y(layer[i][0]) - y(layer[i][1]);
-  for (let i = 1; i < layer.length; ++i) if (tall(i) > tall(best)) best = i;
-  if (!layer.length || tall(best) < 16) return;
-  // The middle of the stretch around the tallest place where a line of text fits.
-  let [from, to] = [best, best];
-  const middle = (y(layer[best][0]) + y(layer[best][1])) / 2;
-  const fits = (i) => y(layer[i][0]) > middle + 7 && y(layer[i][1]) < middle - 7;
-  while (from > 0 && fits(from - 1)) --from;
-  while (to + 1 < layer.length && fits(to + 1)) ++to;
   context.font = "600 12px system-ui, sans-serif";
-  const text = visible(name);
-  if (x(drawn[to]) - x(drawn[from]) < context.measureText(text).width + 8) return;
-  context.fillStyle = resolve("var(--on-series)");
   context.textAlign = "center";
   context.textBaseline = "middle";
-  context.fillText(text, (x(drawn[from]) + x(drawn[to])) / 2, middle);
+  context.fillStyle = resolve("var(--on-series)");
+  const text = visible(name);
+  const room = widestRoom(layer, drawn, x, y);
+  if (room.right - room.left >= context.measureText(text).width + 8)
+    context.fillText(text, (room.left + room.right) / 2, room.middle);
+}
+
+const placesTried = 24;
+const lineHeight = 15;
+
+// The widest stretch in which a line of text fits into the area, of some that are tried.
+function widestRoom(layer, drawn, x, y) {
+  let widest = { left: 0, right: 0 };
+  for (let place = 0; place < placesTried; ++place) {
+    const centre = Math.floor(((place + 0.5) * layer.length) / placesTried);
+    const middle = (y(layer[centre][0]) + y(layer[centre][1])) / 2;
+    const fits = (i) => y(layer[i][0]) > middle + lineHeight / 2 && y(layer[i][1]) < middle - lineHeight / 2;
+    if (!fits(centre)) continue;
+    let [first, last] = [centre, centre];
+    while (first > 0 && fits(first - 1)) --first;
+    while (last + 1 < layer.length && fits(last + 1)) ++last;
+    const room = { left: x(drawn[first]), right: x(drawn[last]), middle };
+    if (room.right - room.left > widest.right - widest.left) widest = room;
+  }
+  return widest;
 }
 
 function drawResident(context, drawn, resident, x, y) {
