@@ -8,6 +8,7 @@
 
 #include "tools/command/options.h"
 #include "tools/command/output.h"
+#include "tools/command/page.h"
 #include "tools/command/run_json.h"
 #include "tools/command/subcommand.h"
 #include "tools/command/text.h"
@@ -30,6 +31,7 @@ constexpr char const* footer =
     "The processes of a run are summed.\n\n"
     "Examples:\n"
     "  tuk-mem diff before after --top 10\n"
+    "  tuk-mem diff before after --html changes.html        a page to look at\n"
     "  tuk-mem diff before after --column current_bytes     what is live at the end\n"
     "  tuk-mem diff run/snapshot-0001 run/snapshot-0002     what happened in between";
 
@@ -42,6 +44,7 @@ struct OPTIONS {
   bool bytes = false;
   bool full_paths = false;
   bool json = false;
+  std::string page;
 };
 
 // A row and what became of it, in the figure that is compared.
@@ -158,6 +161,10 @@ void print_json(OUTPUT& out, const COMPARISON& comparison, const OPTIONS& option
 int diff(const OPTIONS& options) {
   const reports::RUN before = options.before.read();
   const reports::RUN after = options.after.read();
+  if (!options.page.empty()) {
+    write_differences_page(before, after, options.page);
+    return SUCCEEDED;
+  }
   const FIGURE figure = options.figure.figure();
   const BY by = options.by.by() == BY::LINE ? BY::LINE_OF_FUNCTION : options.by.by();
   COMPARISON comparison{
@@ -193,6 +200,8 @@ void add_diff(CLI::App& program, ACTION& action) {
   app.add_flag("--bytes", options->bytes, "Exact figures, instead of 1.2M");
   app.add_flag("--full-paths", options->full_paths, "Files with their directories");
   app.add_flag("--json", options->json, "As JSON, all rows and figures");
+  app.add_option("--html", options->page,
+                 "Write a page to this file instead, all rows and figures");
   app.callback([options, &action] { action = [options] { return diff(*options); }; });
 }
 

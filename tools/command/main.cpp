@@ -17,8 +17,8 @@ using command::ACTION;
 
 /// In the order of the help text.
 constexpr void (*subcommands[])(CLI::App&, ACTION&) = {
-    command::add_run,    command::add_show,     command::add_diff, command::add_check,
-    command::add_export, command::add_snapshot, command::add_top,
+    command::add_run,    command::add_show, command::add_diff,     command::add_check,
+    command::add_export, command::add_html, command::add_snapshot, command::add_top,
 };
 
 constexpr char const* description =

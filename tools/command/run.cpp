@@ -76,6 +76,7 @@ void add_output(CLI::App& app, RUN_OPTIONS& options) {
   app.add_option("-o,--output", options.directory,
                  "The directory of the reports (tuk-mem.PROGRAM.PID)")
       ->type_name("DIRECTORY");
+  app.add_flag("--html", options.page, "Write page.html into the directory, too");
   app.add_flag("--progress", options.progress,
                "On a terminal, show time, resident size and heap while the program runs");
   app.add_flag("!--no-summary", options.summary, "Say nothing at the end");

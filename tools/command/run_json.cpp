@@ -35,25 +35,6 @@ bool is_text(std::string_view key) {
   return std::find(std::begin(texts), std::end(texts), key) != std::end(texts);
 }
 
-JSON json_of(const RUN_FACTS& facts) {
-  JSON json = JSON::object();
-  for (const auto& [key, value] : facts.values)
-    json[key] = is_text(key) ? JSON(value) : number_or_text(value);
-  json["arguments"] = facts.arguments;
-  JSON& settings = json["settings"] = JSON::array();
-  for (const auto& setting : facts.settings)
-    settings.push_back(
-        {{"name", setting.name}, {"source", setting.source}, {"value", setting.value}});
-  JSON& modules = json["modules"] = JSON::array();
-  for (const auto& module : facts.modules)
-    modules.push_back({{"path", module.path},
-                       {"address", hexadecimal(module.address)},
-                       {"size", module.size},
-                       {"build_id", module.build_id},
-                       {"lines", module.lines}});
-  return json;
-}
-
 JSON json_of(const SITE& site, const KNOWN_FIGURES& known) {
   JSON json;
   json["address"] = site.is_catch_all ? std::string(other_name) : hexadecimal(site.address);
@@ -93,18 +74,7 @@ JSON json_of(const TIMELINE& timeline) {
   JSON json;
   json["samples"] = timeline.samples;
   json["is_summary"] = timeline.is_summary;
-  JSON& phases = json["phases"] = JSON::array();
-  const auto totals = timeline.totals();
-  for (const TIMELINE::PHASE& phase : timeline.phases) {
-    const auto first = totals.begin() + static_cast<std::ptrdiff_t>(phase.first);
-    const auto last = first + static_cast<std::ptrdiff_t>(phase.count);
-    phases.push_back({{"label", phase.label},
-                      {"first", phase.first},
-                      {"count", phase.count},
-                      {"start", *first},
-                      {"peak", *std::max_element(first, last)},
-                      {"end", *(last - 1)}});
-  }
+  json["phases"] = json_of_phases(timeline);
   JSON& series = json["series"] = JSON::array();
   for (const TIMELINE::SERIES& one : timeline.series)
     series.push_back({{"name", one.name}, {"values", one.values}});
@@ -169,7 +139,7 @@ JSON json_of(const PROCESS& process) {
   json["folder"] = process.folder;
   json["tag"] = process.tag;
   json["is_snapshot"] = process.is_snapshot;
-  if (process.facts) json["facts"] = json_of(*process.facts);
+  if (process.facts) json["facts"] = json_of_facts(*process.facts);
   add_tables(json, process);
   add_timelines(json, process);
   JSON& snapshots = json["snapshots"] = JSON::array();
@@ -185,6 +155,41 @@ JSON json_of(const PROCESS& process) {
 }
 
 }  // namespace
+
+JSON json_of_facts(const RUN_FACTS& facts) {
+  JSON json = JSON::object();
+  for (const auto& [key, value] : facts.values)
+    json[key] = is_text(key) ? JSON(value) : number_or_text(value);
+  json["arguments"] = facts.arguments;
+  JSON& settings = json["settings"] = JSON::array();
+  for (const auto& setting : facts.settings)
+    settings.push_back(
+        {{"name", setting.name}, {"source", setting.source}, {"value", setting.value}});
+  JSON& modules = json["modules"] = JSON::array();
+  for (const auto& module : facts.modules)
+    modules.push_back({{"path", module.path},
+                       {"address", hexadecimal(module.address)},
+                       {"size", module.size},
+                       {"build_id", module.build_id},
+                       {"lines", module.lines}});
+  return json;
+}
+
+JSON json_of_phases(const TIMELINE& timeline) {
+  JSON phases = JSON::array();
+  const auto totals = timeline.totals();
+  for (const TIMELINE::PHASE& phase : timeline.phases) {
+    const auto first = totals.begin() + static_cast<std::ptrdiff_t>(phase.first);
+    const auto last = first + static_cast<std::ptrdiff_t>(phase.count);
+    phases.push_back({{"label", phase.label},
+                      {"first", phase.first},
+                      {"count", phase.count},
+                      {"start", *first},
+                      {"peak", *std::max_element(first, last)},
+                      {"end", *(last - 1)}});
+  }
+  return phases;
+}
 
 void add_figures(JSON& object, const FIGURES& figures, const KNOWN_FIGURES& known) {
   for (std::size_t figure = 0; figure < FIGURE_COUNT; ++figure)

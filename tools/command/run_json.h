@@ -14,6 +14,10 @@ using JSON = nlohmann::ordered_json;
 
 /// Everything that the reports say.
 JSON json_of(const reports::RUN& run);
+/// What its run file says.
+JSON json_of_facts(const reports::RUN_FACTS& facts);
+/// What the heap held in each phase, by all samples.
+JSON json_of_phases(const reports::TIMELINE& timeline);
 /// The first `shown` rows of a table.
 JSON json_of(const std::string& process, const reports::GROUPS& groups, std::size_t shown);
 /// A row's names and addresses, without figures.

@@ -21,6 +21,7 @@ void add_show(CLI::App& program, ACTION& action);
 void add_diff(CLI::App& program, ACTION& action);
 void add_check(CLI::App& program, ACTION& action);
 void add_export(CLI::App& program, ACTION& action);
+void add_html(CLI::App& program, ACTION& action);
 void add_snapshot(CLI::App& program, ACTION& action);
 void add_top(CLI::App& program, ACTION& action);
 

@@ -10,6 +10,7 @@
 
 #include "tools/command/failure.h"
 #include "tools/command/live/profiled_process.h"
+#include "tools/command/page.h"
 #include "tools/command/run/environment.h"
 #include "tools/command/run/program_file.h"
 #include "tools/command/run/progress.h"
@@ -17,6 +18,7 @@
 #include "tools/command/run/summary.h"
 #include "tools/command/run/supervision.h"
 #include "tools/command/run/symbol_server.h"
+#include "tools/reports/read_run.h"
 
 namespace command {
 
@@ -65,12 +67,22 @@ ENDED_RUN supervise(const RUN_OPTIONS& options) {
   return run;
 }
 
+// A page that can't be written changes nothing in how the program ended.
+void write_page_of(const std::string& directory) try {
+  const std::string page = directory + "/page.html";
+  write_page(reports::read_run(directory, reports::DAMAGED::KEPT), page);
+  fmt::print(stderr, "  page: {}\n", page);
+} catch (const std::exception& error) {
+  fmt::print(stderr, "tuk-mem: no page: {}\n", error.what());
+}
+
 }  // namespace
 
 void run_profiled(RUN_OPTIONS options) {
   if (!options.children && options.only.empty()) options.only = program_name(options);
   const ENDED_RUN run = supervise(options);
   if (options.summary) show_summary(options, run.facts, run.directory);
+  if (options.page) write_page_of(run.directory);
   end_like(run.facts.status);
 }
 

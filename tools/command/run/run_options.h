@@ -32,7 +32,7 @@ struct RUN_OPTIONS {
 
   bool progress = false;
   bool summary = true;
-  bool page = false;  ///< write a page at the end
+  bool page = false;  ///< write page.html at the end
   unsigned top = 10;
 };
 

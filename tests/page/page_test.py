@@ -1,0 +1,208 @@
+"""The page in a browser: its figures are those of the reports, and what one clicks happens.
+
+Arguments: the command, a program to profile and the library, then unittest's own."""
+import glob
+import os
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+from selenium import webdriver
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+
+import made_up_run
+
+COMMAND, PROGRAM = sys.argv[1:3]
+work = tempfile.TemporaryDirectory()
+
+
+def setUpModule():
+    global browser
+    options = webdriver.ChromeOptions()
+    for option in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
+                   f"--user-data-dir={work.name}/browser"):
+        options.add_argument(option)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    browser = webdriver.Chrome(options=options)
+    unittest.addModuleCleanup(browser.quit)
+    profile("real", "/usr/share/common-licenses/GPL-3")
+    profile("later", "/usr/share/common-licenses/GPL-3", "/usr/share/common-licenses/GPL-2")
+
+
+def profile(name, *arguments):
+    environment = dict(os.environ, KORVANE_MEM_PROFILE_ALL="1",
+                       KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD="500",
+                       KORVANE_MEM_REPORT_DIRECTORY=f"{work.name}/{name}")
+    subprocess.run([PROGRAM, *arguments], env=environment, check=True, stdout=subprocess.DEVNULL)
+
+
+def report(name):
+    """The rows of the fileline report, summed per line, highest peak first."""
+    with open(glob.glob(f"{work.name}/{name}/mem_tbb_fileline.*")[0], encoding="utf8") as lines:
+        rows = [line.rstrip("\n").split("\t") for line in lines if "\t" in line]
+    header, sums = rows[0], {}
+    for row in rows[1:]:
+        if row[0].startswith("Time spent"):
+            continue
+        cells = dict(zip(header, row))
+        total = sums.setdefault(f"{os.path.basename(cells['File'])}:{cells['Line']}",
+                                dict.fromkeys(made_up_run.FIGURES, 0))
+        for figure in total:
+            total[figure] += int(cells[figure])
+    return sorted(sums.items(), key=lambda item: -item[1]["Peak bytes"])
+
+
+def find(selector):
+    return browser.find_element(By.CSS_SELECTOR, selector)
+
+
+def find_all(selector):
+    return browser.find_elements(By.CSS_SELECTOR, selector)
+
+
+def texts(selector):
+    return browser.execute_script(
+        "return [...document.querySelectorAll(arguments[0])].map((e) => e.textContent)", selector)
+
+
+def open_page(*arguments):
+    page = f"{work.name}/{len(os.listdir(work.name))}.html"
+    subprocess.run([COMMAND, *arguments, page], check=True)
+    browser.get(f"file://{page}")
+    return page
+
+
+def open_run(name):
+    return open_page("html", f"{work.name}/{name}", "-o")
+
+
+def exact(cells):
+    """Of cells that show "227 KiB", the numbers behind."""
+    return [int(c.get_attribute("title").split()[0].replace(",", "").replace("\u2212", "-")) for c in cells]
+
+
+class PageTest(unittest.TestCase):
+    def tearDown(self):
+        self.assertEqual(browser.get_log("browser"), [])
+
+
+class RealRun(PageTest):
+    def setUp(self):
+        open_run("real")
+        self.expected = report("real")
+
+    def test_first_rows_have_the_figures_of_the_report(self):
+        browser.execute_script("document.querySelectorAll('.menu input').forEach((box) => box.checked || box.click())")
+        for index, (place, figures) in enumerate(self.expected[:6]):
+            cells = find_all(f"#Allocation-sites-{index} .cell")
+            self.assertTrue(cells[0].text.startswith(place), cells[0].text)
+            self.assertEqual(exact(cells[2:]), list(figures.values()), place)
+        self.assertIn(self.expected[0][0], texts(".finding code"))
+
+    def test_sorts_and_searches(self):
+        find("[data-key=cumulative_blocks]").click()
+        wanted = sorted((figures["Cumulative blocks"] for _, figures in self.expected), reverse=True)
+        self.assertEqual(exact(find_all(".grid .row .cell:last-child"))[:5], wanted[:5])
+        ActionChains(browser).send_keys("/", "LINE_store.cpp").perform()
+        self.assertTrue(all(name.startswith("line_store.cpp") for name in texts(".place-name")))
+        find(".search button").click()
+        find("#search").send_keys("(")
+        self.assertIn("Invalid regular expression", find("#search-error").text)
+        find("#search").clear()
+        find("#search").send_keys(r"index\.cpp:3[12] ")
+        self.assertEqual({name[:16] for name in texts(".place-name")}, {"word_index.cpp:3"})
+
+    def test_opens_a_row_by_keyboard_and_closes_it(self):
+        find(".grid").send_keys(Keys.DOWN, Keys.ENTER)
+        self.assertEqual(exact(find_all(".details .figures dd[title]")), list(self.expected[1][1].values()))
+        self.assertTrue(texts(".details .address")[0].startswith("0x"))
+        find(".grid").send_keys(Keys.ESCAPE)
+        self.assertFalse(find(".details").is_displayed())
+
+    def test_going_down_the_map_narrows_the_table(self):
+        find_all(".icicle .cell")[0].click()
+        module = find(".path [aria-current]").text
+        self.assertEqual(set(texts(".grid .cell.module bdi")), {module})
+        shown = sum(exact(find_all(".grid .cell:nth-child(5)")))
+        self.assertIn(f"{shown:,} bytes", find(".read").text)
+        find(".icicle").find_element(By.CSS_SELECTOR, "button").send_keys(Keys.ESCAPE)
+        self.assertGreater(len(set(texts(".grid .cell.module bdi"))), 1)
+
+    def test_shows_leaks_and_what_other_threads_freed(self):
+        for view, figure in (("Never freed", "Current bytes"), ("Freed by another thread", "Cumulative mismatched bytes")):
+            find_all(".choice button")[[b.text for b in find_all(".choice button")].index(view)].click()
+            wanted = [place for place, figures in self.expected if figures[figure] > 0]
+            self.assertCountEqual(texts(".place-name"), wanted)
+
+    def test_dragging_zooms_the_timeline(self):
+        plot = find(".plot")
+        change = texts(".legend tr.all td:last-child")
+        ActionChains(browser).move_to_element_with_offset(plot, -100, 0).click_and_hold().move_by_offset(160, 0).release().perform()
+        self.assertTrue(find("#reset-zoom").is_enabled())
+        self.assertNotEqual(texts(".legend tr.all td:last-child"), change)
+        find("#reset-zoom").click()
+        self.assertEqual(texts(".legend tr.all td:last-child"), change)
+
+    def test_shows_what_changed_since_another_run(self):
+        open_page("diff", f"{work.name}/real", f"{work.name}/later", "--html")
+        before, after = dict(self.expected), dict(report("later"))
+        row = find("#Differences-0")
+        place = row.find_element(By.CSS_SELECTOR, ".place-name").text
+        values = [rows[place]["Peak bytes"] for rows in (before, after)]
+        self.assertEqual(exact(row.find_elements(By.CSS_SELECTOR, ".number")), [*values, values[1] - values[0]])
+        self.assertIn("\u25b2 +", row.text)
+
+
+class MadeUpRuns(PageTest):
+    def test_hostile_names_are_shown_as_text(self):
+        long_name = b"f<" + b"std::pair<int, " * 700 + b">"
+        names = [b"<script>window.broken = 1</script>", b"</script><img src=x onerror='window.broken=1'>",
+                 b"\"quoted' & &lt;", b"not\xff\xfeUTF-8", "line\u2028break \u202eturned".encode(), b"<!--", long_name]
+        shown = ["<script>window.broken = 1</script>", "</script><img src=x onerror='window.broken=1'>",
+                 "\"quoted' & &lt;", "not\ufffd\ufffdUTF-8", "line\\u2028break \\u202eturned", "<!--"]
+        made_up_run.write_sites(f"{work.name}/hostile", [
+            (name[:200].replace(b"/", b""), b"/" + name[:200].replace(b"/", b"_") + b".c", 7, name, made_up_run.figures(10**6 - i))
+            for i, name in enumerate(names)])
+        made_up_run.write_timelines(f"{work.name}/hostile", [names[0], names[1]], 8, lambda i: names[i % 5])
+        made_up_run.write_run(f"{work.name}/hostile", 1, [b"host", *names, b"a\\tb"])
+        open_run("hostile")
+        self.assertEqual(texts(".grid .function")[:len(shown)], shown)
+        self.assertIn("a\\tb", find(".run-line").text)
+        find(".grid").send_keys(Keys.END, Keys.ENTER)
+        self.assertEqual(texts(".details .names dd")[0], long_name.decode())
+        self.assertIsNone(browser.execute_script("return window.broken ?? null"))
+        self.assertEqual(find_all("main script, main img"), [])
+
+    def test_processes_are_summed_or_chosen(self):
+        for pid, peak in ((10, 1000), (11, 4000)):
+            made_up_run.write_run(f"{work.name}/tree/{pid}", pid, [b"host"])
+            made_up_run.write_sites(f"{work.name}/tree/{pid}", [(b"m", b"/a.c", 1, b"f", made_up_run.figures(peak))])
+        open_run("tree")
+        peak = lambda: exact(find_all(".grid .cell:nth-child(5)"))
+        self.assertEqual(peak(), [5000])
+        find_all("#processes button.link")[2].click()
+        self.assertEqual(peak(), [4000])
+
+    def test_a_large_run_stays_quick(self):
+        made_up_run.write_large(f"{work.name}/large")
+        began = time.monotonic()
+        page = open_run("large")
+        script = """const began = performance.now(); arguments[0].click?.();
+            if (arguments[1]) { arguments[0].value = arguments[1]; arguments[0].dispatchEvent(new Event('input')); }
+            document.body.offsetHeight; return performance.now() - began"""
+        timing = browser.execute_script("return performance.timing.loadEventEnd - performance.timing.navigationStart")
+        sort = browser.execute_script(script, find("[data-key=current_bytes]"))
+        search = browser.execute_script(script, find("#search"), "insert_29")
+        print(f"10,000 sites, 20,000 samples of 20: {os.path.getsize(page) / 1e6:.1f} MB, opened in {timing} ms, "
+              f"sorted in {sort:.0f} ms, searched in {search:.0f} ms; all {time.monotonic() - began:.1f} s")
+        self.assertLess(os.path.getsize(page), 15e6)
+        self.assertGreater(len(texts(".place-name")), 10)
+        self.assertLess(len(find_all(".grid .row")), 100)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -1,0 +1,114 @@
+// The page of what changed between two runs.
+import { add, addChoice, addSection, addSelect } from "./base/elements.js";
+import { giveColours } from "./base/colours.js";
+import { State } from "./base/state.js";
+import { visible } from "./base/text.js";
+import { addThemeSwitch } from "./base/theme.js";
+import { change, exactly, inUnit, plural } from "./base/units.js";
+import { Differences } from "./model/differences.js";
+import { matcher, sorted } from "./model/rows.js";
+import { showDifferencesHead } from "./views/differences_head.js";
+import { addGrid } from "./views/grid.js";
+import { addSearch } from "./views/search.js";
+
+const groupings = { line: "line", function: "function", file: "file", module: "module", tag: "tag", bin: "bin" };
+const kinds = {
+  changed: { title: "Changed", shows: ({ figures }) => figures.change !== 0 },
+  grown: { title: "\u25b2 Grown", shows: ({ figures }) => figures.change > 0 },
+  shrunk: { title: "\u25bc Shrunk", shows: ({ figures }) => figures.change < 0 },
+  all: { title: "All", shows: () => true },
+};
+
+export function showDifferences(data) {
+  const differences = new Differences(data);
+  const content = document.getElementById("content");
+  showBar();
+  showDifferencesHead(content, data, differences);
+  if (differences.groupings.length > 0) showTable(content, differences);
+  else add(content, "p", { class: "empty", text: "The two runs have no report in common that could be compared." });
+}
+
+function showBar() {
+  const bar = document.getElementById("bar");
+  document.title = "What changed: heap profiles";
+  add(bar, "h1", { text: "What changed between two runs" });
+  add(bar, "nav");
+  addThemeSwitch(bar);
+}
+
+function showTable(content, differences) {
+  const state = new State({
+    by: differences.groupings[0],
+    figure: differences.known.some(({ key }) => key === "peak_bytes") ? "peak_bytes" : differences.known[0].key,
+    kind: "changed",
+    search: "",
+    isRegex: false,
+    sort: { key: "size", descending: true },
+    open: null,
+  });
+  const { section, controls } = addSection(content, "sites", "What changed");
+  const choose = addChoice(controls, "Rows", Object.entries(kinds).map(([key, { title }]) => [key, title]), "changed", (kind) => state.set({ kind, open: null }));
+  addSelect(controls, "Of", differences.known.map(({ key, title }) => [key, title]), state.get("figure"), (figure) => state.set({ figure }));
+  addSelect(controls, "Per", differences.groupings.map((by) => [by, groupings[by]]), state.get("by"), (by) => state.set({ by, open: null }));
+  const search = addSearch(controls, state);
+  const status = add(section, "p", { class: "status", role: "status" });
+  const column = () => differences.known.find(({ key }) => key === state.get("figure"));
+  const grid = addGrid(section, {
+    label: "Differences",
+    columns: () => columnsOf(state.get("by"), column()),
+    sort: () => state.get("sort"),
+    onsort: (key) => state.set({ sort: { key, descending: state.get("sort").key === key ? !state.get("sort").descending : key !== "place" && key !== "module" } }),
+    open: () => state.get("open"),
+    onopen: (open) => state.set({ open }),
+    details: (frame, row) => showDetails(frame, row, differences.figuresOf(state.get("by"), row.id)),
+  });
+  let rows = [];
+  const show = () => {
+    const { matches, error } = matcher(state.get("search"), state.get("isRegex"));
+    search.setError(error);
+    const shown = sorted(rows.filter(kinds[state.get("kind")].shows).filter(matches), state.get("sort"));
+    const sum = shown.reduce((all, { figures }) => all + figures.change, 0);
+    status.textContent = `${plural(shown.length, "row")} of ${rows.length}, ${column().title.toLowerCase()} ${change(sum, column().unit)}`;
+    grid.show(shown);
+  };
+  state.watch(["by", "figure"], () => {
+    const key = differences.knows(state.get("by"), state.get("figure")) ? state.get("figure") : "peak_bytes";
+    rows = differences.rowsOf(state.get("by"), key);
+    for (const row of rows) row.figures.size = Math.abs(row.figures.change);
+    giveColours(new Set(rows.map(({ module }) => module)));
+    show();
+  });
+  state.on(["kind", "search", "isRegex", "sort"], show);
+  state.on(["kind"], () => choose(state.get("kind")));
+  state.on(["open"], () => grid.refresh());
+}
+
+function columnsOf(by, { unit }) {
+  const isOfSites = ["line", "function", "file"].includes(by);
+  return [
+    { key: "place", title: by[0].toUpperCase() + by.slice(1) },
+    ...(isOfSites ? [{ key: "module", title: "Module" }] : []),
+    { key: "before", title: "Before", unit },
+    { key: "after", title: "After", unit },
+    { key: "change", title: "Change", unit, isChange: true },
+  ];
+}
+
+function showDetails(frame, row, figures) {
+  const names = add(frame, "dl", { class: "names" });
+  for (const [title, value] of [["Function", row.function], ["File", row.file], ["Module", row.module]]) {
+    if (!value) continue;
+    add(names, "dt", { text: title });
+    add(names, "dd", { text: visible(value) });
+  }
+  const table = add(add(frame, "div", { class: "scroller" }), "table", { class: "plain" });
+  const head = add(add(table, "thead"), "tr");
+  for (const title of ["", "Before", "After", "Change"]) add(head, "th", { scope: "col", class: title ? "number" : null, text: title });
+  const body = add(table, "tbody");
+  for (const { title, unit, before, after } of figures) {
+    const line = add(body, "tr");
+    add(line, "th", { scope: "row", text: title });
+    for (const value of [before, after]) add(line, "td", { class: "number", text: inUnit(value, unit), title: exactly(value, unit) });
+    add(line, "td", { class: "number", text: change(after - before, unit), title: exactly(after - before, unit) });
+  }
+}
