@@ -22,8 +22,7 @@ namespace command {
 
 namespace {
 
-using reports::BY, reports::FIGURE, reports::GROUP, reports::GROUPS, reports::PROCESS, reports::RUN,
-    reports::SITE;
+using reports::BY, reports::GROUP, reports::GROUPS, reports::PROCESS, reports::RUN, reports::SITE;
 
 constexpr char const* description =
     "Holds a run against limits. Status 0: all hold; 1: one is broken, and the rows that break it\n"
@@ -216,6 +215,7 @@ void check_leaks(const RUN& run, const OPTIONS& options, SUPPRESSIONS& suppressi
   }
   if (!leaks.empty()) {
     std::vector<const PROCESS*> processes;
+    processes.reserve(leaks.size());
     for (const PROCESS& process : leaks) processes.push_back(&process);
     GROUPS groups = reports::group(processes, BY::LINE);
     leaked = reports::wrapping_sum(leaked, groups.total[reports::CURRENT_BYTES]);

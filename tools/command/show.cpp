@@ -121,6 +121,7 @@ void print_table(OUTPUT& out, const GROUPS& groups, const OPTIONS& options) {
 
   const auto add = [&](const reports::FIGURES& values, const std::vector<std::string>& texts) {
     std::vector<std::string> cells;
+    cells.reserve(figures.size() + headings.size());
     for (const FIGURE figure : figures)
       cells.push_back(figure_text(figure, values[figure], options.bytes));
     cells.insert(cells.end(), texts.begin(), texts.end());

@@ -16,12 +16,12 @@ bool continues(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; 
 // Bytes of the character that the text begins with; 0 when it is none.
 std::size_t size_of_first(std::string_view text) {
   struct FORM {
-    unsigned char mask, bits;
     std::size_t size;
     std::uint32_t least;
+    unsigned char mask, bits;
   };
   constexpr FORM forms[] = {
-      {0x80, 0x00, 1, 0}, {0xe0, 0xc0, 2, 0x80}, {0xf0, 0xe0, 3, 0x800}, {0xf8, 0xf0, 4, 0x10000}};
+      {1, 0, 0x80, 0x00}, {2, 0x80, 0xe0, 0xc0}, {3, 0x800, 0xf0, 0xe0}, {4, 0x10000, 0xf8, 0xf0}};
   const auto first = static_cast<unsigned char>(text.front());
   for (const FORM& form : forms) {
     if ((first & form.mask) != form.bits) continue;

@@ -63,7 +63,8 @@ class READER {
     const fs::file_status status = fs::status(path, error);
     if (error) throw UNREADABLE(path + ": " + error.message());
     if (!fs::is_directory(status)) return read_single_file(path);
-    read_folder(path, ".", 0);
+    const fs::path folder(path);  // a slash at its end is no part of its name
+    read_folder(folder.has_filename() ? folder : folder.parent_path(), ".", 0);
     if (m_run.processes.empty())
       throw UNREADABLE(path + ": there are no reports in this directory");
   }
