@@ -7,7 +7,7 @@
 
 namespace {
 
-using testing::AllOf, testing::HasSubstr, testing::MatchesRegex, testing::Not;
+using testing::AllOf, testing::HasSubstr;
 
 RUN run(const std::vector<std::string>& words, const std::string& prefix = "") {
   return RUN({.path = TUK_MEM_COMMAND, .arguments = words, .shell_prefix = prefix});
@@ -43,9 +43,8 @@ TEST(ARun, EndsAsTheProgramDoes) {
 
 // The process and its children, the largest of them named, each with reports of its own.
 TEST(ARun, ShowsWhereItsProcessesHeldMemory) {
-  const RUN result(
-      run({"run", "-o", "all", "--", "sh", "-c",
-           TUK_MEM_ALLOCATING_PROGRAM " leak; exec " TUK_MEM_ALLOCATING_PROGRAM " leak"}));
+  const std::string leak = std::string(TUK_MEM_ALLOCATING_PROGRAM) + " leak";
+  const RUN result(run({"run", "-o", "all", "--", "sh", "-c", leak + "; exec " + leak}));
   EXPECT_EQ(result.status(), 0) << result.err();
   EXPECT_THAT(result.err(), AllOf(HasSubstr("the largest of "), HasSubstr("scenarios.cpp:"),
                                   HasSubstr("tuk-mem show all")));
@@ -54,9 +53,9 @@ TEST(ARun, ShowsWhereItsProcessesHeldMemory) {
 
 // It is asked for a snapshot before it is told to end, which it does without reports.
 TEST(ARun, KeepsWhatATerminatedProgramHeld) {
-  const RUN result(run({"run", "-o", "ended", "--", "python3", "-c",
-                        "import time\nwhile True: x = [bytes(i) for i in range(3000)]; "
-                        "time.sleep(0.01)"},
+  const std::string loop =
+      "import time\nwhile True: x = [bytes(i) for i in range(3000)]; time.sleep(0.01)";
+  const RUN result(run({"run", "-o", "ended", "--", "python3", "-c", loop},
                        "(sleep 2; pkill -TERM -f \"tuk-mem run -o ended\") & "));
   EXPECT_EQ(result.status(), 128 + 15);
   EXPECT_THAT(result.err(), AllOf(HasSubstr("its last snapshot is taken"), HasSubstr("leaked ")));

@@ -222,7 +222,7 @@ TEST_F(SYMBOL_SERVER, GivesEachThreadItsOwnAnswer) {
   std::string all;
   unsigned held = 0;
   const STAND_IN_SERVER server([&](const HEADER& header, const std::string& payload) {
-    const std::string answer = well_said(header, payload);
+    std::string answer = well_said(header, payload);
     if (header.kind == open_module) return answer;
     all.insert(0, answer);
     return ++held % threads == 0 ? std::exchange(all, {}) : STAND_IN_SERVER::held_back;

@@ -54,6 +54,7 @@ reports::RUN RUN_ARGUMENT::read_from(const std::string& path) const {
 
 void BY_OPTION::add_to(CLI::App& app) {
   std::vector<std::string> names;
+  names.reserve(groupings.size());
   for (const auto& [name, by] : groupings) names.emplace_back(name);
   app.add_option("--by", m_name, "What a row is: line, function, file, module, bin or tag")
       ->check(CLI::IsMember(names).description(""))
@@ -74,6 +75,7 @@ void FIGURE_OPTION::add_to(CLI::App& app, const std::string& option, const std::
 
 std::vector<std::string> figure_keys() {
   std::vector<std::string> keys;
+  keys.reserve(reports::figure_columns.size());
   for (const auto& column : reports::figure_columns) keys.emplace_back(column.key);
   return keys;
 }

@@ -37,7 +37,11 @@ class ENVIRONMENT {
 
   std::vector<std::string> entries() const {
     std::vector<std::string> result;
-    for (const auto& [name, value] : m_values) result.push_back(name + '=' + value);
+    result.reserve(m_values.size());
+    for (const auto& [name, value] : m_values) {
+      result.push_back(name);
+      result.back().append("=").append(value);
+    }
     return result;
   }
 

@@ -62,8 +62,8 @@ std::string find_hooked_allocator() {
                                   "/usr/lib/x86_64-linux-gnu", "/usr/lib"})
     directories.emplace_back(usual);
   for (const std::string& directory : directories) {
-    const std::string path = first_of({fs::path(directory) / "libtcmalloc.so.4",
-                                       fs::path(directory) / "libtcmalloc_minimal.so.4"});
+    std::string path = first_of({fs::path(directory) / "libtcmalloc.so.4",
+                                 fs::path(directory) / "libtcmalloc_minimal.so.4"});
     if (!path.empty()) return path;
   }
   throw FAILURE(FAILURE::own,

@@ -36,7 +36,7 @@ std::string search_path(const std::string& name) {
   std::istringstream directories(variable == nullptr ? "/bin:/usr/bin" : variable);
   bool was_refused = false;
   for (std::string directory; std::getline(directories, directory, ':');) {
-    const std::string path = (directory.empty() ? "." : directory) + '/' + name;
+    std::string path = (directory.empty() ? "." : directory) + '/' + name;
     if (is_program(path)) return path;
     was_refused = was_refused || access(path.c_str(), F_OK) == 0;
   }

@@ -42,6 +42,7 @@ void write_all(int descriptor, char const* text, std::size_t size) {
 
 std::vector<char*> pointers_to(const std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
   result.push_back(nullptr);
   return result;
