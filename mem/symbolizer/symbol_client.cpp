@@ -100,6 +100,11 @@ MEM_SYMBOL_CLIENT::OUTCOME MEM_SYMBOL_CLIENT::look_up(MEM_MODULE_FILE& file,
         return OUTCOME::answered;
       case MEM_SYMBOL_CONNECTION::OUTCOME::unreadable:
         return OUTCOME::unknown;
+      case MEM_SYMBOL_CONNECTION::OUTCOME::no_room:
+        if (!m_refusal_for_now_is_said.exchange(true))
+          say("the symbol server",
+              "has no room for all modules: some addresses stay unknown for now");
+        return OUTCOME::for_now;
       case MEM_SYMBOL_CONNECTION::OUTCOME::for_now:
         return OUTCOME::for_now;
       case MEM_SYMBOL_CONNECTION::OUTCOME::no_answer:

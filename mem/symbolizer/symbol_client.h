@@ -60,4 +60,5 @@ class MEM_SYMBOL_CLIENT {
   std::atomic<int> m_failures{0};
   std::atomic<bool> m_shortage_is_said{false};
   std::atomic<bool> m_refusal_is_said{false};
+  std::atomic<bool> m_refusal_for_now_is_said{false};
 };

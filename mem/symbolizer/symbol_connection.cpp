@@ -196,7 +196,7 @@ MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::ask(std::uint32_t kind,
 MEM_SYMBOL_CONNECTION::OUTCOME MEM_SYMBOL_CONNECTION::refusal(const MEM_SYMBOL_MESSAGE& answer) {
   const auto reason = answer.as_number();
   if (reason == REFUSAL::unreadable) return OUTCOME::unreadable;
-  if (reason == REFUSAL::for_now) return OUTCOME::for_now;
+  if (reason == REFUSAL::for_now) return OUTCOME::no_room;
   return finish(END::damaged);
 }
 

@@ -44,6 +44,7 @@ class MEM_SYMBOL_CONNECTION {
     answered,
     unreadable,  ///< the server can't read the file, and never will
     for_now,     ///< nothing is to be had now
+    no_room,     ///< the server says so: it may have some later
     no_answer,   ///< since the connection has ended
   };
   /// Asks about addresses of a file, 64 at most. An answer's payload, held against the number
