@@ -13,7 +13,7 @@ export function findings(run, process) {
   return [
     peak(run, sites, rows),
     growth(process === null && run.processes.length > 1 ? undefined : one),
-    neverFreed(rows, one),
+    neverFreed(run, rows),
     elsewhere(run, sites, rows),
   ].filter(Boolean);
 }
@@ -44,10 +44,10 @@ function growth(process) {
   };
 }
 
-function neverFreed(rows, process) {
+function neverFreed(run, rows) {
   const leaking = rows.filter(({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0);
   const row = highestBy(leaking, "current_bytes");
-  const title = process?.facts?.ended === "not yet" ? "Live at that moment" : "Never freed";
+  const title = run.titleOfLive;
   if (!row) return { title, place: "", text: "Nothing that was charged to a line." };
   const sum = (key) => leaking.reduce((all, { figures }) => all + (figures[key] ?? 0), 0);
   return {

@@ -55,8 +55,8 @@ function placeOf(row, by) {
 
 export const views = {
   all: { title: "All", shows: () => true },
+  // Titled by the run: live, or never freed.
   leaks: {
-    title: "Never freed",
     figure: "current_bytes",
     shows: ({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0,
   },

@@ -53,6 +53,11 @@ export class Run {
     this.known = json.columns.filter(({ key }) => key in this.sites.figures);
   }
 
+  /** Of blocks that are live in the end; before it, nobody knows yet. */
+  get titleOfLive() {
+    return this.processes.some(({ is_snapshot, facts }) => is_snapshot || facts?.ended === "not yet") ? "Live" : "Never freed";
+  }
+
   column(key) {
     return this.columns.find((column) => column.key === key);
   }

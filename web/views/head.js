@@ -51,8 +51,7 @@ function showTiles(tiles, run, chosen, processes) {
   const facts = processes.length === 1 ? processes[0].facts : undefined;
   if ("current_bytes" in run.sites.figures) {
     const left = sum("current_bytes");
-    const ended = facts?.ended !== "not yet";
-    tile(ended ? "Never freed" : "Live", bytes(left), `in ${plural(sum("current_blocks"), "block")}`, exactly(left, "bytes"));
+    tile(run.titleOfLive, bytes(left), `in ${plural(sum("current_blocks"), "block")}`, exactly(left, "bytes"));
   }
   if ("cumulative_blocks" in run.sites.figures)
     tile("Allocations", whole(sum("cumulative_blocks")), `${bytes(sum("cumulative_bytes"))} in all`, exactly(sum("cumulative_bytes"), "bytes"));

@@ -51,11 +51,11 @@ function showCells(frame, read, node, tree, column, state) {
   const width = frame.clientWidth;
   if (width === 0) return;
   const cells = layOut(node, width);
-  frame.style.height = `${rowHeight * (1 + Math.max(...cells.map(({ depth }) => depth)))}px`;
+  frame.style.height = `${rowHeight * (1 + Math.max(-1, ...cells.map(({ depth }) => depth)))}px`;
   const tell = ({ node: shown, smaller }) => {
     const what = smaller ? `${smaller} smaller` : shown.data.place.map(visible).join(" \u203a ") || "All modules";
-    const value = smaller ? undefined : shown.value;
-    read.textContent = value === undefined ? what : `${what}: ${exactly(value, column.unit)}, ${share(value, tree.value)} of all`;
+    const part = share(shown.value, tree.value);
+    read.textContent = smaller ? what : `${what}: ${exactly(shown.value, column.unit)}${part && `, ${part} of all`}`;
   };
   tell({ node });
   select(frame)
@@ -89,6 +89,7 @@ function showCells(frame, read, node, tree, column, state) {
 
 // A cell for each node wide enough, and one for what is left at the end of its parent.
 function layOut(node, width) {
+  if (!(node.value > 0)) return [];
   const root = partition().size([width, 1])(node.copy());
   const cells = [];
   const walk = (shown, depth) => {

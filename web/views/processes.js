@@ -8,7 +8,7 @@ export function showProcesses(content, run, state) {
   const frame = add(section, "div", { class: "scroller" });
   const table = add(frame, "table", { class: "plain choosable" });
   const headings = add(add(table, "thead"), "tr");
-  for (const title of ["Process", "Arguments", "Started", "Ran", "Peak", "Never freed", "Allocations"])
+  for (const title of ["Process", "Arguments", "Started", "Ran", "Peak", run.titleOfLive, "Allocations"])
     add(headings, "th", { scope: "col", text: title, class: title === "Process" || title === "Arguments" ? null : "number" });
   const body = add(table, "tbody");
   const choices = [null, ...run.processes.keys()].map((index) => addRow(body, run, index, state));

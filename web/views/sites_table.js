@@ -61,7 +61,7 @@ const shownWith = (state, key) => (state.get("columns").includes(key) ? state.ge
 function addViews(controls, run, state) {
   const choices = Object.entries(views)
     .filter(([, { figure }]) => !figure || figure in run.sites.figures)
-    .map(([key, { title }]) => [key, title]);
+    .map(([key, { title }]) => [key, title ?? run.titleOfLive]);
   const show = addChoice(controls, "Rows", choices, state.get("view"), (view) => {
     const figure = views[view].figure ?? state.get("figure");
     state.set({ view, open: null, sort: { key: figure, descending: true }, columns: shownWith(state, figure) });

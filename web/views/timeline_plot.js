@@ -10,8 +10,9 @@ import { visible } from "../base/text.js";
 import { watchTheme } from "../base/theme.js";
 import { byteSteps, bytes, plural, whole } from "../base/units.js";
 
-const height = 320;
-const margin = { top: 40, right: 66, bottom: 26, left: 70 };
+const height = 332;
+const margin = { top: 52, right: 66, bottom: 26, left: 70 };
+const bandTop = 30; // below two lines of marks
 
 export function addPlot(parent, process, view, timeline) {
   const frame = add(parent, "div", { class: "plot", tabindex: 0, role: "application" });
@@ -119,29 +120,29 @@ function write(context, layer, drawn, x, y, name) {
   context.textBaseline = "middle";
   context.fillStyle = resolve("var(--on-series)");
   const text = visible(name);
-  const room = widestRoom(layer, drawn, x, y);
-  if (room.right - room.left >= context.measureText(text).width + 8)
-    context.fillText(text, (room.left + room.right) / 2, room.middle);
+  const room = tallestRoom(layer, drawn, x, y, context.measureText(text).width + 8);
+  if (room) context.fillText(text, room.centre, room.middle);
 }
 
 const placesTried = 24;
 const lineHeight = 15;
 
-// The widest stretch in which a line of text fits into the area, of some that are tried.
-function widestRoom(layer, drawn, x, y) {
-  let widest = { left: 0, right: 0 };
+// Where the area is tallest, of some places in which a line of text so wide fits.
+function tallestRoom(layer, drawn, x, y, wide) {
+  let tallest;
   for (let place = 0; place < placesTried; ++place) {
-    const centre = Math.floor(((place + 0.5) * layer.length) / placesTried);
-    const middle = (y(layer[centre][0]) + y(layer[centre][1])) / 2;
+    const at = Math.floor(((place + 0.5) * layer.length) / placesTried);
+    const [bottom, top] = layer[at].map(y);
+    const middle = (bottom + top) / 2;
     const fits = (i) => y(layer[i][0]) > middle + lineHeight / 2 && y(layer[i][1]) < middle - lineHeight / 2;
-    if (!fits(centre)) continue;
-    let [first, last] = [centre, centre];
+    if (!fits(at) || bottom - top <= (tallest?.tall ?? 0)) continue;
+    let [first, last] = [at, at];
     while (first > 0 && fits(first - 1)) --first;
     while (last + 1 < layer.length && fits(last + 1)) ++last;
-    const room = { left: x(drawn[first]), right: x(drawn[last]), middle };
-    if (room.right - room.left > widest.right - widest.left) widest = room;
+    const [left, right] = [x(drawn[first]), x(drawn[last])];
+    if (right - left >= wide) tallest = { tall: bottom - top, centre: (left + right) / 2, middle };
   }
-  return widest;
+  return tallest;
 }
 
 function drawResident(context, drawn, resident, x, y) {
@@ -172,8 +173,8 @@ function drawPhases(layer, { x }, phases) {
     return group;
   });
   groups.attr("class", ({ index }) => (index % 2 ? "odd" : "even"));
-  groups.select("rect").attr("x", ({ left }) => left).attr("width", ({ left, right }) => right - left).attr("y", 18).attr("height", height - margin.bottom - 18);
-  groups.select("text").attr("x", ({ left, right }) => (left + right) / 2).attr("y", 30)
+  groups.select("rect").attr("x", ({ left }) => left).attr("width", ({ left, right }) => right - left).attr("y", bandTop).attr("height", height - margin.bottom - bandTop);
+  groups.select("text").attr("x", ({ left, right }) => (left + right) / 2).attr("y", bandTop + 13)
     .text(({ label, left, right }) => fitting(visible(label), right - left - 6));
 }
 
@@ -195,7 +196,7 @@ function drawAxes(layer, width, { x, y, resident, hasResident }, step) {
     select(this).call(axis);
   });
   layer.selectAll("text.title").data(hasResident ? [["heap", 4, "start"], ["\u254c resident", width - 4, "end"]] : [["heap", 4, "start"]])
-    .join("text").attr("class", "title").attr("x", ([, left]) => left).attr("y", 30).attr("text-anchor", ([, , anchor]) => anchor).text(([title]) => title);
+    .join("text").attr("class", "title").attr("x", ([, left]) => left).attr("y", bandTop + 13).attr("text-anchor", ([, , anchor]) => anchor).text(([title]) => title);
 }
 
 function drawMarks(layer, { x }, process, timeline) {
@@ -209,17 +210,14 @@ function drawMarks(layer, { x }, process, timeline) {
     return group;
   });
   groups.attr("class", ({ kind }) => kind).attr("transform", ({ sample }) => `translate(${x(sample)},0)`);
-  groups.select("line").attr("y1", 18).attr("y2", height - margin.bottom);
+  groups.select("line").attr("y1", bandTop).attr("y2", height - margin.bottom);
   groups.select("title").text(({ help }) => help);
-  const isAtEnd = ({ sample, kind }) => kind === "highest" && x(sample) > x.range()[1] - 70;
-  groups.select("text").text(({ text }) => text)
-    .attr("y", ({ kind }) => (kind === "snapshot" ? height - margin.bottom - 4 : 12))
-    .attr("text-anchor", (mark) => (mark.kind === "snapshot" ? "middle" : mark.kind === "peak" || isAtEnd(mark) ? "end" : "start"))
-    .attr("dx", (mark) => (mark.kind === "peak" ? (marks.some(isAtEnd) ? -75 : -3) : isAtEnd(mark) ? 0 : 3));
+  // Lines of their own: the recorded peak and the highest sample are often close to each other.
+  const lines = { highest: 11, peak: 25, snapshot: height - margin.bottom - 4 };
+  const nearBorder = (sample) => (x(sample) < margin.left + 40 ? "start" : x(sample) > x.range()[1] - 40 ? "end" : "middle");
+  groups.select("text").text(({ text }) => text).attr("y", ({ kind }) => lines[kind]).attr("text-anchor", ({ sample }) => nearBorder(sample));
 }
 
-// The recorded peak is named to the left of its line, the highest sample to the right: they are often
-// close to each other.
 function marksOf({ snapshots, peakSample }, timeline) {
   const at = (sample) => Math.min(timeline.samples - 1, Math.floor(sample / timeline.step));
   const marks = snapshots
@@ -227,17 +225,17 @@ function marksOf({ snapshots, peakSample }, timeline) {
     .map(({ name, sample, end }) => ({ kind: "snapshot", sample: at(sample), text: `\u2691 ${Number(name.replace("snapshot-", ""))}`, help: `${name} ${end ?? ""}` }));
   const { highestSample, totals, samples } = timeline;
   if (samples > 0) marks.push({ kind: "highest", sample: highestSample, text: `\u25b2 ${bytes(totals[highestSample])}`, help: "The highest sample" });
-  if (peakSample !== undefined) marks.push({ kind: "peak", sample: at(peakSample), text: "peak \u25bc", help: "The recorded peak, that of the tables" });
+  if (peakSample !== undefined) marks.push({ kind: "peak", sample: at(peakSample), text: "\u25bc peak", help: "The recorded peak, that of the tables" });
   return marks;
 }
 
 function drawCursor(layer, { x }, sample) {
   const [from, to] = x.domain();
-  layer.selectAll("line").data(sample >= from && sample <= to ? [sample] : []).join("line").attr("x1", x).attr("x2", x).attr("y1", 18).attr("y2", height - margin.bottom);
+  layer.selectAll("line").data(sample >= from && sample <= to ? [sample] : []).join("line").attr("x1", x).attr("x2", x).attr("y1", bandTop).attr("y2", height - margin.bottom);
 }
 
 function addBrush(layer, width, scales, view) {
-  const brush = brushX().extent([[margin.left, 18], [width - margin.right, height - margin.bottom]]);
+  const brush = brushX().extent([[margin.left, bandTop], [width - margin.right, height - margin.bottom]]);
   brush.on("end", () => {
     if (!event.selection || !event.sourceEvent) return;
     const [first, last] = event.selection.map((pixel) => Math.round(scales.x.invert(pixel)));
