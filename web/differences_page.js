@@ -11,7 +11,14 @@ import { showDifferencesHead } from "./views/differences_head.js";
 import { addGrid } from "./views/grid.js";
 import { addSearch } from "./views/search.js";
 
-const groupings = { line: "line", function: "function", file: "file", module: "module", tag: "tag", bin: "bin" };
+const groupings = {
+  line: "line",
+  function: "function",
+  file: "file",
+  module: "module",
+  tag: "tag",
+  bin: "bin",
+};
 const kinds = {
   changed: { title: "Changed", shows: ({ figures }) => figures.change !== 0 },
   grown: { title: "\u25b2 Grown", shows: ({ figures }) => figures.change > 0 },
@@ -25,7 +32,11 @@ export function showDifferences(data) {
   showBar();
   showDifferencesHead(content, data, differences);
   if (differences.groupings.length > 0) showTable(content, differences);
-  else add(content, "p", { class: "empty", text: "The two runs have no report in common that could be compared." });
+  else
+    add(content, "p", {
+      class: "empty",
+      text: "The two runs have no report in common that could be compared.",
+    });
 }
 
 function showBar() {
@@ -39,7 +50,9 @@ function showBar() {
 function showTable(content, differences) {
   const state = new State({
     by: differences.groupings[0],
-    figure: differences.known.some(({ key }) => key === "peak_bytes") ? "peak_bytes" : differences.known[0].key,
+    figure: differences.known.some(({ key }) => key === "peak_bytes")
+      ? "peak_bytes"
+      : differences.known[0].key,
     kind: "changed",
     search: "",
     isRegex: false,
@@ -47,9 +60,27 @@ function showTable(content, differences) {
     open: null,
   });
   const { section, controls } = addSection(content, "sites", "What changed");
-  const choose = addChoice(controls, "Rows", Object.entries(kinds).map(([key, { title }]) => [key, title]), "changed", (kind) => state.set({ kind, open: null }));
-  addSelect(controls, "Of", differences.known.map(({ key, title }) => [key, title]), state.get("figure"), (figure) => state.set({ figure }));
-  addSelect(controls, "Per", differences.groupings.map((by) => [by, groupings[by]]), state.get("by"), (by) => state.set({ by, open: null }));
+  const choose = addChoice(
+    controls,
+    "Rows",
+    Object.entries(kinds).map(([key, { title }]) => [key, title]),
+    "changed",
+    (kind) => state.set({ kind, open: null }),
+  );
+  addSelect(
+    controls,
+    "Of",
+    differences.known.map(({ key, title }) => [key, title]),
+    state.get("figure"),
+    (figure) => state.set({ figure }),
+  );
+  addSelect(
+    controls,
+    "Per",
+    differences.groupings.map((by) => [by, groupings[by]]),
+    state.get("by"),
+    (by) => state.set({ by, open: null }),
+  );
   const search = addSearch(controls, state);
   const status = add(section, "p", { class: "status", role: "status" });
   const column = () => differences.known.find(({ key }) => key === state.get("figure"));
@@ -57,22 +88,37 @@ function showTable(content, differences) {
     label: "Differences",
     columns: () => columnsOf(state.get("by"), column()),
     sort: () => state.get("sort"),
-    onsort: (key) => state.set({ sort: { key, descending: state.get("sort").key === key ? !state.get("sort").descending : key !== "place" && key !== "module" } }),
+    onsort: (key) =>
+      state.set({
+        sort: {
+          key,
+          descending:
+            state.get("sort").key === key
+              ? !state.get("sort").descending
+              : key !== "place" && key !== "module",
+        },
+      }),
     open: () => state.get("open"),
     onopen: (open) => state.set({ open }),
-    details: (frame, row) => showDetails(frame, row, differences.figuresOf(state.get("by"), row.id)),
+    details: (frame, row) =>
+      showDetails(frame, row, differences.figuresOf(state.get("by"), row.id)),
   });
   let rows = [];
   const show = () => {
     const { matches, error } = matcher(state.get("search"), state.get("isRegex"));
     search.setError(error);
-    const shown = sorted(rows.filter(kinds[state.get("kind")].shows).filter(matches), state.get("sort"));
+    const shown = sorted(
+      rows.filter(kinds[state.get("kind")].shows).filter(matches),
+      state.get("sort"),
+    );
     const sum = shown.reduce((all, { figures }) => all + figures.change, 0);
     status.textContent = `${plural(shown.length, "row")} of ${rows.length}, ${column().title.toLowerCase()} ${change(sum, column().unit)}`;
     grid.show(shown);
   };
   state.watch(["by", "figure"], () => {
-    const key = differences.knows(state.get("by"), state.get("figure")) ? state.get("figure") : "peak_bytes";
+    const key = differences.knows(state.get("by"), state.get("figure"))
+      ? state.get("figure")
+      : "peak_bytes";
     rows = differences.rowsOf(state.get("by"), key);
     for (const row of rows) row.figures.size = Math.abs(row.figures.change);
     giveColours(new Set(rows.map(({ module }) => module)));
@@ -96,19 +142,29 @@ function columnsOf(by, { unit }) {
 
 function showDetails(frame, row, figures) {
   const names = add(frame, "dl", { class: "names" });
-  for (const [title, value] of [["Function", row.function], ["File", row.file], ["Module", row.module]]) {
+  for (const [title, value] of [
+    ["Function", row.function],
+    ["File", row.file],
+    ["Module", row.module],
+  ]) {
     if (!value) continue;
     add(names, "dt", { text: title });
     add(names, "dd", { text: visible(value) });
   }
   const table = add(add(frame, "div", { class: "scroller" }), "table", { class: "plain" });
   const head = add(add(table, "thead"), "tr");
-  for (const title of ["", "Before", "After", "Change"]) add(head, "th", { scope: "col", class: title ? "number" : null, text: title });
+  for (const title of ["", "Before", "After", "Change"])
+    add(head, "th", { scope: "col", class: title ? "number" : null, text: title });
   const body = add(table, "tbody");
   for (const { title, unit, before, after } of figures) {
     const line = add(body, "tr");
     add(line, "th", { scope: "row", text: title });
-    for (const value of [before, after]) add(line, "td", { class: "number", text: inUnit(value, unit), title: exactly(value, unit) });
-    add(line, "td", { class: "number", text: change(after - before, unit), title: exactly(after - before, unit) });
+    for (const value of [before, after])
+      add(line, "td", { class: "number", text: inUnit(value, unit), title: exactly(value, unit) });
+    add(line, "td", {
+      class: "number",
+      text: change(after - before, unit),
+      title: exactly(after - before, unit),
+    });
   }
 }

@@ -12,7 +12,9 @@ import { showRunFacts } from "./views/run_facts.js";
 
 export function showRun(run) {
   const content = document.getElementById("content");
-  const figure = run.known.some(({ key }) => key === "peak_bytes") ? "peak_bytes" : run.known[0]?.key;
+  const figure = run.known.some(({ key }) => key === "peak_bytes")
+    ? "peak_bytes"
+    : run.known[0]?.key;
   const state = new State({
     process: run.processes.length === 1 ? 0 : null, // null: all of them
     figure, // what the map shows
@@ -22,7 +24,14 @@ export function showRun(run) {
     search: "",
     isRegex: false,
     sort: { key: figure, descending: true },
-    columns: ["module", "peak_bytes", "current_bytes", "max_bytes", "cumulative_bytes", "cumulative_blocks"],
+    columns: [
+      "module",
+      "peak_bytes",
+      "current_bytes",
+      "max_bytes",
+      "cumulative_bytes",
+      "cumulative_blocks",
+    ],
     open: null, // the row whose details are seen
   });
   giveColours(namesByPeak(run));
@@ -39,14 +48,17 @@ export function showRun(run) {
 }
 
 function namesByPeak({ sites, known, processes }) {
-  const values = sites.figures[known[0] && ("peak_bytes" in sites.figures ? "peak_bytes" : known[0].key)];
+  const values =
+    sites.figures[known[0] && ("peak_bytes" in sites.figures ? "peak_bytes" : known[0].key)];
   const sums = new Map();
   for (let site = 0; site < sites.count; ++site)
     if (!sites.isCatchAll(site))
       sums.set(sites.module[site], (sums.get(sites.module[site]) ?? 0) + values[site]);
   const modules = [...sums.keys()].filter(Boolean).sort((a, b) => sums.get(b) - sums.get(a));
   const series = processes.flatMap(({ timelines }) =>
-    Object.values(timelines).flatMap(({ largest }) => largest.filter(({ isRest }) => !isRest).map(({ name }) => name)),
+    Object.values(timelines).flatMap(({ largest }) =>
+      largest.filter(({ isRest }) => !isRest).map(({ name }) => name),
+    ),
   );
   return [...modules, ...series].filter((name) => name !== "OTHER" && name !== "Misc");
 }

@@ -9,7 +9,9 @@ const unseen = /[\u0000-\u001f\u007f-\u009f\u200b-\u200f\u2028-\u202e\u2060-\u20
 export const visible = (text) =>
   text.replace(unseen, (c) => {
     const code = c.charCodeAt(0).toString(16);
-    return names[c] ?? (code.length > 2 ? `\\u${code.padStart(4, "0")}` : `\\x${code.padStart(2, "0")}`);
+    return (
+      names[c] ?? (code.length > 2 ? `\\u${code.padStart(4, "0")}` : `\\x${code.padStart(2, "0")}`)
+    );
   });
 
 export const baseName = (path) => path.slice(path.lastIndexOf("/") + 1);

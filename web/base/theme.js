@@ -17,8 +17,15 @@ export const watchTheme = (action) => watchers.push(action);
 
 export function addThemeSwitch(parent) {
   const follow = () => choose(ofSystem());
-  const button = add(parent, "button", { type: "button", class: "quiet", id: "theme", title: "Switch between dark and light" });
-  watchTheme(() => (button.textContent = root.dataset.theme === "dark" ? "\u2600 Light" : "\u263e Dark"));
+  const button = add(parent, "button", {
+    type: "button",
+    class: "quiet",
+    id: "theme",
+    title: "Switch between dark and light",
+  });
+  watchTheme(
+    () => (button.textContent = root.dataset.theme === "dark" ? "\u2600 Light" : "\u263e Dark"),
+  );
   button.addEventListener("click", () => {
     systemIsDark.removeEventListener("change", follow);
     choose(root.dataset.theme === "dark" ? "light" : "dark");

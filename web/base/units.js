@@ -14,7 +14,8 @@ export function whole(number) {
 export function bytes(number) {
   let value = Math.abs(number);
   let unit = 0;
-  for (; (unit === 0 ? value >= 1024 : value >= 999.5) && unit + 1 < units.length; ++unit) value /= 1024;
+  for (; (unit === 0 ? value >= 1024 : value >= 999.5) && unit + 1 < units.length; ++unit)
+    value /= 1024;
   const digits = unit === 0 || value >= 99.95 ? 0 : value >= 9.995 ? 1 : 2;
   return `${number < 0 ? minus : ""}${value.toFixed(digits)} ${units[unit]}`;
 }
@@ -23,7 +24,10 @@ export function bytes(number) {
 export function byteSteps(lowest, highest, count) {
   const step = 2 ** Math.max(0, Math.round(Math.log2((highest - lowest) / count)));
   const first = Math.ceil(lowest / step);
-  return Array.from({ length: Math.floor(highest / step) - first + 1 }, (_, index) => (first + index) * step);
+  return Array.from(
+    { length: Math.floor(highest / step) - first + 1 },
+    (_, index) => (first + index) * step,
+  );
 }
 
 export const inUnit = (number, unit) => (unit === "bytes" ? bytes(number) : whole(number));
@@ -53,4 +57,5 @@ export function duration(seconds) {
   return `${Math.floor(minutes / 60)} h ${minutes % 60} min`;
 }
 
-export const plural = (count, one, many = `${one}s`) => `${whole(count)} ${count === 1 ? one : many}`;
+export const plural = (count, one, many = `${one}s`) =>
+  `${whole(count)} ${count === 1 ? one : many}`;

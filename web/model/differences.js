@@ -22,7 +22,17 @@ export class Differences {
 
   /** With the figures `before`, `after` and `change` of one column. */
   rowsOf(by, key) {
-    const { count, name, module, file, function: functions, line_before, line_after, before, after } = this.rows[by];
+    const {
+      count,
+      name,
+      module,
+      file,
+      function: functions,
+      line_before,
+      line_after,
+      before,
+      after,
+    } = this.rows[by];
     return Array.from({ length: count }, (_, id) => {
       const row = {
         id,
@@ -35,7 +45,11 @@ export class Differences {
       };
       row.line = row.lines[1] ?? row.lines[0] ?? 0;
       row.place = placeOf(row, by);
-      row.figures = { before: before[key][id], after: after[key][id], change: after[key][id] - before[key][id] };
+      row.figures = {
+        before: before[key][id],
+        after: after[key][id],
+        change: after[key][id] - before[key][id],
+      };
       return row;
     });
   }
@@ -44,7 +58,11 @@ export class Differences {
   figuresOf(by, id) {
     return this.known
       .filter(({ key }) => this.knows(by, key))
-      .map((column) => ({ ...column, before: this.rows[by].before[column.key][id], after: this.rows[by].after[column.key][id] }));
+      .map((column) => ({
+        ...column,
+        before: this.rows[by].before[column.key][id],
+        after: this.rows[by].after[column.key][id],
+      }));
   }
 }
 

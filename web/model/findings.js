@@ -3,7 +3,10 @@ import { bytes, inUnit, plural, share } from "../base/units.js";
 import { sumRows } from "./rows.js";
 
 const highestBy = (rows, key) =>
-  rows.reduce((best, row) => (row.figures[key] > (best?.figures[key] ?? 0) ? row : best), undefined);
+  rows.reduce(
+    (best, row) => (row.figures[key] > (best?.figures[key] ?? 0) ? row : best),
+    undefined,
+  );
 
 /** Each a title, a text, and what to set to look at it. */
 export function findings(run, process) {
@@ -13,7 +16,7 @@ export function findings(run, process) {
   return [
     peak(run, sites, rows),
     growth(process === null && run.processes.length > 1 ? undefined : one),
-    neverFreed(rows, one),
+    neverFreed(run, rows),
     elsewhere(run, sites, rows),
   ].filter(Boolean);
 }
@@ -26,7 +29,14 @@ function peak(run, sites, rows) {
     title: "Most at the peak",
     place: row.place,
     text: `holds ${bytes(row.figures.peak_bytes)}, ${share(row.figures.peak_bytes, all)} of ${bytes(all)}.`,
-    set: { view: "all", place: [], sort: { key: "peak_bytes", descending: true }, by: "line", search: "", open: row.id },
+    set: {
+      view: "all",
+      place: [],
+      sort: { key: "peak_bytes", descending: true },
+      by: "line",
+      search: "",
+      open: row.id,
+    },
   };
 }
 
@@ -44,10 +54,12 @@ function growth(process) {
   };
 }
 
-function neverFreed(rows, process) {
-  const leaking = rows.filter(({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0);
+function neverFreed(run, rows) {
+  const leaking = rows.filter(
+    ({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0,
+  );
   const row = highestBy(leaking, "current_bytes");
-  const title = process?.facts?.ended === "not yet" ? "Live at that moment" : "Never freed";
+  const title = run.titleOfLive;
   if (!row) return { title, place: "", text: "Nothing that was charged to a line." };
   const sum = (key) => leaking.reduce((all, { figures }) => all + (figures[key] ?? 0), 0);
   return {
@@ -56,7 +68,14 @@ function neverFreed(rows, process) {
     text:
       `holds ${bytes(row.figures.current_bytes)}, of ${bytes(sum("current_bytes"))} in ` +
       `${plural(sum("current_blocks"), "block")} from ${plural(leaking.length, "line")}.`,
-    set: { view: "leaks", place: [], by: "line", search: "", sort: { key: "current_bytes", descending: true }, open: row.id },
+    set: {
+      view: "leaks",
+      place: [],
+      by: "line",
+      search: "",
+      sort: { key: "current_bytes", descending: true },
+      open: row.id,
+    },
   };
 }
 
@@ -71,6 +90,13 @@ function elsewhere(run, sites, rows) {
     text:
       `allocated ${inUnit(row.figures[key], "bytes")} of ${bytes(all)}, ` +
       `${share(all, run.sum(sites, "cumulative_bytes"))} of all bytes.`,
-    set: { view: "elsewhere", place: [], by: "line", search: "", sort: { key, descending: true }, open: row.id },
+    set: {
+      view: "elsewhere",
+      place: [],
+      by: "line",
+      search: "",
+      sort: { key, descending: true },
+      open: row.id,
+    },
   };
 }

@@ -55,8 +55,8 @@ function placeOf(row, by) {
 
 export const views = {
   all: { title: "All", shows: () => true },
+  // Titled by the run: live, or never freed.
   leaks: {
-    title: "Never freed",
     figure: "current_bytes",
     shows: ({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0,
   },
@@ -90,8 +90,12 @@ function searched(row) {
 
 /** In a new order: by a figure, or by the text of the place or module. */
 export function sorted(rows, { key, descending }) {
-  const values = rows.map(key === "place" || key === "module" ? (row) => row[key] : (row) => row.figures[key]);
+  const values = rows.map(
+    key === "place" || key === "module" ? (row) => row[key] : (row) => row.figures[key],
+  );
   const sign = descending ? -1 : 1;
-  const order = [...rows.keys()].sort((a, b) => (values[a] < values[b] ? -sign : values[a] > values[b] ? sign : a - b));
+  const order = [...rows.keys()].sort((a, b) =>
+    values[a] < values[b] ? -sign : values[a] > values[b] ? sign : a - b,
+  );
   return order.map((index) => rows[index]);
 }

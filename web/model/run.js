@@ -11,9 +11,13 @@ class Sites {
     this.module = json.module.map((number) => texts[number]);
     this.file = json.file.map((number) => texts[number]);
     this.function = json.function.map((number) => texts[number]);
-    this.rowOf = { ...json.row_of, module: json.module.map((number, site) => (this.isOfNoModule(site) ? -1 : number)) };
+    this.rowOf = {
+      ...json.row_of,
+      module: json.module.map((number, site) => (this.isOfNoModule(site) ? -1 : number)),
+    };
     this.figures = {};
-    for (const [key, values] of Object.entries(json.figures)) this.figures[key] = Float64Array.from(values);
+    for (const [key, values] of Object.entries(json.figures))
+      this.figures[key] = Float64Array.from(values);
   }
 
   isOfNoModule(site) {
@@ -51,6 +55,15 @@ export class Run {
     this.processes = json.processes.map((process) => new Process(process));
     this.sites = new Sites(json.sites, json.texts);
     this.known = json.columns.filter(({ key }) => key in this.sites.figures);
+  }
+
+  /** Of blocks that are live in the end; before it, nobody knows yet. */
+  get titleOfLive() {
+    return this.processes.some(
+      ({ is_snapshot, facts }) => is_snapshot || facts?.ended === "not yet",
+    )
+      ? "Live"
+      : "Never freed";
   }
 
   column(key) {

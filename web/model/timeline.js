@@ -7,8 +7,15 @@ export class Timeline {
     this.samples = json.samples;
     this.step = json.step; // samples taken for each one that is here
     this.allSamples = json.all_samples;
-    this.phases = json.phases.map((phase) => ({ ...phase, first: phase.first / this.step, count: phase.count / this.step }));
-    this.series = json.series.map(({ name, values }) => ({ name, values: Float64Array.from(values) }));
+    this.phases = json.phases.map((phase) => ({
+      ...phase,
+      first: phase.first / this.step,
+      count: phase.count / this.step,
+    }));
+    this.series = json.series.map(({ name, values }) => ({
+      name,
+      values: Float64Array.from(values),
+    }));
     this.totals = new Float64Array(this.samples);
     for (const { values } of this.series)
       for (let sample = 0; sample < this.samples; ++sample) this.totals[sample] += values[sample];
@@ -21,10 +28,14 @@ export class Timeline {
   }
 
   #withRestSummed() {
-    const highest = new Map(this.series.map((one) => [one, one.values.reduce((a, b) => Math.max(a, b), 0)]));
+    const highest = new Map(
+      this.series.map((one) => [one, one.values.reduce((a, b) => Math.max(a, b), 0)]),
+    );
     const order = [...this.series].sort((a, b) => highest.get(b) - highest.get(a));
     const rest = order.slice(shownSeries);
-    const shown = order.slice(0, shownSeries).filter((one) => one.values.some((value) => value !== 0));
+    const shown = order
+      .slice(0, shownSeries)
+      .filter((one) => one.values.some((value) => value !== 0));
     if (rest.length === 0) return shown;
     const values = new Float64Array(this.samples);
     for (const one of rest) one.values.forEach((value, sample) => (values[sample] += value));

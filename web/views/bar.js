@@ -27,8 +27,13 @@ export function showBar(run, state) {
 
 function addProcessSelect(bar, run, state) {
   const options = run.processes.map(({ name }, index) => [String(index), visible(name)]);
-  const list = addSelect(bar, "Process", [["all", `All ${options.length}, summed`], ...options], "all", (value) =>
-    state.set({ process: value === "all" ? null : Number(value), place: [], open: null }),
+  const list = addSelect(
+    bar,
+    "Process",
+    [["all", `All ${options.length}, summed`], ...options],
+    "all",
+    (value) =>
+      state.set({ process: value === "all" ? null : Number(value), place: [], open: null }),
   );
   state.watch(["process"], () => (list.value = String(state.get("process") ?? "all")));
 }

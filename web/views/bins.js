@@ -18,13 +18,18 @@ const heap = [
 
 export function showBins(content, run, state) {
   if (!run.processes.some(({ tags, bins }) => tags?.length > 0 || bins?.length > 0)) return;
-  const { section } = addSection(content, "bins", "Bins and tags",
-    "What was allocated while each was open, and what the whole heap held then, by the samples taken.");
+  const { section } = addSection(
+    content,
+    "bins",
+    "Bins and tags",
+    "What was allocated while each was open, and what the whole heap held then, by the samples taken.",
+  );
   const frame = add(section, "div", { class: "scroller" });
   state.watch(["process"], () => {
     frame.replaceChildren();
     const process = run.processes[state.get("process") ?? -1];
-    if (!process) add(frame, "p", { class: "empty", text: "Choose one process to see its bins and tags." });
+    if (!process)
+      add(frame, "p", { class: "empty", text: "Choose one process to see its bins and tags." });
     else showTable(frame, process);
   });
 }
@@ -42,17 +47,24 @@ function showTable(frame, { tags = [], bins = [], timelines }) {
       if (bin.name.startsWith(`${tag.name}::`) && left.delete(bin))
         addRow(body, bin, bin.name.slice(tag.name.length + 2), openBins.get(bin.name), false);
   }
-  for (const bin of left) if (!tags.some(({ name }) => name === bin.name)) addRow(body, bin, bin.name, openBins.get(bin.name), false);
+  for (const bin of left)
+    if (!tags.some(({ name }) => name === bin.name))
+      addRow(body, bin, bin.name, openBins.get(bin.name), false);
 }
 
 function addHeadings(head) {
   const groups = add(head, "tr");
   add(groups, "td");
   add(groups, "th", { scope: "colgroup", colspan: own.length, text: "Allocated in it" });
-  add(groups, "th", { scope: "colgroup", colspan: heap.length + 1, text: "The heap while it was open" });
+  add(groups, "th", {
+    scope: "colgroup",
+    colspan: heap.length + 1,
+    text: "The heap while it was open",
+  });
   const titles = add(head, "tr");
   add(titles, "th", { scope: "col", text: "Tag and bin" });
-  for (const [, title] of [...own, ...heap]) add(titles, "th", { scope: "col", class: "number", text: title });
+  for (const [, title] of [...own, ...heap])
+    add(titles, "th", { scope: "col", class: "number", text: title });
   add(titles, "th", { scope: "col", class: "number", text: "Times" });
 }
 
@@ -68,7 +80,12 @@ function addRow(body, figures, name, open, isTag) {
       title: value === undefined ? null : exactly(value, "bytes"),
     });
   for (const [key] of own) number(figures[key]);
-  if (!open) return void add(row, "td", { class: "number more", colspan: heap.length + 1, text: "no sample was taken in it" });
+  if (!open)
+    return void add(row, "td", {
+      class: "number more",
+      colspan: heap.length + 1,
+      text: "no sample was taken in it",
+    });
   for (const [key] of heap) number(open[key]);
   add(row, "td", { class: "number", text: whole(open.times) });
 }

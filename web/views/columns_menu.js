@@ -7,7 +7,11 @@ export function addColumnsMenu(parent, known, state) {
   const list = add(details, "div", { class: "menu-list" });
   for (const { key, title } of [{ key: "module", title: "Module" }, ...known]) {
     const label = add(list, "label");
-    const box = add(label, "input", { type: "checkbox", checked: state.get("columns").includes(key), name: key });
+    const box = add(label, "input", {
+      type: "checkbox",
+      checked: state.get("columns").includes(key),
+      name: key,
+    });
     add(label, "span", { text: title });
     box.addEventListener("change", () => {
       const others = state.get("columns").filter((other) => other !== key);

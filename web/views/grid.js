@@ -24,7 +24,12 @@ class Grid {
 
   constructor(parent, host) {
     this.#host = host;
-    this.frame = add(parent, "div", { class: "grid", role: "grid", tabindex: 0, "aria-label": host.label });
+    this.frame = add(parent, "div", {
+      class: "grid",
+      role: "grid",
+      tabindex: 0,
+      "aria-label": host.label,
+    });
     this.head = add(this.frame, "div", { class: "grid-head", role: "row" });
     this.body = add(this.frame, "div", { class: "grid-body", role: "rowgroup" });
     this.details = add(this.body, "div", { class: "details", role: "row", hidden: true });
@@ -44,12 +49,18 @@ class Grid {
   /** After a change of columns, order or the open row. */
   refresh() {
     const columns = this.#host.columns();
-const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92);
-    const wide = widths.map((least, index) => `minmax(${least}px, ${columns[index].key === "place" ? "1fr" : `${least + 20}px`})`);
+    const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92);
+    const wide = widths.map(
+      (least, index) =>
+        `minmax(${least}px, ${columns[index].key === "place" ? "1fr" : `${least + 20}px`})`,
+    );
     this.frame.style.setProperty("--columns", wide.join(" "));
     this.frame.style.setProperty("--least", `${widths.reduce((sum, least) => sum + least)}px`);
     for (const { key } of columns)
-      this.#highest[key] = this.#rows.reduce((most, { figures }) => Math.max(most, Math.abs(figures[key] ?? 0)), 0);
+      this.#highest[key] = this.#rows.reduce(
+        (most, { figures }) => Math.max(most, Math.abs(figures[key] ?? 0)),
+        0,
+      );
     this.#showHead(columns);
     this.empty.hidden = this.#rows.length > 0;
     this.frame.setAttribute("aria-rowcount", this.#rows.length + 1);
@@ -73,8 +84,12 @@ const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92
       .attr("tabindex", 0)
       .attr("data-key", ({ key }) => key)
       .attr("class", ({ unit }) => (unit ? "number" : null))
-      .attr("aria-sort", ({ key }) => (key !== sort.key ? "none" : sort.descending ? "descending" : "ascending"))
-      .text(({ title, key }) => (key !== sort.key ? title : `${title} ${sort.descending ? "\u25be" : "\u25b4"}`))
+      .attr("aria-sort", ({ key }) =>
+        key !== sort.key ? "none" : sort.descending ? "descending" : "ascending",
+      )
+      .text(({ title, key }) =>
+        key !== sort.key ? title : `${title} ${sort.descending ? "\u25be" : "\u25b4"}`,
+      )
       .on("click", ({ key }) => this.#host.onsort(key));
   }
 
@@ -101,24 +116,45 @@ const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92
   }
 
   #showRows() {
-    const first = Math.max(0, Math.floor((this.frame.scrollTop - this.#detailsHeight) / rowHeight) - margin);
-    const last = Math.min(this.#rows.length, Math.ceil((this.frame.scrollTop + this.frame.clientHeight) / rowHeight) + margin);
+    const first = Math.max(
+      0,
+      Math.floor((this.frame.scrollTop - this.#detailsHeight) / rowHeight) - margin,
+    );
+    const last = Math.min(
+      this.#rows.length,
+      Math.ceil((this.frame.scrollTop + this.frame.clientHeight) / rowHeight) + margin,
+    );
     const columns = this.#host.columns();
     const open = this.#openIndex;
-    const shown = this.#rows.slice(first, last).map((row, offset) => ({ row, index: first + offset }));
-    const lines = select(this.body).selectAll(".row").data(shown).join((enter) =>
-      enter.append("div").attr("class", "row").attr("role", "row").on("click", ({ row, index }) => {
-        this.#active = index;
-        this.#toggle(row);
-      }));
+    const shown = this.#rows
+      .slice(first, last)
+      .map((row, offset) => ({ row, index: first + offset }));
+    const lines = select(this.body)
+      .selectAll(".row")
+      .data(shown)
+      .join((enter) =>
+        enter
+          .append("div")
+          .attr("class", "row")
+          .attr("role", "row")
+          .on("click", ({ row, index }) => {
+            this.#active = index;
+            this.#toggle(row);
+          }),
+      );
     lines
       .attr("id", ({ index }) => `${this.#host.label.replace(/\W/g, "-")}-${index}`)
       .attr("aria-rowindex", ({ index }) => index + 2)
       .attr("aria-expanded", ({ index }) => index === open)
       .attr("aria-selected", ({ index }) => index === this.#active)
       .style("top", ({ index }) => `${this.#topOf(index)}px`);
-    const cells = lines.selectAll(".cell").data(({ row }) => columns.map((column) => ({ row, column }))).join("div");
-    cells.attr("role", "gridcell").attr("class", ({ column }) => `cell ${column.unit ? "number" : column.key}`);
+    const cells = lines
+      .selectAll(".cell")
+      .data(({ row }) => columns.map((column) => ({ row, column })))
+      .join("div");
+    cells
+      .attr("role", "gridcell")
+      .attr("class", ({ column }) => `cell ${column.unit ? "number" : column.key}`);
     cells.each(showCell(this.#highest));
     this.#tellActive();
   }
@@ -144,7 +180,8 @@ const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92
     const seen = this.frame.clientHeight - this.head.offsetHeight;
     const needed = rowHeight + (index === this.#openIndex ? this.#detailsHeight : 0);
     if (top < this.frame.scrollTop) this.frame.scrollTop = top;
-    else if (top + needed > this.frame.scrollTop + seen) this.frame.scrollTop = Math.min(top, top + needed - seen);
+    else if (top + needed > this.frame.scrollTop + seen)
+      this.frame.scrollTop = Math.min(top, top + needed - seen);
   }
 
   #onKey(key) {

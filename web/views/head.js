@@ -47,24 +47,52 @@ function showTiles(tiles, run, chosen, processes) {
   };
   const sum = (key) => run.sum(sites, key);
   const highest = processes.reduce((all, process) => all + process.highest_bytes, 0);
-  tile("Peak", bytes(highest), processes.length > 1 ? "sum of each one's peak" : "of the heap", exactly(highest, "bytes"));
+  tile(
+    "Peak",
+    bytes(highest),
+    processes.length > 1 ? "sum of each one's peak" : "of the heap",
+    exactly(highest, "bytes"),
+  );
   const facts = processes.length === 1 ? processes[0].facts : undefined;
   if ("current_bytes" in run.sites.figures) {
     const left = sum("current_bytes");
-    const ended = facts?.ended !== "not yet";
-    tile(ended ? "Never freed" : "Live", bytes(left), `in ${plural(sum("current_blocks"), "block")}`, exactly(left, "bytes"));
+    tile(
+      run.titleOfLive,
+      bytes(left),
+      `in ${plural(sum("current_blocks"), "block")}`,
+      exactly(left, "bytes"),
+    );
   }
   if ("cumulative_blocks" in run.sites.figures)
-    tile("Allocations", whole(sum("cumulative_blocks")), `${bytes(sum("cumulative_bytes"))} in all`, exactly(sum("cumulative_bytes"), "bytes"));
+    tile(
+      "Allocations",
+      whole(sum("cumulative_blocks")),
+      `${bytes(sum("cumulative_bytes"))} in all`,
+      exactly(sum("cumulative_bytes"), "bytes"),
+    );
   if (facts?.seconds !== undefined) {
     const rate = sum("cumulative_blocks") / facts.seconds;
-    tile("Ran", duration(facts.seconds), rate > 0 ? `${whole(rate)} allocations a second` : "", `${facts.seconds} seconds`);
+    tile(
+      "Ran",
+      duration(facts.seconds),
+      rate > 0 ? `${whole(rate)} allocations a second` : "",
+      `${facts.seconds} seconds`,
+    );
   }
   if (facts?.peak_resident_bytes !== undefined)
-    tile("Resident", bytes(facts.peak_resident_bytes), "the process at most", exactly(facts.peak_resident_bytes, "bytes"));
+    tile(
+      "Resident",
+      bytes(facts.peak_resident_bytes),
+      "the process at most",
+      exactly(facts.peak_resident_bytes, "bytes"),
+    );
   if (facts?.modules.length > 0) {
     const without = facts.modules.filter(({ lines }) => lines !== "yes").length;
-    tile("Modules", whole(facts.modules.length), without > 0 ? `${whole(without)} without debug information` : "all with debug information");
+    tile(
+      "Modules",
+      whole(facts.modules.length),
+      without > 0 ? `${whole(without)} without debug information` : "all with debug information",
+    );
   }
 }
 
@@ -72,7 +100,10 @@ function showFindings(found, run, state) {
   found.replaceChildren();
   if (run.sites.count === 0) return;
   for (const { title, place, text, set, target } of findings(run, state.get("process"))) {
-    const box = add(found, set || target ? "button" : "div", { class: "finding", type: set || target ? "button" : null });
+    const box = add(found, set || target ? "button" : "div", {
+      class: "finding",
+      type: set || target ? "button" : null,
+    });
     add(box, "span", { class: "title", text: title });
     if (place) add(box, "code", { text: visible(place) });
     add(box, "span", { text });

@@ -11,11 +11,26 @@ const rowHeight = 36;
 const narrowest = 4; // pixels; what is smaller is one hatched cell
 
 export function showMap(content, run, state) {
-  const { section, controls } = addSection(content, "map", "Where it is", "Module, file, function, line. A click goes down and narrows the table.");
-  addSelect(controls, "Size", run.known.map(({ key, title }) => [key, title]), state.get("figure"), (figure) => state.set({ figure }));
+  const { section, controls } = addSection(
+    content,
+    "map",
+    "Where it is",
+    "Module, file, function, line. A click goes down and narrows the table.",
+  );
+  addSelect(
+    controls,
+    "Size",
+    run.known.map(({ key, title }) => [key, title]),
+    state.get("figure"),
+    (figure) => state.set({ figure }),
+  );
   const path = add(section, "nav", { class: "path", "aria-label": "Shown place" });
   const read = add(section, "p", { class: "read" });
-  const frame = add(section, "div", { class: "icicle", role: "group", "aria-label": "Places by size" });
+  const frame = add(section, "div", {
+    class: "icicle",
+    role: "group",
+    "aria-label": "Places by size",
+  });
   let tree;
   const draw = () => {
     const node = findPlace(tree, state.get("place"));
@@ -33,7 +48,13 @@ export function showMap(content, run, state) {
 
 const nameOf = ({ data: { name, place } }) => {
   if (place.length === 0) return "All modules";
-  return visible(levels[place.length - 1] === "file" ? baseName(name) : levels[place.length - 1] === "line" ? `line ${name}` : name);
+  return visible(
+    levels[place.length - 1] === "file"
+      ? baseName(name)
+      : levels[place.length - 1] === "line"
+        ? `line ${name}`
+        : name,
+  );
 };
 
 function showPath(path, node, state) {
@@ -51,11 +72,15 @@ function showCells(frame, read, node, tree, column, state) {
   const width = frame.clientWidth;
   if (width === 0) return;
   const cells = layOut(node, width);
-  frame.style.height = `${rowHeight * (1 + Math.max(...cells.map(({ depth }) => depth)))}px`;
+  frame.style.height = `${rowHeight * (1 + Math.max(-1, ...cells.map(({ depth }) => depth)))}px`;
   const tell = ({ node: shown, smaller }) => {
-    const what = smaller ? `${smaller} smaller` : shown.data.place.map(visible).join(" \u203a ") || "All modules";
-    const value = smaller ? undefined : shown.value;
-    read.textContent = value === undefined ? what : `${what}: ${exactly(value, column.unit)}, ${share(value, tree.value)} of all`;
+    const what = smaller
+      ? `${smaller} smaller`
+      : shown.data.place.map(visible).join(" \u203a ") || "All modules";
+    const part = share(shown.value, tree.value);
+    read.textContent = smaller
+      ? what
+      : `${what}: ${exactly(shown.value, column.unit)}${part && `, ${part} of all`}`;
   };
   tell({ node });
   select(frame)
@@ -69,26 +94,39 @@ function showCells(frame, read, node, tree, column, state) {
     })
     .attr("class", ({ smaller, depth }) => (smaller ? "smaller" : depth === 0 ? "root" : "cell"))
     .attr("tabindex", (_, index) => (index === 0 ? 0 : -1))
-    .attr("aria-label", ({ node: shown, smaller }) => (smaller ? `${smaller} smaller` : `${nameOf(shown)}, ${inUnit(shown.value, column.unit)}, ${share(shown.value, tree.value)}`))
+    .attr("aria-label", ({ node: shown, smaller }) =>
+      smaller
+        ? `${smaller} smaller`
+        : `${nameOf(shown)}, ${inUnit(shown.value, column.unit)}, ${share(shown.value, tree.value)}`,
+    )
     .style("left", ({ left }) => `${left}px`)
     .style("top", ({ depth }) => `${depth * rowHeight}px`)
     .style("width", ({ wide }) => `${wide}px`)
-    .style("--colour", ({ node: shown }) => (shown.data.place.length > 0 ? colourOf(shown.data.place[0]) : "var(--rest)"))
+    .style("--colour", ({ node: shown }) =>
+      shown.data.place.length > 0 ? colourOf(shown.data.place[0]) : "var(--rest)",
+    )
     .on("mouseenter", tell)
     .on("focus", tell)
     .on("click", ({ node: shown, depth }) => {
-      state.set({ place: depth === 0 ? shown.data.place.slice(0, -1) : shown.data.place, open: null });
+      state.set({
+        place: depth === 0 ? shown.data.place.slice(0, -1) : shown.data.place,
+        open: null,
+      });
       frame.querySelector("button")?.focus();
     })
     .each(function label({ node: shown, smaller, wide }) {
       const [name, value] = this.children;
       name.textContent = wide > 34 && !smaller ? beginning(nameOf(shown), 200) : "";
-      value.textContent = wide > 120 && !smaller ? `${inUnit(shown.value, column.unit)} \u00b7 ${share(shown.value, tree.value)}` : "";
+      value.textContent =
+        wide > 120 && !smaller
+          ? `${inUnit(shown.value, column.unit)} \u00b7 ${share(shown.value, tree.value)}`
+          : "";
     });
 }
 
 // A cell for each node wide enough, and one for what is left at the end of its parent.
 function layOut(node, width) {
+  if (!(node.value > 0)) return [];
   const root = partition().size([width, 1])(node.copy());
   const cells = [];
   const walk = (shown, depth) => {
@@ -125,12 +163,19 @@ function onKey(key, frame, state) {
 function neighbour(key, from, cells) {
   const at = select(from).datum();
   const all = cells.map((cell) => ({ cell, at: select(cell).datum() }));
-  const same = all.filter((other) => other.at.depth === at.depth).sort((a, b) => a.at.left - b.at.left);
+  const same = all
+    .filter((other) => other.at.depth === at.depth)
+    .sort((a, b) => a.at.left - b.at.left);
   const index = same.findIndex(({ cell }) => cell === from);
   if (key === "ArrowRight") return same[index + 1]?.cell;
   if (key === "ArrowLeft") return same[index - 1]?.cell;
   const depth = at.depth + (key === "ArrowDown" ? 1 : key === "ArrowUp" ? -1 : NaN);
   const within = all.filter((other) => other.at.depth === depth);
-  if (key === "ArrowDown") return within.find((other) => other.at.left >= at.left - 0.5 && other.at.left < at.left + at.wide)?.cell;
-  return within.find((other) => other.at.left <= at.left + 0.5 && other.at.left + other.at.wide >= at.left + 0.5)?.cell;
+  if (key === "ArrowDown")
+    return within.find(
+      (other) => other.at.left >= at.left - 0.5 && other.at.left < at.left + at.wide,
+    )?.cell;
+  return within.find(
+    (other) => other.at.left <= at.left + 0.5 && other.at.left + other.at.wide >= at.left + 0.5,
+  )?.cell;
 }

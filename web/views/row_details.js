@@ -12,7 +12,10 @@ export function showRowDetails(frame, run, row) {
     add(names, "dt", { text: title });
     add(names, "dd", { text: visible(value) });
   };
-  if (row.isCatchAll) add(frame, "p", { text: "Blocks of which no line is known, and releases of blocks from before tracking began." });
+  if (row.isCatchAll)
+    add(frame, "p", {
+      text: "Blocks of which no line is known, and releases of blocks from before tracking began.",
+    });
   name("Function", row.function);
   name("File", row.file && row.line > 0 ? `${row.file}:${row.line}` : row.file);
   name("Module", row.module);
@@ -21,23 +24,36 @@ export function showRowDetails(frame, run, row) {
   for (const { key, title, unit } of run.known) {
     const box = add(figures, "div");
     add(box, "dt", { text: title });
-    add(box, "dd", { text: inUnit(row.figures[key], unit), title: exactly(row.figures[key], unit) });
+    add(box, "dd", {
+      text: inUnit(row.figures[key], unit),
+      title: exactly(row.figures[key], unit),
+    });
     const part = key.startsWith("max_") ? "" : share(row.figures[key], run.sum(all, key));
     add(box, "dd", { class: "more", text: part ? `${part} of all` : "" });
   }
   if (row.sites.length > 1 && "max_bytes" in row.figures)
-    add(frame, "p", { class: "help", text: "The maxima of several addresses are summed; they need not have been reached at the same moment." });
+    add(frame, "p", {
+      class: "help",
+      text: "The maxima of several addresses are summed; they need not have been reached at the same moment.",
+    });
   showAddresses(frame, run, row);
 }
 
 function showAddresses(frame, run, { sites }) {
-  const shown = [...sites].sort((a, b) => (run.sites.figures.peak_bytes?.[b] ?? 0) - (run.sites.figures.peak_bytes?.[a] ?? 0)).slice(0, mostAddresses);
-  const table = add(add(frame, "div", { class: "scroller addresses" }), "table", { class: "plain" });
+  const shown = [...sites]
+    .sort(
+      (a, b) => (run.sites.figures.peak_bytes?.[b] ?? 0) - (run.sites.figures.peak_bytes?.[a] ?? 0),
+    )
+    .slice(0, mostAddresses);
+  const table = add(add(frame, "div", { class: "scroller addresses" }), "table", {
+    class: "plain",
+  });
   const several = run.processes.length > 1;
   const head = add(add(table, "thead"), "tr");
   add(head, "th", { scope: "col", text: plural(sites.length, "address", "addresses") });
   if (several) add(head, "th", { scope: "col", text: "Process" });
-  for (const { title } of run.known) add(head, "th", { scope: "col", class: "number", text: title });
+  for (const { title } of run.known)
+    add(head, "th", { scope: "col", class: "number", text: title });
   const body = add(table, "tbody");
   for (const site of shown) {
     const line = add(body, "tr");
@@ -48,5 +64,9 @@ function showAddresses(frame, run, { sites }) {
       add(line, "td", { class: "number", text: inUnit(value, unit), title: exactly(value, unit) });
     }
   }
-  if (sites.length > shown.length) add(frame, "p", { class: "help", text: `and ${whole(sites.length - shown.length)} more addresses` });
+  if (sites.length > shown.length)
+    add(frame, "p", {
+      class: "help",
+      text: `and ${whole(sites.length - shown.length)} more addresses`,
+    });
 }

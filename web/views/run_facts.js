@@ -35,15 +35,38 @@ function showFacts(frame, facts) {
     add(list, "dt", { text: title });
     add(list, "dd", { text: visible(String(value)) });
   };
-  for (const [key, title] of titles) if (facts[key] !== undefined && facts[key] !== "") fact(title, facts[key]);
+  for (const [key, title] of titles)
+    if (facts[key] !== undefined && facts[key] !== "") fact(title, facts[key]);
   fact("Arguments", facts.arguments.join(" "));
   const without = facts.modules.filter(({ lines }) => lines !== "yes");
-  addTable(frame, `${plural(without.length, "module")} without debug information`, ["Module", "Lines", "Size", "Build id"],
-    without.map(({ path, lines, size, build_id }) => [path, lines, bytes(size), build_id || "none"]));
-  addTable(frame, `${whole(facts.modules.length)} modules`, ["Module", "Address", "Size", "Build id"],
-    facts.modules.map(({ path, address, size, build_id }) => [path, address, bytes(size), build_id || "none"]));
-  addTable(frame, `${whole(facts.settings.length)} settings`, ["Setting", "From", "Value"],
-    facts.settings.map(({ name, source, value }) => [name, source, value]));
+  addTable(
+    frame,
+    `${plural(without.length, "module")} without debug information`,
+    ["Module", "Lines", "Size", "Build id"],
+    without.map(({ path, lines, size, build_id }) => [
+      path,
+      lines,
+      bytes(size),
+      build_id || "none",
+    ]),
+  );
+  addTable(
+    frame,
+    `${whole(facts.modules.length)} modules`,
+    ["Module", "Address", "Size", "Build id"],
+    facts.modules.map(({ path, address, size, build_id }) => [
+      path,
+      address,
+      bytes(size),
+      build_id || "none",
+    ]),
+  );
+  addTable(
+    frame,
+    `${whole(facts.settings.length)} settings`,
+    ["Setting", "From", "Value"],
+    facts.settings.map(({ name, source, value }) => [name, source, value]),
+  );
 }
 
 function addTable(frame, title, headings, rows) {

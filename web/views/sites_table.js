@@ -19,7 +19,9 @@ const groupings = [
 export function showSites(content, run, state) {
   const { section, controls } = addSection(content, "sites", "Line by line");
   addViews(controls, run, state);
-  const per = addSelect(controls, "Per", groupings, state.get("by"), (by) => state.set({ by, open: null }));
+  const per = addSelect(controls, "Per", groupings, state.get("by"), (by) =>
+    state.set({ by, open: null }),
+  );
   state.on(["by"], () => (per.value = state.get("by")));
   const search = addSearch(controls, state);
   addColumnsMenu(controls, run.known, state);
@@ -37,13 +39,18 @@ export function showSites(content, run, state) {
 
   let rows = [];
   const select = () => {
-    const sites = run.sitesOf(state.get("process")).filter((site) => isIn(run.sites, site, state.get("place")));
+    const sites = run
+      .sitesOf(state.get("process"))
+      .filter((site) => isIn(run.sites, site, state.get("place")));
     rows = sumRows(run, sites, state.get("by"));
     show();
   };
   const show = () => {
     const { matches, error } = matcher(state.get("search"), state.get("isRegex"));
-    const shown = sorted(rows.filter(views[state.get("view")].shows).filter(matches), state.get("sort"));
+    const shown = sorted(
+      rows.filter(views[state.get("view")].shows).filter(matches),
+      state.get("sort"),
+    );
     search.setError(error);
     status.textContent = told(run, state, shown, rows);
     grid.show(shown);
@@ -54,29 +61,45 @@ export function showSites(content, run, state) {
   state.on(["figure"], () => sortBy(state, state.get("figure")));
 }
 
-const sortBy = (state, key) => state.set({ sort: { key, descending: true }, columns: shownWith(state, key) });
+const sortBy = (state, key) =>
+  state.set({ sort: { key, descending: true }, columns: shownWith(state, key) });
 
-const shownWith = (state, key) => (state.get("columns").includes(key) ? state.get("columns") : [...state.get("columns"), key]);
+const shownWith = (state, key) =>
+  state.get("columns").includes(key) ? state.get("columns") : [...state.get("columns"), key];
 
 function addViews(controls, run, state) {
   const choices = Object.entries(views)
     .filter(([, { figure }]) => !figure || figure in run.sites.figures)
-    .map(([key, { title }]) => [key, title]);
+    .map(([key, { title }]) => [key, title ?? run.titleOfLive]);
   const show = addChoice(controls, "Rows", choices, state.get("view"), (view) => {
     const figure = views[view].figure ?? state.get("figure");
-    state.set({ view, open: null, sort: { key: figure, descending: true }, columns: shownWith(state, figure) });
+    state.set({
+      view,
+      open: null,
+      sort: { key: figure, descending: true },
+      columns: shownWith(state, figure),
+    });
   });
   state.watch(["view"], () => show(state.get("view")));
 }
 
 function columnsOf(run, state) {
-  const place = { key: "place", title: { line: "Line", function: "Function", file: "File", module: "Module" }[state.get("by")] };
+  const place = {
+    key: "place",
+    title: { line: "Line", function: "Function", file: "File", module: "Module" }[state.get("by")],
+  };
   const chosen = state.get("columns");
-  const module = chosen.includes("module") && state.get("by") !== "module" ? [{ key: "module", title: "Module" }] : [];
+  const module =
+    chosen.includes("module") && state.get("by") !== "module"
+      ? [{ key: "module", title: "Module" }]
+      : [];
   return [place, ...module, ...run.known.filter(({ key }) => chosen.includes(key))];
 }
 
-const turned = (sort, key) => ({ key, descending: sort.key === key ? !sort.descending : key !== "place" && key !== "module" });
+const turned = (sort, key) => ({
+  key,
+  descending: sort.key === key ? !sort.descending : key !== "place" && key !== "module",
+});
 
 function told(run, state, shown, all) {
   const key = run.column(state.get("sort").key) ? state.get("sort").key : state.get("figure");
@@ -84,6 +107,7 @@ function told(run, state, shown, all) {
   const sum = shown.reduce((total, { figures }) => total + figures[key], 0);
   const count = plural(shown.length, "row");
   const of = shown.length < all.length ? ` of ${all.length}` : "";
-  const place = state.get("place").length > 0 ? ` in ${state.get("place").map(visible).join(" \u203a ")}` : "";
+  const place =
+    state.get("place").length > 0 ? ` in ${state.get("place").map(visible).join(" \u203a ")}` : "";
   return `${count}${of}${place}, ${title.toLowerCase()} ${inUnit(sum, unit)}`;
 }

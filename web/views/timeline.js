@@ -6,13 +6,22 @@ import { addLegend } from "./timeline_legend.js";
 import { addPlot } from "./timeline_plot.js";
 
 const stacks = [
-  ["module", "By module", "The bytes that each module's code allocated, and the phases of the timeline's labels"],
+  [
+    "module",
+    "By module",
+    "The bytes that each module's code allocated, and the phases of the timeline's labels",
+  ],
   ["tag", "By tag", "The bytes allocated under each tag, and the phases of the bins"],
 ];
 
 export function showTimeline(content, run, state) {
   if (!run.processes.some(({ timelines }) => timelines.module || timelines.tag)) return;
-  const { section, controls } = addSection(content, "timeline", "Over time", "Drag to look closer, point to read values.");
+  const { section, controls } = addSection(
+    content,
+    "timeline",
+    "Over time",
+    "Drag to look closer, point to read values.",
+  );
   const frame = add(section, "div");
   let end = () => {};
   state.watch(["process"], () => {
@@ -20,8 +29,13 @@ export function showTimeline(content, run, state) {
     frame.replaceChildren();
     controls.replaceChildren();
     const process = run.processes[state.get("process") ?? -1];
-    if (!process) add(frame, "p", { class: "empty", text: "Each process has a time of its own. Choose one to see it." });
-    else if (process.timelines.module || process.timelines.tag) end = showProcess(frame, controls, process);
+    if (!process)
+      add(frame, "p", {
+        class: "empty",
+        text: "Each process has a time of its own. Choose one to see it.",
+      });
+    else if (process.timelines.module || process.timelines.tag)
+      end = showProcess(frame, controls, process);
     else add(frame, "p", { class: "empty", text: "This process has no timeline." });
   });
 }
@@ -43,7 +57,13 @@ function showProcess(frame, controls, process) {
       show(stack);
     });
   }
-  const reset = add(controls, "button", { type: "button", class: "quiet", id: "reset-zoom", text: "Whole run", onclick: () => view.set({ range: whole_range() }) });
+  const reset = add(controls, "button", {
+    type: "button",
+    class: "quiet",
+    id: "reset-zoom",
+    text: "Whole run",
+    onclick: () => view.set({ range: whole_range() }),
+  });
   const columns = add(frame, "div", { class: "timeline" });
   const plot = addPlot(columns, process, view, timeline);
   addLegend(columns, view, timeline);
@@ -57,7 +77,9 @@ function showProcess(frame, controls, process) {
 }
 
 const restingPlace = (process, timeline) =>
-  process.peakSample === undefined ? timeline.highestSample : Math.min(timeline.samples - 1, Math.floor(process.peakSample / timeline.step));
+  process.peakSample === undefined
+    ? timeline.highestSample
+    : Math.min(timeline.samples - 1, Math.floor(process.peakSample / timeline.step));
 
 function axisNote({ allSamples, step }) {
   const thinned = step > 1 ? ` Of each ${whole(step)} samples the highest is drawn.` : "";
