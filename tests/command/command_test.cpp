@@ -228,7 +228,7 @@ TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
   write(in("less/mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 48, "app\ta.cpp\t5\tf()")));
   write(in("hookless/mem_tbb_fileline.kvi.log"), sites(site("OTHER", 0, 0, "\t\t0\t")));
   write(in("all.supp"), "# known\nleak:^leaky(*)$\n\nleak:b<\n");
-  write(in("one.supp"), "leak:^eaky\nleak:leaky$\nleak:lib\n");
+  write(in("one.supp"), "leak:^eaky\nleak:leaky$\nleak:p$\nleak:lib\n");
   write(in("bad.supp"), "leak:a\nrace:b\n");
   const std::tuple<std::vector<std::string>, int, std::string> rows[] = {
       {{"--max-peak", "5000"}, 0, "holds: peak of kvi: 4.88K .5000 bytes., 4.88K allowed\n"},

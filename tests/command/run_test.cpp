@@ -16,10 +16,14 @@ RUN run(const std::vector<std::string>& words, const std::string& prefix = "") {
 TEST(ARun, EndsAsTheProgramDoes) {
   const std::string make =
       "echo x >text; mkdir folder; printf \"#!folder/none\\n\" >script; "
-      "chmod +x script; cp " TUK_MEM_STATIC_PROGRAM " static; ";
+      "chmod +x script; cp " TUK_MEM_STATIC_PROGRAM " static; ln -s " TUK_MEM_ALLOCATING_PROGRAM
+      " link; ";
   const std::tuple<std::vector<std::string>, int, std::string, std::string> rows[] = {
       {{"--", "sh", "-c", "cat; exit 7"}, 7, "in\n", "exit status 7"},
       {{"sh", "-c", "kill -TERM $$"}, 128 + 15, "", "killed by SIGTERM"},
+      {{"sh", "-c", "kill -36 $$"}, 128 + 36, "", "killed by signal 36"},
+      {{"--no-children", "./link", "leak"}, 0, "", "scenarios.cpp:"},
+      {{""}, 127, "", "No such file"},
       {{"--no-summary", "sh", "-c", "echo $0 $1", "-o", "--lines"}, 0, "-o --lines\n", ""},
       {{"nothing_of_this_name"}, 127, "", "nothing_of_this_name: command not found"},
       {{"./missing"}, 127, "", "./missing: No such file or directory"},
@@ -39,6 +43,14 @@ TEST(ARun, EndsAsTheProgramDoes) {
     EXPECT_EQ(result.out(), out);
     EXPECT_THAT(result.err(), HasSubstr(message));
   }
+}
+
+// Where nobody can be told, that is not the program's status.
+TEST(ARun, NeedsNoStandardError) {
+  const RUN result({.path = "/bin/sh",
+                    .arguments = {"-c", "for to in \"&-\" /dev/full; do eval \"" TUK_MEM_COMMAND
+                                        " run true 2>$to\"; echo $?; done"}});
+  EXPECT_EQ(result.out(), "0\n0\n");
 }
 
 // The process and its children, the largest of them named, each with reports of its own.

@@ -91,8 +91,8 @@ void expect_tracked(const RUN& run) {
           fmt::format("{}: no heap block of {} was tracked: its allocator has no hooks", run.path,
                       process.name));
     if (facts && facts->value("events_not_accounted") != "0")
-      fmt::print(stderr, "tuk-mem: {}: for want of memory {} events of {} are in no figure\n",
-                 run.path, facts->value("events_not_accounted"), process.name);
+      tell(fmt::format("{}: for want of memory {} events of {} are in no figure", run.path,
+                       facts->value("events_not_accounted"), process.name));
   }
 }
 
@@ -185,8 +185,8 @@ PROCESS leaks_of(const PROCESS& process, SUPPRESSIONS& suppressions) {
 
 void tell_if_running(const RUN& run, const PROCESS& process) {
   if (process.is_snapshot || (process.facts && process.facts->value("ended") == "not yet"))
-    fmt::print(stderr, "tuk-mem: {}: {} is a snapshot: what was live then counts as leaked\n",
-               run.path, process.name);
+    tell(fmt::format("{}: {} is a snapshot: what was live then counts as leaked", run.path,
+                     process.name));
 }
 
 // All processes together.

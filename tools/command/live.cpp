@@ -25,8 +25,7 @@ int take_one(pid_t pid) {
   const PROFILED_PROCESS process(pid);
   const std::optional<std::string> snapshot = process.take_snapshot(patience);
   if (!snapshot) {
-    fmt::print(stderr, "tuk-mem: process {}: {}\n", pid,
-               process.is_there() ? idle : "has ended meanwhile");
+    tell(fmt::format("process {}: {}", pid, process.is_there() ? idle : "has ended meanwhile"));
     return BROKEN_LIMIT;
   }
   OUTPUT out;

@@ -32,7 +32,7 @@ constexpr char const* footer =
 
 // The words of a sentence on standard error, where trouble is told.
 int fail(const std::string& what) {
-  fmt::print(stderr, "tuk-mem: {}\n", what);
+  command::tell(what);
   return command::TROUBLE;
 }
 
@@ -51,6 +51,7 @@ int tell(const CLI::App& program, const CLI::Success& asked_for) {
 }
 
 int run(int argc, char** argv) {
+  command::keep_closed_streams_closed();
   CLI::App program(description, "tuk-mem");
   program.footer(footer);
   program.set_version_flag("--version", "tuk-mem " TUK_MEM_VERSION_STRING);

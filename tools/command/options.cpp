@@ -6,6 +6,7 @@
 #include <array>
 #include <utility>
 
+#include "tools/command/output.h"
 #include "tools/command/text.h"
 #include "tools/command/units.h"
 #include "tools/reports/read_run.h"
@@ -48,7 +49,7 @@ void RUN_ARGUMENT::add_lenient_to(CLI::App& app) {
 reports::RUN RUN_ARGUMENT::read_from(const std::string& path) const {
   reports::RUN run =
       reports::read_run(path, m_lenient ? reports::DAMAGED::KEPT : reports::DAMAGED::REFUSED);
-  for (const std::string& note : run.notes) fmt::print(stderr, "tuk-mem: {}\n", note);
+  for (const std::string& note : run.notes) tell(printable(note));
   return run;
 }
 
@@ -93,8 +94,8 @@ void tell_of_processes_without(const reports::RUN& run, BY by) {
     if (count++ == 0) first = &process;
   }
   if (count != 0 && count != run.processes.size())
-    fmt::print(stderr, "tuk-mem: {}: {} of {} processes have no report of such rows, as {}\n",
-               run.path, count, run.processes.size(), first->name);
+    tell(fmt::format("{}: {} of {} processes have no report of such rows, as {}", run.path, count,
+                     run.processes.size(), first->name));
 }
 
 std::string name_of(const reports::RUN& run) {

@@ -1,12 +1,24 @@
 #include "tools/command/output.h"
 
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 namespace command {
+
+void tell_as_it_is(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stderr); }
+
+void tell(std::string_view sentence) { tell_as_it_is(fmt::format("tuk-mem: {}\n", sentence)); }
+
+void keep_closed_streams_closed() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(stream, F_GETFD) == -1)
+      (void)!open("/dev/null", (stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+}
 
 OUTPUT::OUTPUT(const std::string& file_name)
     : m_name(file_name.empty() || file_name == "-" ? "standard output" : file_name),

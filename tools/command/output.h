@@ -8,6 +8,15 @@
 
 namespace command {
 
+/// A line on standard error, "tuk-mem: " in front. Never fails: nobody may be there to read it.
+void tell(std::string_view sentence);
+/// The same without anything in front, and without an end of line.
+void tell_as_it_is(std::string_view text);
+
+/// Takes the numbers of standard streams that are closed, so that no file gets one. They still fail
+/// when they are used, and a program that is executed finds them closed.
+void keep_closed_streams_closed();
+
 /// Nobody reads the pipe any more: a reason to end, not to complain.
 struct READER_LEFT {};
 

@@ -22,22 +22,26 @@ std::string_view trimmed(std::string_view text) {
 }  // namespace
 
 bool pattern_matches(std::string_view pattern, std::string_view text) {
+  if (text.empty()) return false;
   bool is_anchored = pattern.starts_with('^');
   if (is_anchored) pattern.remove_prefix(1);
-  const bool to_the_end = pattern.ends_with('$');
-  if (to_the_end) pattern.remove_suffix(1);
-  for (;;) {
-    const std::size_t star = pattern.find('*');
-    const std::string_view part = pattern.substr(0, star);
-    if (star == std::string_view::npos && to_the_end)
-      return is_anchored ? text == part : text.ends_with(part);
-    const std::size_t found = text.find(part);
+  bool may_skip = false;
+  while (!pattern.empty()) {
+    if (pattern.starts_with('$')) return text.empty() || may_skip;
+    if (pattern.starts_with('*')) {
+      pattern.remove_prefix(1);
+      may_skip = true;
+      is_anchored = false;
+      continue;
+    }
+    const std::string_view part = pattern.substr(0, pattern.find_first_of("*$"));
+    const std::size_t found = text.find(part);  // the first one counts, also in front of a $
     if (found == std::string_view::npos || (is_anchored && found != 0)) return false;
-    if (star == std::string_view::npos) return true;
     text.remove_prefix(found + part.size());
-    pattern.remove_prefix(star + 1);
-    is_anchored = false;
+    pattern.remove_prefix(part.size());
+    is_anchored = may_skip = false;
   }
+  return true;
 }
 
 void SUPPRESSIONS::read(const std::string& path) {

@@ -8,7 +8,8 @@
 namespace command {
 
 /// Whether `pattern` is found in `text`: a part of it, where '*' stands for anything, '^' at the
-/// front for its beginning and '$' at the back for its end.
+/// front for its beginning and '$' for its end. As the sanitizers do, each part is looked for once:
+/// "a$" is not in "aba".
 bool pattern_matches(std::string_view pattern, std::string_view text);
 
 class SUPPRESSIONS {

@@ -3,9 +3,8 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
-#include <cstdio>
-
 #include "tools/command/live/proc_status.h"
+#include "tools/command/output.h"
 #include "tools/command/units.h"
 
 namespace command {
@@ -15,18 +14,15 @@ void PROGRESS::show() {
   if (status.bytes("VmRSS") == 0) return;  // it has just ended
   const auto seconds =
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_start);
-  fmt::print(stderr, "\r\033[K{}:{:02} min   resident {}   heap and stacks {}",
-             seconds.count() / 60, seconds.count() % 60,
-             human(static_cast<std::int64_t>(status.bytes("VmRSS"))),
-             human(static_cast<std::int64_t>(status.bytes("RssAnon"))));
-  std::fflush(stderr);
+  tell_as_it_is(fmt::format("\r\033[K{}:{:02} min   resident {}   heap and stacks {}",
+                            seconds.count() / 60, seconds.count() % 60,
+                            human(static_cast<std::int64_t>(status.bytes("VmRSS"))),
+                            human(static_cast<std::int64_t>(status.bytes("RssAnon")))));
   m_is_shown = true;
 }
 
 void PROGRESS::clear() const {
-  if (!m_is_shown) return;
-  fmt::print(stderr, "\r\033[K");
-  std::fflush(stderr);
+  if (m_is_shown) tell_as_it_is("\r\033[K");
 }
 
 }  // namespace command

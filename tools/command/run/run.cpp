@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <ctime>
 #include <utility>
 
 #include "tools/command/failure.h"
 #include "tools/command/live/profiled_process.h"
+#include "tools/command/output.h"
 #include "tools/command/page.h"
 #include "tools/command/run/environment.h"
 #include "tools/command/run/program_file.h"
@@ -43,8 +45,7 @@ struct ENDED_RUN {
   std::string directory;
 };
 
-ENDED_RUN supervise(const RUN_OPTIONS& options) {
-  const std::string path = find_program(options.command.front());
+ENDED_RUN supervise(const RUN_OPTIONS& options, const std::string& path) {
   const PROFILER_FILES files = find_profiler_files();
   const SYMBOL_SERVER server(files.symbols);
   SUPERVISION supervision;
@@ -54,7 +55,8 @@ ENDED_RUN supervise(const RUN_OPTIONS& options) {
   run.facts.start = now_in_utc();
   const RUN_PLACES places{run.directory, write_filters(options, files, run.directory),
                           server.socket()};
-  write_run_facts(options, run.facts, run.directory);
+  if (!write_run_facts(options, run.facts, run.directory))
+    throw FAILURE(FAILURE::own, fmt::format("{}: can't be written to", run.directory));
   const auto start = steady_clock::now();
   supervision.release(profiled_environment(options, files, places));
   PROGRESS progress(run.facts.pid);
@@ -63,7 +65,8 @@ ENDED_RUN supervise(const RUN_OPTIONS& options) {
       [&] { keep_last_snapshot(run.facts.pid); });
   progress.clear();
   run.facts.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
-  write_run_facts(options, run.facts, run.directory);
+  if (!write_run_facts(options, run.facts, run.directory))
+    tell(fmt::format("{}: run.json can't be written", run.directory));
   return run;
 }
 
@@ -71,16 +74,18 @@ ENDED_RUN supervise(const RUN_OPTIONS& options) {
 void write_page_of(const std::string& directory) try {
   const std::string page = directory + "/page.html";
   write_page(reports::read_run(directory, reports::DAMAGED::KEPT), page);
-  fmt::print(stderr, "  page: {}\n", page);
+  tell_as_it_is(fmt::format("  page: {}\n", page));
 } catch (const std::exception& error) {
-  fmt::print(stderr, "tuk-mem: no page: {}\n", error.what());
+  tell(fmt::format("no page: {}", error.what()));
 }
 
 }  // namespace
 
 void run_profiled(RUN_OPTIONS options) {
-  if (!options.children && options.only.empty()) options.only = program_name(options);
-  const ENDED_RUN run = supervise(options);
+  const PROGRAM_FILE program = find_program(options.command.front());
+  if (!options.children && options.only.empty()) options.only = program.executable;
+  const ENDED_RUN run = supervise(options, program.path);
+  std::signal(SIGPIPE, SIG_IGN);  // whether anybody reads the summary is not the program's status
   if (options.summary) show_summary(options, run.facts, run.directory);
   if (options.page) write_page_of(run.directory);
   end_like(run.facts.status);

@@ -48,7 +48,7 @@ std::string write_filters(const RUN_OPTIONS& options, const PROFILER_FILES& file
   return path;
 }
 
-void write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,
+bool write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,
                      const std::string& directory) {
   nlohmann::ordered_json json;
   json["format"] = "tuk-mem run 1";
@@ -60,8 +60,9 @@ void write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,
     if (WIFEXITED(facts.status)) json["exit_status"] = WEXITSTATUS(facts.status);
     if (WIFSIGNALED(facts.status)) json["signal"] = WTERMSIG(facts.status);
   }
-  std::ofstream(directory + "/run.json")
-      << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  std::ofstream file(directory + "/run.json");
+  file << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  return static_cast<bool>(file.flush());
 }
 
 }  // namespace command

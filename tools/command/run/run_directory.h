@@ -31,7 +31,7 @@ struct RUN_FACTS {
 };
 
 /// Writes them to `directory`/run.json, in place of what is there.
-void write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,
+bool write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,
                      const std::string& directory);
 
 }  // namespace command

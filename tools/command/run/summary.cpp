@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 
+#include "tools/command/output.h"
 #include "tools/command/run/debug_packages.h"
 #include "tools/command/text.h"
 #include "tools/command/units.h"
@@ -23,11 +24,14 @@ using reports::GROUP;
 using reports::GROUPS;
 using reports::PROCESS;
 
-void say(const std::string& line) { fmt::print(stderr, "{}\n", line); }
+void say(const std::string& line) { tell_as_it_is(line + '\n'); }
 
 std::string how_it_ended(int status) {
-  if (WIFSIGNALED(status)) return fmt::format("killed by SIG{}", sigabbrev_np(WTERMSIG(status)));
-  return fmt::format("exit status {}", WEXITSTATUS(status));
+  if (!WIFSIGNALED(status)) return fmt::format("exit status {}", WEXITSTATUS(status));
+  const int signal = WTERMSIG(status);
+  char const* const name = sigabbrev_np(signal);
+  if (name == nullptr) return fmt::format("killed by signal {}", signal);  // a real-time one
+  return fmt::format("killed by SIG{}", name);
 }
 
 const PROCESS& largest(const reports::RUN& run) {
@@ -43,9 +47,9 @@ void show_figures(const reports::RUN& run, const RUN_FACTS& facts, const GROUPS&
     peak += fmt::format(" in {}, the largest of {} processes", printable(top.name),
                         run.processes.size());
   say(fmt::format("  {:.1f} s   {}   {} allocations   leaked {} in {} blocks", facts.seconds, peak,
-                  human(lines.total[reports::CUMULATIVE_BLOCKS]),
+                  lines.total[reports::CUMULATIVE_BLOCKS],
                   human(lines.total[reports::CURRENT_BYTES]),
-                  human(lines.total[reports::CURRENT_BLOCKS])));
+                  lines.total[reports::CURRENT_BLOCKS]));
 }
 
 std::string place_of(const GROUP& row) {
@@ -59,6 +63,8 @@ std::string place_of(const GROUP& row) {
 // The processes' peaks are of different moments: the sum is what a table of a tree shows.
 void show_top_lines(const GROUPS& lines, unsigned count) {
   const std::int64_t total = std::max<std::int64_t>(lines.total[reports::PEAK_BYTES], 1);
+  if (count == 0 || lines.rows.empty() || lines.rows.front().figures[reports::PEAK_BYTES] <= 0)
+    return;
   say("  most at the peak:");
   constexpr std::size_t width = 100;
   for (std::size_t i = 0; i < std::min<std::size_t>(count, lines.rows.size()); ++i) {
@@ -91,7 +97,42 @@ void show_run(const RUN_OPTIONS& options, const RUN_FACTS& facts, const reports:
   show_figures(run, facts, lines);
   show_top_lines(lines, options.top);
   show_what_to_install(run, lines);
-  for (const std::string& note : run.notes) say("  " + note);
+  for (const std::string& note : run.notes) say("  " + printable(note));
+}
+
+// As the user would type it, where a terminal can show it at all.
+std::string hint(const std::string& name) {
+  if (printable(name) != name) return {};
+  constexpr std::string_view plain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+:,@%=-";
+  if (name.find_first_not_of(plain) == std::string::npos)
+    return fmt::format("   (tuk-mem show {})", name);
+  std::string quoted;
+  for (const char c : name) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  return fmt::format("   (tuk-mem show '{}')", quoted);
+}
+
+bool has_reports(const std::string& directory) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory))
+    if (entry.is_directory() && !std::filesystem::is_empty(entry.path())) return true;
+  return false;
+}
+
+std::string why_there_are_none(const RUN_OPTIONS& options) {
+  if (!options.only.empty())
+    return fmt::format("no program of the name {} ended in order", printable(options.only));
+  return "a program that ends by a signal or by _exit writes none; --snapshot-every SECONDS keeps "
+         "what it held";
+}
+
+void show_figures_or_why_not(const RUN_OPTIONS& options, const RUN_FACTS& facts,
+                             const std::string& directory) try {
+  if (has_reports(directory))
+    show_run(options, facts, reports::read_run(directory, reports::DAMAGED::KEPT));
+  else
+    say("  no reports: " + why_there_are_none(options));
+} catch (const std::exception& error) {
+  say(fmt::format("  no figures: {}", printable(error.what())));
 }
 
 }  // namespace
@@ -99,13 +140,10 @@ void show_run(const RUN_OPTIONS& options, const RUN_FACTS& facts, const reports:
 void show_summary(const RUN_OPTIONS& options, const RUN_FACTS& facts,
                   const std::string& directory) {
   say(fmt::format("tuk-mem: {}, {}", printable(program_name(options)), how_it_ended(facts.status)));
-  try {
-    const reports::RUN run = reports::read_run(directory, reports::DAMAGED::KEPT);
-    show_run(options, facts, run);
-  } catch (const std::exception& error) {
-    say(fmt::format("  no figures: {}", error.what()));
-  }
-  say(fmt::format("  report: {}   (tuk-mem show {})", directory, base_name(directory)));
+  show_figures_or_why_not(options, facts, directory);
+  say(fmt::format(
+      "  report: {}{}", printable(directory),
+      hint(options.directory.empty() ? std::string(base_name(directory)) : options.directory)));
 }
 
 }  // namespace command

@@ -61,7 +61,7 @@ SYMBOL_SERVER::~SYMBOL_SERVER() {
   if (m_connection >= 0) close(m_connection);
   if (m_pid < 0) return;
   const bool has_ended = within(200ms, [&] { return waitpid(m_pid, nullptr, WNOHANG) != 0; });
-  if (!has_ended) return;  // others are connected
+  if (!has_ended) return;  // others are connected; it removes the directory at its end
   unlink((m_directory + "/socket").c_str());
   rmdir(m_directory.c_str());
 }
@@ -77,7 +77,7 @@ void SYMBOL_SERVER::start(const std::string& path) {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execl(path.c_str(), path.c_str(), "--socket", m_socket.c_str(), nullptr);
+  execl(path.c_str(), path.c_str(), "--socket", m_socket.c_str(), "--remove-directory", nullptr);
   _exit(127);
 }
 

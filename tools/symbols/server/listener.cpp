@@ -4,9 +4,11 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 namespace symbols {
@@ -58,6 +60,8 @@ LISTENER::LISTENER(const std::string& path) {
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   if (m_name.empty()) fail(path, "this names a directory");
   m_directory = private_directory(path, directory);
+  std::error_code trouble;
+  m_directory_path = std::filesystem::absolute(directory, trouble).string();
   bind(path);
 }
 
@@ -91,6 +95,8 @@ void LISTENER::remove() {
       now.st_dev == m_bound.st_dev && now.st_ino == m_bound.st_ino;
   if (is_ours) unlinkat(m_directory.number(), m_name.c_str(), 0);
 }
+
+void LISTENER::remove_directory() const { rmdir(m_directory_path.c_str()); }
 
 bool is_of_same_user(int socket) {
   ucred peer{};

@@ -24,10 +24,13 @@ class LISTENER {
   DESCRIPTOR accept() const;
   /// Nobody finds it any more; those who have still can be accepted.
   void remove();
+  /// Removes the socket's directory, where nothing else is in it.
+  void remove_directory() const;
 
  private:
   void bind(const std::string& path);
 
+  std::string m_directory_path;
   DESCRIPTOR m_directory;
   std::string m_name;
   DESCRIPTOR m_socket;

@@ -18,19 +18,21 @@
 namespace {
 
 constexpr char usage[] =
-    "Usage: tuk-mem-symbols --socket PATH [--memory BYTES]\n"
+    "Usage: tuk-mem-symbols --socket PATH [--remove-directory] [--memory BYTES]\n"
     "       tuk-mem-symbols --connected [--memory BYTES]\n"
     "\n"
     "Tells the functions, files and lines of addresses in executables and shared objects.\n"
     "\n"
     "  --socket PATH    listen there, in a directory that only you may enter, until the last\n"
     "                   client has gone; for 10 seconds until the first one comes\n"
+    "  --remove-directory  at the end, that of the socket\n"
     "  --connected      serve the one client at the other end of standard input\n"
     "  --memory BYTES   drop what was used least recently beyond this (1073741824)\n";
 
 struct OPTIONS {
   std::string socket;
   bool is_connected = false;
+  bool removes_directory = false;
   std::uint64_t memory = std::uint64_t{1} << 30;
 };
 
@@ -47,6 +49,8 @@ std::optional<OPTIONS> options_of(int count, char** arguments) {
     const std::string_view option(arguments[i]);
     if (option == "--connected") {
       options.is_connected = true;
+    } else if (option == "--remove-directory") {
+      options.removes_directory = true;
     } else if (option == "--socket" && i + 1 < count) {
       options.socket = arguments[++i];
     } else if (option == "--memory" && i + 1 < count) {
@@ -92,6 +96,7 @@ int serve(const OPTIONS& options) {
   let_go_of_output();
   if (chdir("/") != 0) return EXIT_FAILURE;
   server.serve(listener);
+  if (options.removes_directory) listener.remove_directory();
   return EXIT_SUCCESS;
 }
 
