@@ -79,6 +79,7 @@ function paint(canvas, width, { x, y, resident: yResident }, timeline, drawn, re
   canvas.style.height = `${height}px`;
   const context = canvas.getContext("2d");
   context.scale(ratio, ratio);
+  if (drawn.length === 0) return; // a run may end before its first sample
   const series = timeline.largest;
   const layers = stack()
     .keys([...series.keys()])
