@@ -44,7 +44,7 @@ class Grid {
   /** After a change of columns, order or the open row. */
   refresh() {
     const columns = this.#host.columns();
-const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92);
+    const widths = columns.map(({ key }) => ({ place: 230, module: 120 })[key] ?? 92);
     const wide = widths.map((least, index) => `minmax(${least}px, ${columns[index].key === "place" ? "1fr" : `${least + 20}px`})`);
     this.frame.style.setProperty("--columns", wide.join(" "));
     this.frame.style.setProperty("--least", `${widths.reduce((sum, least) => sum + least)}px`);
