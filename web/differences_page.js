@@ -67,7 +67,7 @@ function showTable(content, differences) {
     "changed",
     (kind) => state.set({ kind, open: null }),
   );
-  addSelect(
+  const of = addSelect(
     controls,
     "Of",
     differences.known.map(({ key, title }) => [key, title]),
@@ -79,8 +79,15 @@ function showTable(content, differences) {
     "Per",
     differences.groupings.map((by) => [by, groupings[by]]),
     state.get("by"),
-    (by) => state.set({ by, open: null }),
+    (by) => state.set({ by, figure: knownOf(by), open: null }),
   );
+  // Tags and bins have fewer figures than lines.
+  const knownOf = (by) => {
+    const has = differences.known
+      .filter(({ key }) => differences.knows(by, key))
+      .map(({ key }) => key);
+    return [state.get("figure"), "peak_bytes", ...has].find((key) => has.includes(key));
+  };
   const search = addSearch(controls, state);
   const status = add(section, "p", { class: "status", role: "status" });
   const column = () => differences.known.find(({ key }) => key === state.get("figure"));
@@ -116,10 +123,10 @@ function showTable(content, differences) {
     grid.show(shown);
   };
   state.watch(["by", "figure"], () => {
-    const key = differences.knows(state.get("by"), state.get("figure"))
-      ? state.get("figure")
-      : "peak_bytes";
-    rows = differences.rowsOf(state.get("by"), key);
+    of.value = state.get("figure");
+    for (const option of of.options)
+      option.disabled = !differences.knows(state.get("by"), option.value);
+    rows = differences.rowsOf(state.get("by"), state.get("figure"));
     for (const row of rows) row.figures.size = Math.abs(row.figures.change);
     giveColours(new Set(rows.map(({ module }) => module)));
     show();

@@ -31,5 +31,12 @@ export function addThemeSwitch(parent) {
     choose(root.dataset.theme === "dark" ? "light" : "dark");
   });
   systemIsDark.addEventListener("change", follow);
+  // Paper is white, and browsers leave backgrounds out.
+  let beforePrint;
+  addEventListener("beforeprint", () => {
+    beforePrint = root.dataset.theme;
+    choose("light");
+  });
+  addEventListener("afterprint", () => choose(beforePrint));
   follow();
 }

@@ -109,7 +109,7 @@ function showFindings(found, run, state) {
     add(box, "span", { text });
     if (set || target)
       box.addEventListener("click", () => {
-        if (set) state.set({ ...set, isRegex: false });
+        if (set) state.set({ ...set, isRegex: false, columns: [...new Set([...state.get("columns"), set.sort.key])] });
         const part = document.getElementById(target ?? "sites");
         part.scrollIntoView({ block: "start" });
         part.querySelector("[tabindex='0']")?.focus({ preventScroll: true });

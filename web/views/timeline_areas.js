@@ -20,6 +20,7 @@ export function paintAreas(
   canvas.style.height = `${height}px`;
   const context = canvas.getContext("2d");
   context.scale(ratio, ratio);
+  if (drawn.length === 0) return; // a run may end before its first sample
   const series = timeline.largest;
   const layers = stack()
     .keys([...series.keys()])
