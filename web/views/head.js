@@ -1,6 +1,6 @@
 // The head: the run in five figures, and what strikes one who reads all of it.
 import { add } from "../base/elements.js";
-import { visible } from "../base/text.js";
+import { beginning, visible } from "../base/text.js";
 import { bytes, duration, exactly, plural, whole } from "../base/units.js";
 import { findings } from "../model/findings.js";
 
@@ -105,7 +105,7 @@ function showFindings(found, run, state) {
       type: set || target ? "button" : null,
     });
     add(box, "span", { class: "title", text: title });
-    if (place) add(box, "code", { text: visible(place) });
+    if (place) add(box, "code", { text: beginning(visible(place), 120) });
     add(box, "span", { text });
     if (set || target)
       box.addEventListener("click", () => {
