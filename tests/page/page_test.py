@@ -177,6 +177,12 @@ class MadeUpRuns(PageTest):
         self.assertIsNone(browser.execute_script("return window.broken ?? null"))
         self.assertEqual(find_all("main script, main img"), [])
 
+    def test_a_run_without_samples_has_its_table(self):
+        made_up_run.write_sites(f"{work.name}/short", [(b"m", b"/a.c", 1, b"f", made_up_run.figures(1000))])
+        made_up_run.write_timelines(f"{work.name}/short", [b"m%d" % n for n in range(12)], 0)
+        open_run("short")
+        self.assertEqual(texts(".place-name"), ["a.c:1"])
+
     def test_processes_are_summed_or_chosen(self):
         for pid, peak in ((10, 1000), (11, 4000)):
             made_up_run.write_run(f"{work.name}/tree/{pid}", pid, [b"host"])
