@@ -43,9 +43,10 @@ TEST(TheTable, KnowsEverySwitchThatIsWrittenAbout) {
   std::set<std::string> known, written;
   for (const MEM_SETTINGS_ROW& row : mem_settings)
     for (const MEM_SETTING& setting : row.settings) known.insert(setting.name);
-  for (char const* file : {"include/tuk_mem.h", "README.md", "docs/profiling.md", "docs/settings.md",
-                           "docs/command.md", "docs/symbols.md", "docs/reports.md",
-                           "docs/toolbox.md", "docs/stress.md", "docs/benchmarks.md"})
+  for (char const* file :
+       {"include/tuk_mem.h", "README.md", "docs/profiling.md", "docs/settings.md",
+        "docs/command.md", "docs/symbols.md", "docs/reports.md", "docs/toolbox.md",
+        "docs/stress.md", "docs/benchmarks.md"})
     for (char const* pattern : {"(KORVANE_MEM_[A-Z_]+)", "[Ss]ettings? [`\"]+([a-z0-9_]+)"})
       written.merge(names_in(source_file(file), pattern));
   EXPECT_GT(written.size(), 15U);
