@@ -400,8 +400,8 @@ TEST_F(TRACKER, KnowsTheTotalWhileAThreadClaimsRoomInIt) {
       total.add(line, 1, 1 << 20, 1);
       total.subtract(line, 1);
     }
+    done = true;  // from here on the room is given up without the total
     line.byte_room = 0;
-    done = true;
   });
   while (!done) {
     const std::int64_t seen = total;
