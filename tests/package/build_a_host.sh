@@ -84,6 +84,29 @@ g++ -std=c++17 $flags -DPACKAGE_VERSION="\"$(pkg-config --modversion tuk_mem)\""
   -l:libtcmalloc.so.4 -L"$host/build" -lnot_needed
 expect_profiled "$host/by_pkg_config" libtcmalloc.so.4 'Total leaked bytes: 13312'
 
+# A host in C: its phase is measured, and what the interface itself does is not charged to it.
+cat >"$host/host.c" <<'SOURCE'
+#include "tuk_mem_c.h"
+#include <stdlib.h>
+int main(void) {
+  struct tuk_mem_phase_figures figures;
+  void *volatile block;
+  if (!tuk_mem_open_profile_bin("a name that no short string holds", "a tag of the same length")) return 1;
+  block = malloc(1000);
+  free(block);
+  if (!tuk_mem_close_profile_bin("a tag of the same length", &figures)) return 2;
+  if (figures.peak_bytes - figures.start_bytes != 1024 || figures.end_bytes != figures.start_bytes) return 3;
+  if (!tuk_mem_dump_tbb_profile_bin_stats_tracking(stdout)) return 4;
+  if (freopen("/dev/full", "w", stdout) == NULL || setvbuf(stdout, NULL, _IONBF, 0) != 0) return 5;
+  return tuk_mem_dump_tbb_profile_bin_stats_tracking(stdout) ? 6 : 0;
+}
+SOURCE
+# shellcheck disable=SC2046
+gcc -std=c99 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror "$host/host.c" -o "$host/in_c" \
+  $(pkg-config --cflags --libs tuk_mem) -l:libtcmalloc.so.4
+(cd "$host/run" && LD_LIBRARY_PATH=$library KORVANE_MEM_PROFILE_PER_BIN=1 \
+  KORVANE_MEM_PROFILE_BIN_TAG_PLOT=1 "$host/in_c" | grep -q '^a tag of the same length::a name')
+
 # Compiling the library once more would take minutes: what is about to be done is looked at.
 included=$host/included
 configure "$included" -DINCLUDED="$source" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON 2>/dev/null

@@ -5,8 +5,8 @@ set -euo pipefail
 library=$1
 shift
 
-statements() { sed -E 's,//.*,,; /^ *#/d' "$@" | tr '\n' ' ' | tr ';{}' '\n'; }
-declared=$(statements "$@" | sed -nE 's/.*(TUK_MEM|PLATFORM)_API +//p' |
+statements() { sed -E 's,//.*|/\*.*\*/,,; /^ *#/d' "$@" | tr '\n' ' ' | tr ';{}' '\n'; }
+declared=$(statements "$@" | sed -nE 's/.*(TUK_MEM|TUK_MEM_C|PLATFORM)_API +//p' |
   sed -E 's/\(.*//; s/ (:|final).*//; s/ +$//; s/.*[ *&]//' | sort -u)
 
 nm -DC --defined-only "$library" | cut -c20- |
