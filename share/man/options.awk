@@ -1,0 +1,27 @@
+# The help texts of the subcommands, one after the other, each behind a line "subcommand NAME", as a
+# section of the manual page tuk-mem(1).
+function escaped(text) {
+  gsub(/\\/, "\\e", text)
+  gsub(/-/, "\\-", text)
+  return text
+}
+function say(text) { print text ~ /^[.']/ ? "\\&" text : text }
+BEGIN { print ".SH OPTIONS" }
+/^subcommand / { subcommand = $2; inside = 0; next }
+/^Options:/ { inside = 1; print ".SS " escaped(subcommand); next }
+!inside { next }
+/^ *-h,--help/ { next }
+/^$/ { inside = 0; next }
+/^  -/ {
+  line = substr($0, 3)
+  gap = match(line, /  +/)
+  names = gap ? substr(line, 1, gap - 1) : line
+  gsub(/{[^}]*}/, "", names)  # the value that a flag which negates gives
+  gsub(/,/, ", ", names)
+  print ".TP"
+  say("\\fB" escaped(names) "\\fR")
+  if (gap) say(escaped(substr(line, gap + RLENGTH)))
+  next
+}
+{ sub(/^ +/, ""); say(escaped($0)) }
+END { if (subcommand == "") exit 1 }
