@@ -2,7 +2,9 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <sstream>
 
@@ -30,6 +32,17 @@ constexpr char const* footer =
     "of 'run' the program's own, or 125 to 127, as its help tells.\n"
     "'tuk-mem SUBCOMMAND --help' tells the options of each.";
 
+// Without the value that a flag gives when it negates another: "--no-lines{false}".
+class FORMATTER : public CLI::Formatter {
+ public:
+  std::string make_option_name(const CLI::Option* option, bool is_positional) const override {
+    std::string name = CLI::Formatter::make_option_name(option, is_positional);
+    for (std::size_t at = 0; (at = name.find("{false}")) != std::string::npos;)
+      name.erase(at, std::strlen("{false}"));
+    return name;
+  }
+};
+
 // The words of a sentence on standard error, where trouble is told.
 int fail(const std::string& what) {
   command::tell(what);
@@ -56,6 +69,7 @@ int run(int argc, char** argv) {
   program.footer(footer);
   program.set_version_flag("--version", "tuk-mem " TUK_MEM_VERSION_STRING);
   program.require_subcommand(1);
+  program.formatter(std::make_shared<FORMATTER>());
   program.get_formatter()->label("REQUIRED", "");
   ACTION action;
   for (const auto add : subcommands) add(program, action);

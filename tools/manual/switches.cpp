@@ -1,5 +1,5 @@
-// Prints the SETTINGS section of the manual page libtuk_mem(7): the table of settings, as the library
-// has it.
+// Prints the SETTINGS section of the manual page libtuk_mem(7): the table of settings, as the
+// library has it.
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -8,7 +8,8 @@
 
 namespace {
 
-// A minus is itself and no hyphen, so that names can be copied; a period at a line's begin no request.
+// A minus is itself and no hyphen, so that names can be copied; a period at a line's begin no
+// request.
 std::string escaped(std::string_view text) {
   std::string result;
   for (const char c : text) {

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "tools/command/failure.h"
+#include "tools/command/run/dynamic_symbols.h"
 
 namespace command {
 
@@ -99,6 +100,12 @@ bool names_an_interpreter(std::istream& file, const Elf64_Ehdr& header) {
   return false;
 }
 
+// Their runtimes would end the program: the one wants to be loaded first, the other takes what the
+// profiler writes for uninitialized.
+bool is_of_a_strict_sanitizer(std::string_view symbol) {
+  return symbol == "__asan_init" || symbol == "__msan_init";
+}
+
 // False for what is none: the shell's.
 bool check_elf(std::istream& file, const std::string& path) {
   Elf64_Ehdr header{};
@@ -111,6 +118,10 @@ bool check_elf(std::istream& file, const std::string& path) {
     can_not_run(path, "is not a program for 64-bit x86, the only one that can be profiled");
   if (!names_an_interpreter(file, header))
     can_not_run(path, "is linked statically, and loads no profiler; link it dynamically");
+  if (has_dynamic_symbol(path, is_of_a_strict_sanitizer))
+    can_not_run(path,
+                "is built with AddressSanitizer or MemorySanitizer, which can't be profiled; build "
+                "it without");
   return true;
 }
 
