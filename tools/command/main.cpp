@@ -32,6 +32,13 @@ constexpr char const* footer =
     "of 'run' the program's own, or 125 to 127, as its help tells.\n"
     "'tuk-mem SUBCOMMAND --help' tells the options of each.";
 
+/// What --version prints.
+constexpr char const* formats =
+    "tuk-mem " TUK_MEM_VERSION_STRING
+    "\n"
+    "reads: reports of version 1, run.json 1\n"
+    "writes: JSON of runs 1, CSV, folded stacks, profiles of pprof, JUnit\n";
+
 // Without the value that a flag gives when it negates another: "--no-lines{false}".
 class FORMATTER : public CLI::Formatter {
  public:
@@ -67,7 +74,7 @@ int run(int argc, char** argv) {
   command::keep_closed_streams_closed();
   CLI::App program(description, "tuk-mem");
   program.footer(footer);
-  program.set_version_flag("--version", "tuk-mem " TUK_MEM_VERSION_STRING);
+  program.set_version_flag("--version", formats);
   program.require_subcommand(1);
   program.formatter(std::make_shared<FORMATTER>());
   program.get_formatter()->label("REQUIRED", "");
