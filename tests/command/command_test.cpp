@@ -127,6 +127,12 @@ TEST_F(THE_COMMAND, ReadsWhateverNamesAndColumnsThereAre) {
         "MEM: TBB Module Tracking Detailed Memory "
         "Timeline.\n\n\tRoot\ta\tb\nc\nOther\t1\t2\nx\ty\t3\t4\n" +
             end);
+  write(
+      in("run/mem_tbb_subsystem_base_addresses.kvi.log"),
+      "\"base address\",\"module\",\"dll_path\"\n\"0\",\"a\nb\",\"/a\nb\"\n\"0x5\",\"c\",\"/c\"\n");
+  write(in("run/mem_tbb_leak_warning.kvi.log"),
+        "MEM: TBB Leak Checking Summary.\n\na\nb leaked 5 bytes in 1 object(s) allocated at x\ny:1 "
+        "f\n\nTotal leaked bytes: 5\n");
   const reports::RUN run = reports::read_run(in("run"));
   ASSERT_EQ(run.processes.size(), 1U);
   const reports::PROCESS& process = run.processes[0];
@@ -136,6 +142,9 @@ TEST_F(THE_COMMAND, ReadsWhateverNamesAndColumnsThereAre) {
   EXPECT_EQ(process.sites->rows[0].figures[reports::PEAK_BYTES], 5);
   EXPECT_EQ(process.sites->rows[1].file, "a\nb.cpp");
   EXPECT_TRUE(process.sites->rows[2].is_catch_all);
+  EXPECT_EQ(process.path_of_module("a\nb"), "/a\nb");
+  EXPECT_EQ(process.path_of_module("c"), "/c");
+  EXPECT_EQ(process.leaks->rows.at(0).file, "x\ny");
   EXPECT_EQ(process.bins->rows[1].name, "a\tb\nc::d");
   EXPECT_EQ(process.tag_bytes->series[1].name, "a\tb\nc");
   EXPECT_THAT(process.tag_bytes->series[1].values, ElementsAre(2, 4));

@@ -75,14 +75,31 @@ std::optional<std::int64_t> index_in(std::string_view title) {
   return index;
 }
 
-// A cell of a quoted list of cells without quotes in them; moves on behind its comma.
-std::string_view next_quoted(LINE_READER& lines, std::string_view& line, bool is_last) {
-  const std::string_view end = is_last ? "\"" : "\",\"";
-  const std::size_t found = is_last ? line.rfind(end) : line.find(end);
-  if (found == std::string_view::npos || (is_last && found + 1 != line.size()))
-    lines.fail("the row is not three quoted cells");
-  const std::string_view cell = line.substr(0, found);
-  line.remove_prefix(found + end.size());
+constexpr std::string_view between_quoted = "\",\"";
+
+// A row of three quoted cells, of which the last two may have line breaks.
+bool is_whole(std::string_view row) {
+  const std::size_t first = row.find(between_quoted);
+  return first != std::string_view::npos && row.ends_with('"') &&
+         row.find(between_quoted, first + between_quoted.size()) != std::string_view::npos;
+}
+
+std::string whole_row(LINE_READER& lines, std::string_view first_line) {
+  const std::size_t number = lines.number();
+  std::string row(first_line);
+  while (!is_whole(row)) {
+    const auto line = row.size() > LINE_READER::longest_line ? std::nullopt : lines.next();
+    if (!line || line->starts_with("\"0")) lines.fail(number, "the row is not three quoted cells");
+    row.append("\n").append(*line);
+  }
+  return row;
+}
+
+// Takes a cell off the front.
+std::string_view next_quoted(std::string_view& row) {
+  const std::size_t end = row.find(between_quoted);
+  const std::string_view cell = row.substr(0, end);
+  row.remove_prefix(end + between_quoted.size());
   return cell;
 }
 
@@ -125,14 +142,14 @@ void read_tags(LINE_READER& lines, std::string_view, PROCESS& process, TEXTS&) {
 
 void read_base_addresses(LINE_READER& lines, std::string_view, PROCESS& process, TEXTS&) {
   ROW_READER numbers(lines, 1, 0, ROW_READER::END::FILE);
-  while (auto line = lines.next()) {
+  while (const auto line = lines.next()) {
     if (!line->starts_with('"')) lines.fail("the row is not three quoted cells");
-    line->remove_prefix(1);
-    const std::string_view address = next_quoted(lines, *line, false);
-    const std::string_view module = next_quoted(lines, *line, false);
-    const std::string_view path = next_quoted(lines, *line, true);
+    const std::string row = whole_row(lines, *line);
+    std::string_view rest = std::string_view(row).substr(1, row.size() - 2);
+    const std::string_view address = next_quoted(rest);
+    const std::string_view module = next_quoted(rest);
     process.base_addresses.push_back(
-        {numbers.address(address), std::string(module), std::string(path)});
+        {numbers.address(address), std::string(module), std::string(rest)});
   }
 }
 
