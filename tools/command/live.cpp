@@ -22,7 +22,7 @@ constexpr auto patience = 2s;
 constexpr char const* idle = "the process is idle: it writes when it next allocates";
 
 int take_one(pid_t pid) {
-  const PROFILED_PROCESS process(pid);
+  PROFILED_PROCESS process(pid);
   const std::optional<std::string> snapshot = process.take_snapshot(patience);
   if (!snapshot) {
     tell(fmt::format("process {}: {}", pid, process.is_there() ? idle : "has ended meanwhile"));

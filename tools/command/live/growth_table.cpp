@@ -1,6 +1,7 @@
 #include "tools/command/live/growth_table.h"
 
 #include <fmt/core.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,7 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "tools/command/live/proc_status.h"
@@ -33,6 +34,37 @@ std::string place_of(const GROUP& row) {
   return fmt::format("{}\t{}:{}\t{}\t{}", row.name, row.file, row.line, row.function, row.module);
 }
 
+struct REMOVED_AT_END {
+  std::string path;
+  ~REMOVED_AT_END() {
+    std::error_code trouble;
+    std::filesystem::remove_all(path, trouble);
+  }
+};
+
+// What ends this program waits for the end of a round, which removes its snapshot.
+class ENDING_SIGNALS {
+ public:
+  ENDING_SIGNALS() {
+    sigemptyset(&m_signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&m_signals, signal);
+    sigprocmask(SIG_BLOCK, &m_signals, &m_former);
+  }
+  /// Ends by a signal that comes meanwhile, or has come.
+  void wait(unsigned seconds) const {
+    const timespec time{seconds, 0};
+    const int signal = sigtimedwait(&m_signals, nullptr, &time);
+    if (signal < 0) return;
+    raise(signal);
+    sigprocmask(SIG_SETMASK, &m_former, nullptr);
+    sigprocmask(SIG_BLOCK, &m_signals, nullptr);  // it is one that is ignored
+  }
+
+ private:
+  sigset_t m_signals{};
+  sigset_t m_former{};
+};
+
 struct ROW {
   std::int64_t growth;
   std::int64_t bytes;
@@ -51,9 +83,8 @@ class GROWTH_TABLE {
     const std::optional<std::string> snapshot = m_process.take_snapshot(patience);
     if (!snapshot && !m_process.is_there()) return false;
     if (snapshot) {
+      const REMOVED_AT_END removed{*snapshot};
       read(*snapshot);
-      std::error_code trouble;
-      std::filesystem::remove_all(*snapshot, trouble);
     }
     print(snapshot.has_value());
     return true;
@@ -131,9 +162,10 @@ class GROWTH_TABLE {
 
 int show_growth(const TOP_OPTIONS& options) {
   GROWTH_TABLE table(options);
+  const ENDING_SIGNALS signals;
   for (unsigned round = 1; table.show(); ++round) {
     if (options.rounds != 0 && round == options.rounds) break;
-    std::this_thread::sleep_for(std::chrono::seconds(options.seconds));
+    signals.wait(options.seconds);
   }
   return SUCCEEDED;
 }

@@ -11,6 +11,7 @@ namespace command {
 PROC_STATUS::PROC_STATUS(pid_t process) {
   std::ifstream file(fmt::format("/proc/{}/status", process));
   m_text.assign(std::istreambuf_iterator<char>(file), {});
+  if (!m_text.empty()) m_text.insert(0, 1, '\n');  // each field stands behind a line break
 }
 
 std::string PROC_STATUS::text(const std::string& field) const {

@@ -108,15 +108,24 @@ std::set<std::string> PROFILED_PROCESS::snapshots() const {
   return names;
 }
 
-std::optional<std::string> PROFILED_PROCESS::take_snapshot(std::chrono::milliseconds time) const {
+std::optional<std::string> PROFILED_PROCESS::new_snapshot() {
+  std::set<std::string> now = snapshots();
+  for (const std::string& name : *m_before_request) now.erase(name);
+  if (now.empty()) return std::nullopt;
+  m_before_request.reset();
+  return m_directory + '/' + *now.rbegin();
+}
+
+std::optional<std::string> PROFILED_PROCESS::take_snapshot(std::chrono::milliseconds time) {
   constexpr std::chrono::milliseconds step{10};
-  const std::set<std::string> former = snapshots();
+  if (!m_before_request)
+    m_before_request = snapshots();
+  else if (auto late = new_snapshot())
+    return late;
   if (kill(m_process, m_signal) != 0) refuse(m_process, std::strerror(errno));
   for (auto waited = step; waited <= time; waited += step) {
     std::this_thread::sleep_for(step);
-    std::set<std::string> now = snapshots();
-    for (const std::string& name : former) now.erase(name);
-    if (!now.empty()) return m_directory + '/' + *now.rbegin();
+    if (auto snapshot = new_snapshot()) return snapshot;
     if (!is_there()) return std::nullopt;
   }
   return std::nullopt;

@@ -22,11 +22,12 @@ class PROFILED_PROCESS {
   bool is_there() const;
 
   /// Asks for a snapshot and waits for it. Its path; none when none has come in `time`, as from a
-  /// process that allocates nothing.
-  std::optional<std::string> take_snapshot(std::chrono::milliseconds time) const;
+  /// process that allocates nothing. What comes too late is taken by the next call.
+  std::optional<std::string> take_snapshot(std::chrono::milliseconds time);
 
  private:
   std::set<std::string> snapshots() const;
+  std::optional<std::string> new_snapshot();
 
   pid_t m_process;
   std::string m_directory;
