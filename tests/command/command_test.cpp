@@ -235,6 +235,7 @@ TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
   write(in("run/mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 20, "app\ta.cpp\t5\tleaky(int)") +
                                                   site("0x2", 1, 30, "lib\tb<.cpp\t6\tg()")));
   write(in("less/mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 48, "app\ta.cpp\t5\tf()")));
+  write(in("grown/mem_tbb_fileline.kvi.log"), sites(site("0x1", 9, 1, "app\tg.cpp\t5\tf()")));
   write(in("hookless/mem_tbb_fileline.kvi.log"), sites(site("OTHER", 0, 0, "\t\t0\t")));
   write(in("all.supp"), "# known\nleak:^leaky(*)$\n\nleak:b<\n");
   write(in("one.supp"), "leak:^eaky\nleak:leaky$\nleak:p$\nleak:lib\n");
@@ -266,6 +267,7 @@ TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
     EXPECT_EQ(checked.status(), status) << said;
     EXPECT_THAT(checked.out() + checked.err(), MatchesRegex(said));
   }
+  EXPECT_THAT(run({"check", in("grown"), "--max-peak", "1"}).out(), HasSubstr("900  g.cpp:5"));
   run({"check", in("run"), "--max-leaked", "0", "--max-peak", "1G", "--junit", in("junit.xml")});
   EXPECT_THAT(
       content_of(in("junit.xml")),

@@ -144,10 +144,11 @@ class ROW_LIST {
 std::string rows_at_peak(const PROCESS& process, std::size_t top) {
   ROW_LIST list(top);
   if (!process.sites) return {};
-  const GROUPS groups = reports::group({&process}, BY::LINE);
+  GROUPS groups = reports::group({&process}, BY::LINE);
+  const reports::FIGURE figure = reports::highest_of(groups.total);
+  sort_by(groups.rows, figure);
   for (const GROUP& row : groups.rows)
-    if (row.figures[reports::PEAK_BYTES] > 0)
-      list.add(human(row.figures[reports::PEAK_BYTES]), row);
+    if (row.figures[figure] > 0) list.add(human(row.figures[figure]), row);
   return list.text();
 }
 
@@ -170,7 +171,7 @@ PROCESS leaks_of(const PROCESS& process, SUPPRESSIONS& suppressions) {
   auto& leaks = result.sites.emplace();
   leaks.known = all.known;
   for (const SITE& site : all.rows) {
-    if (site.figures[reports::CURRENT_BLOCKS] <= 0) continue;
+    if (!site.is_live()) continue;
     SUPPRESSIONS::ROW* const row = suppressions.match(
         {site.function, site.file, site.module, process.path_of_module(site.module)});
     if (row == nullptr) {

@@ -176,6 +176,7 @@ int diff(const OPTIONS& options) {
           fmt::format("{}: no report has the column {}", run->path, options.figure.key()));
   comparison.changes = changes_of(comparison.before, comparison.after, figure);
   for (const auto* const run : {&before, &after}) tell_of_processes_without(*run, by);
+  tell_if_all_are_zero(after, comparison.after, figure);
   OUTPUT out;
   if (options.json)
     print_json(out, comparison, options);

@@ -68,6 +68,7 @@ void write_folded(OUTPUT& out, const RUN& run, const OPTIONS& options) {
   if (!groups.known[figure])
     throw std::runtime_error(
         fmt::format("{}: no report has the column {}", run.path, options.figure.key()));
+  tell_if_all_are_zero(run, groups, figure);
   for (const reports::GROUP& row : groups.rows) {
     if (row.figures[figure] <= 0) continue;
     const std::string stack = row.name.empty()

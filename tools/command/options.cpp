@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -96,6 +97,17 @@ void tell_of_processes_without(const reports::RUN& run, BY by) {
   if (count != 0 && count != run.processes.size())
     tell(fmt::format("{}: {} of {} processes have no report of such rows, as {}", run.path, count,
                      run.processes.size(), first->name));
+}
+
+void tell_if_all_are_zero(const reports::RUN& run, const reports::GROUPS& groups,
+                          reports::FIGURE figure) {
+  const auto is_held = [figure](const GROUP& row) { return row.figures[figure] > 0; };
+  if (figure == reports::highest_of(groups.total) ||
+      std::any_of(groups.rows.begin(), groups.rows.end(), is_held))
+    return;
+  tell(fmt::format("{}: no row has {} above zero; --column {} tells more", run.path,
+                   reports::figure_columns[figure].key,
+                   reports::figure_columns[reports::highest_of(groups.total)].key));
 }
 
 std::string name_of(const reports::RUN& run) {

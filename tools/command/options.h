@@ -58,6 +58,11 @@ std::vector<std::string> figure_keys();
 /// In bytes or, for people, in units of 1024; blocks as they are.
 std::string figure_text(reports::FIGURE figure, std::int64_t value, bool exact);
 
+/// Says on standard error where a figure tells nothing and which one does: no peak is recorded of a
+/// program that only ever grows.
+void tell_if_all_are_zero(const reports::RUN& run, const reports::GROUPS& groups,
+                          reports::FIGURE figure);
+
 /// Says on standard error how many processes are in no row.
 void tell_of_processes_without(const reports::RUN& run, reports::BY by);
 

@@ -59,7 +59,6 @@ class PROFILE {
       type->set_type(text(value.type));
       type->set_unit(text(value.unit));
     }
-    m_profile.set_default_sample_type(text(values[0].type));
   }
 
   void add(const PROCESS& process) {
@@ -68,12 +67,18 @@ class PROFILE {
     m_has_sites = true;
     add_facts(process);
     m_mappings.clear();
-    for (const SITE& site : sites->rows) add_sample(process, site);
+    for (const SITE& site : sites->rows) {
+      add_sample(process, site);
+      m_total += site.figures;
+    }
   }
 
   bool has_sites() const { return m_has_sites; }
 
-  void write(std::ostream& out) const {
+  void write(std::ostream& out) {
+    const FIGURE shown_first = reports::highest_of(m_total);
+    for (const VALUE& value : values)
+      if (value.figure == shown_first) m_profile.set_default_sample_type(text(value.type));
     google::protobuf::io::OstreamOutputStream plain(&out);
     google::protobuf::io::GzipOutputStream::Options options;
     options.format = google::protobuf::io::GzipOutputStream::GZIP;
@@ -162,6 +167,7 @@ class PROFILE {
   std::unordered_map<std::string, std::int64_t> m_texts;
   std::map<std::string_view, std::uint64_t> m_mappings;  // of one process, by module
   std::map<std::pair<std::int64_t, std::int64_t>, std::uint64_t> m_functions;
+  reports::FIGURES m_total;
   bool m_has_sites = false;
 };
 

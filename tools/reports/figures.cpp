@@ -19,6 +19,10 @@ std::optional<FIGURE> figure_of_title(std::string_view title) {
   return find(&FIGURE_COLUMN::title, title);
 }
 
+FIGURE highest_of(const FIGURES& total) {
+  return total[CURRENT_BYTES] > total[PEAK_BYTES] ? CURRENT_BYTES : PEAK_BYTES;
+}
+
 std::int64_t wrapping_sum(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
 }

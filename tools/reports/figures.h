@@ -71,4 +71,8 @@ class FIGURES {
   std::array<std::int64_t, FIGURE_COUNT> m_values{};
 };
 
+/// The figure to show where most was held, by the sum of all rows: the recorded peak's, or what is
+/// live where that is more, as at the end of a program that only ever grows.
+FIGURE highest_of(const FIGURES& total);
+
 }  // namespace reports

@@ -32,6 +32,10 @@ struct SITE {
   std::uint32_t line = 0;
   std::string_view function;
   FIGURES figures;
+
+  /// Whether blocks of it are live. The catch-all may be below zero, by releases of blocks from
+  /// before tracking, which makes up for nothing.
+  bool is_live() const { return figures[CURRENT_BLOCKS] > 0; }
 };
 
 /// A module, profile bin or tag.

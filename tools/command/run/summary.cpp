@@ -8,9 +8,13 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <numeric>
+#include <vector>
 
+#include "tools/command/live/profiled_process.h"
 #include "tools/command/output.h"
 #include "tools/command/run/debug_packages.h"
+#include "tools/command/run/environment.h"
 #include "tools/command/text.h"
 #include "tools/command/units.h"
 #include "tools/reports/read_run.h"
@@ -40,16 +44,25 @@ const PROCESS& largest(const reports::RUN& run) {
       [](const PROCESS& a, const PROCESS& b) { return a.highest_bytes() < b.highest_bytes(); });
 }
 
+reports::FIGURES live_in(const reports::RUN& run) {
+  reports::FIGURES sum;
+  for (const PROCESS& process : run.processes)
+    if (const auto* const sites = process.any_sites())
+      for (const reports::SITE& site : sites->rows)
+        if (site.is_live()) sum += site.figures;
+  return sum;
+}
+
 void show_figures(const reports::RUN& run, const RUN_FACTS& facts, const GROUPS& lines) {
   const PROCESS& top = largest(run);
   std::string peak = fmt::format("peak {}", human(top.highest_bytes()));
   if (run.processes.size() > 1)
     peak += fmt::format(" in {}, the largest of {} processes", printable(top.name),
                         run.processes.size());
+  const reports::FIGURES leaked = live_in(run);
   say(fmt::format("  {:.1f} s   {}   {} allocations   leaked {} in {} blocks", facts.seconds, peak,
-                  lines.total[reports::CUMULATIVE_BLOCKS],
-                  human(lines.total[reports::CURRENT_BYTES]),
-                  lines.total[reports::CURRENT_BLOCKS]));
+                  lines.total[reports::CUMULATIVE_BLOCKS], human(leaked[reports::CURRENT_BYTES]),
+                  leaked[reports::CURRENT_BLOCKS]));
 }
 
 std::string place_of(const GROUP& row) {
@@ -62,33 +75,40 @@ std::string place_of(const GROUP& row) {
 
 // The processes' peaks are of different moments: the sum is what a table of a tree shows.
 void show_top_lines(const GROUPS& lines, unsigned count) {
-  const std::int64_t total = std::max<std::int64_t>(lines.total[reports::PEAK_BYTES], 1);
-  if (count == 0 || lines.rows.empty() || lines.rows.front().figures[reports::PEAK_BYTES] <= 0)
-    return;
-  say("  most at the peak:");
+  const reports::FIGURE figure = reports::highest_of(lines.total);
+  std::vector<GROUP> rows = lines.rows;
+  std::erase_if(rows, [figure](const GROUP& row) { return row.figures[figure] <= 0; });
+  if (count == 0 || rows.empty()) return;
+  sort_by(rows, figure);
+  const auto sum = [figure](std::int64_t former, const GROUP& row) {
+    return reports::wrapping_sum(former, row.figures[figure]);
+  };
+  const std::int64_t total =
+      std::max<std::int64_t>(std::accumulate(rows.begin(), rows.end(), std::int64_t{0}, sum), 1);
+  say(figure == reports::PEAK_BYTES ? "  most at the peak:" : "  most at the end:");
   constexpr std::size_t width = 100;
-  for (std::size_t i = 0; i < std::min<std::size_t>(count, lines.rows.size()); ++i) {
-    const GROUP& row = lines.rows[i];
-    const std::int64_t bytes = row.figures[reports::PEAK_BYTES];
-    if (bytes <= 0) return;
+  for (std::size_t i = 0; i < std::min<std::size_t>(count, rows.size()); ++i) {
+    const GROUP& row = rows[i];
+    const std::int64_t bytes = row.figures[figure];
     say(fmt::format("  {:>8}  {:>3} %  {}", human(bytes), 100 * bytes / total,
                     shortened(place_of(row), width)));
   }
 }
 
-// Modules that hold a hundredth of the peak, or more, without lines.
+// Modules that hold a hundredth of all or more, without lines.
 void show_what_to_install(const reports::RUN& run, const GROUPS& lines) {
+  const reports::FIGURE figure = reports::highest_of(lines.total);
   std::map<std::string, std::int64_t> without_lines;
   for (const GROUP& row : lines.rows)
     if (row.line == 0 && row.name.empty())
       for (const PROCESS& process : run.processes) {
         const std::string path(process.path_of_module(row.module));
         if (path.empty()) continue;
-        without_lines[path] += row.figures[reports::PEAK_BYTES];
+        without_lines[path] += row.figures[figure];
         break;
       }
   for (const auto& [path, bytes] : without_lines)
-    if (100 * bytes >= lines.total[reports::PEAK_BYTES])
+    if (100 * bytes >= lines.total[figure])
       say(fmt::format("  no lines for {}: {}", printable(path), how_to_get_lines(path)));
 }
 
