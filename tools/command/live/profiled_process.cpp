@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <thread>
 
 #include "tools/command/failure.h"
@@ -39,6 +40,13 @@ fs::path link_of(pid_t process, char const* name) {
   return fs::read_symlink(fmt::format("/proc/{}/{}", process, name), trouble);
 }
 
+// The kernel marks the path of a file that has been replaced meanwhile.
+std::string without_mark(std::string path) {
+  constexpr std::string_view mark = " (deleted)";
+  if (path.ends_with(mark)) path.resize(path.size() - mark.size());
+  return path;
+}
+
 std::string expanded(const std::string& text, pid_t process) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -51,7 +59,7 @@ std::string expanded(const std::string& text, pid_t process) {
         result += std::to_string(process);
         break;
       case 'e':
-        result += link_of(process, "exe").filename().string();
+        result += without_mark(link_of(process, "exe").filename().string());
         break;
       default:
         result += text[i];
@@ -61,6 +69,17 @@ std::string expanded(const std::string& text, pid_t process) {
 }
 
 }  // namespace
+
+std::vector<std::string> processes_with(const std::string& name, const std::string& value) {
+  std::vector<std::string> found;
+  std::error_code trouble;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc", trouble)) {
+    const pid_t process = std::atoi(entry.path().filename().c_str());
+    if (process > 0 && variable(process, name) == value)
+      found.push_back(PROC_STATUS(process).text("Name") + ' ' + std::to_string(process));
+  }
+  return found;
+}
 
 int signal_number(const std::string& name) {
   if (!name.empty() && std::all_of(name.begin(), name.end(), ::isdigit))

@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace command {
 
@@ -32,7 +33,11 @@ class PROFILED_PROCESS {
   pid_t m_process;
   std::string m_directory;
   int m_signal = 0;
+  std::optional<std::set<std::string>> m_before_request;  // of one that is not answered yet
 };
+
+/// The name and number of each process that was started with that variable and is there now.
+std::vector<std::string> processes_with(const std::string& variable, const std::string& value);
 
 /// The number of a signal, by number or name, with SIG in front or not, RTMIN+2 and RTMAX-2 too; 0
 /// for none.

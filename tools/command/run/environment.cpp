@@ -97,14 +97,14 @@ void ask_for_symbols(ENVIRONMENT& environment, const PROFILER_FILES& files,
   if (!socket.empty()) environment.set("KORVANE_MEM_SYMBOL_SERVER", socket);
 }
 
-// As the report directory is written: % stands for itself.
-std::string without_sequences(const std::string& path) {
-  std::string text;
-  for (const char c : path) text += c == '%' ? "%%" : std::string(1, c);
-  return text;
-}
-
 }  // namespace
+
+// A % of the user's stands for itself.
+std::string report_directory(const std::string& directory) {
+  std::string text;
+  for (const char c : directory) text += c == '%' ? "%%" : std::string(1, c);
+  return text + "/%e.%p";
+}
 
 std::vector<std::string> profiled_environment(const RUN_OPTIONS& options,
                                               const PROFILER_FILES& files,
@@ -114,7 +114,7 @@ std::vector<std::string> profiled_environment(const RUN_OPTIONS& options,
   ask_for_tracking(environment, options);
   ask_for_snapshots(environment, options);
   ask_for_symbols(environment, files, places.socket);
-  environment.set("KORVANE_MEM_REPORT_DIRECTORY", without_sequences(places.directory) + "/%e.%p");
+  environment.set("KORVANE_MEM_REPORT_DIRECTORY", report_directory(places.directory));
   environment.set("mem_profile_with_incomplete_fileline_info", "on");
   if (!places.filters.empty()) environment.set("mem_user_defined_filters_file", places.filters);
   if (!options.only.empty()) environment.set("mem_only_profile_single_executable", options.only);

@@ -16,6 +16,9 @@ struct RUN_PLACES {
   std::string socket;     ///< the symbol server's; empty for none
 };
 
+/// What KORVANE_MEM_REPORT_DIRECTORY says in a run in that directory.
+std::string report_directory(const std::string& directory);
+
 /// The environment of this process, as NAME=VALUE, with everything that profiles a program as
 /// `options` ask. What the user has preloaded stays, behind. Throws FAILURE.
 std::vector<std::string> profiled_environment(const RUN_OPTIONS& options,

@@ -132,17 +132,36 @@ std::string hint(const std::string& name) {
   return fmt::format("   (tuk-mem show '{}')", quoted);
 }
 
+// Of a process that was asked for a snapshot and wrote none, the note of the question alone is
+// left.
 bool has_reports(const std::string& directory) {
-  for (const auto& entry : std::filesystem::directory_iterator(directory))
-    if (entry.is_directory() && !std::filesystem::is_empty(entry.path())) return true;
+  std::error_code trouble;
+  for (const auto& folder : std::filesystem::directory_iterator(directory, trouble))
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path(), trouble))
+      if (entry.path().extension() != ".requested") return true;
   return false;
 }
 
-std::string why_there_are_none(const RUN_OPTIONS& options) {
+std::string why_there_are_none(const RUN_OPTIONS& options, int status) {
   if (!options.only.empty())
     return fmt::format("no program of the name {} ended in order", printable(options.only));
-  return "a program that ends by a signal or by _exit writes none; --snapshot-every SECONDS keeps "
-         "what it held";
+  return fmt::format(
+      "a program that ends by {} writes none; --snapshot-every SECONDS keeps what it "
+      "held",
+      WIFSIGNALED(status) ? "a signal" : "_exit, or is executed without this environment,");
+}
+
+// Daemons, for instance.
+void show_what_still_runs(const std::string& directory) {
+  const std::vector<std::string> running =
+      processes_with("KORVANE_MEM_REPORT_DIRECTORY", report_directory(directory));
+  constexpr std::size_t enough = 3;
+  if (running.empty()) return;
+  std::string names;
+  for (std::size_t i = 0; i < std::min(enough, running.size()); ++i)
+    names.append(names.empty() ? "" : ", ").append(printable(running[i]));
+  if (running.size() > enough) names += fmt::format(" and {} more", running.size() - enough);
+  say(fmt::format("  still running, without reports of its end: {}", names));
 }
 
 void show_figures_or_why_not(const RUN_OPTIONS& options, const RUN_FACTS& facts,
@@ -150,7 +169,7 @@ void show_figures_or_why_not(const RUN_OPTIONS& options, const RUN_FACTS& facts,
   if (has_reports(directory))
     show_run(options, facts, reports::read_run(directory, reports::DAMAGED::KEPT));
   else
-    say("  no reports: " + why_there_are_none(options));
+    say("  no reports: " + why_there_are_none(options, facts.status));
 } catch (const std::exception& error) {
   say(fmt::format("  no figures: {}", printable(error.what())));
 }
@@ -160,7 +179,10 @@ void show_figures_or_why_not(const RUN_OPTIONS& options, const RUN_FACTS& facts,
 void show_summary(const RUN_OPTIONS& options, const RUN_FACTS& facts,
                   const std::string& directory) {
   say(fmt::format("tuk-mem: {}, {}", printable(program_name(options)), how_it_ended(facts.status)));
+  if (std::error_code trouble; !std::filesystem::exists(directory, trouble))
+    return say(fmt::format("  no reports: {} is not there any more", printable(directory)));
   show_figures_or_why_not(options, facts, directory);
+  show_what_still_runs(directory);
   say(fmt::format(
       "  report: {}{}", printable(directory),
       hint(options.directory.empty() ? std::string(base_name(directory)) : options.directory)));
