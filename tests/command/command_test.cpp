@@ -241,7 +241,7 @@ TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
   write(in("one.supp"), "leak:^eaky\nleak:leaky$\nleak:p$\nleak:lib\n");
   write(in("bad.supp"), "leak:a\nrace:b\n");
   const std::tuple<std::vector<std::string>, int, std::string> rows[] = {
-      {{"--max-peak", "5000"}, 0, "holds: peak of kvi: 4.88K .5000 bytes., 4.88K allowed\n"},
+      {{"--max-peak", "5000"}, 0, "holds: peak of kvi: 4.88K .5000 bytes., 5000 allowed\n"},
       {{"--max-peak", "4999"},
        1,
        "BROKEN: [^\n]*\n +2.93K  b<.cpp:6 [^\n]*\n +1.95K  a.cpp:5[^\n]*\n"},

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -152,19 +153,31 @@ std::string rows_at_peak(const PROCESS& process, std::size_t top) {
   return list.text();
 }
 
+// By the program and which one of its processes it is: its number is another one in each run.
+std::string lasting_name(const PROCESS& process, std::map<std::string, unsigned>& seen) {
+  std::string name = process.name;
+  if (process.facts)
+    if (const std::string number = ' ' + process.facts->value("pid"); name.ends_with(number))
+      name.resize(name.size() - number.size());
+  const unsigned count = ++seen[name];
+  return count == 1 ? name : fmt::format("{} ({})", name, count);
+}
+
 // Each process by itself: their peaks are of different moments.
 void check_peaks(const RUN& run, const OPTIONS& options, std::vector<CHECK_RESULT>& results) {
   const std::int64_t limit = parse_size(options.max_peak);
+  std::map<std::string, unsigned> seen;
   for (const PROCESS& process : run.processes) {
     const std::int64_t peak = peak_of(run, process);
     const bool is_broken = peak > limit;
-    results.push_back({"peak of " + process.name, is_broken,
-                       fmt::format("{} ({} bytes), {} allowed", human(peak), peak, human(limit)),
-                       is_broken ? rows_at_peak(process, options.top) : ""});
+    results.push_back(
+        {"peak of " + process.name, "peak of " + lasting_name(process, seen), is_broken,
+         fmt::format("{} ({} bytes), {} allowed", human(peak), peak, options.max_peak),
+         is_broken ? rows_at_peak(process, options.top) : ""});
   }
 }
 
-// What is live and no suppression's. The catch-all may be below zero, which makes up for nothing.
+// What is live and no suppression's.
 PROCESS leaks_of(const PROCESS& process, SUPPRESSIONS& suppressions) {
   PROCESS result;
   const auto& all = *process.any_sites();
@@ -224,9 +237,10 @@ void check_leaks(const RUN& run, const OPTIONS& options, SUPPRESSIONS& suppressi
     for (const GROUP& row : groups.rows) list.add(human(row.figures[reports::CURRENT_BYTES]), row);
   }
   const bool is_broken = leaked > limit;
-  results.push_back({"leaked", is_broken,
-                     fmt::format("{} ({} bytes), {} allowed", human(leaked), leaked, human(limit)),
-                     is_broken ? list.text() : ""});
+  results.push_back(
+      {"leaked", "leaked", is_broken,
+       fmt::format("{} ({} bytes), {} allowed", human(leaked), leaked, options.max_leaked),
+       is_broken ? list.text() : ""});
 }
 
 std::string rows_that_grew(const RUN& before, const RUN& after, std::size_t top) {
@@ -256,7 +270,7 @@ void check_growth(const RUN& run, const OPTIONS& options, std::vector<CHECK_RESU
   const bool is_broken = !limit.allows(before, after);
   const bool has_rows = is_broken && reports::tells(baseline.processes.front(), BY::LINE) &&
                         reports::tells(run.processes.front(), BY::LINE);
-  results.push_back({"growth of the peak", is_broken,
+  results.push_back({"growth of the peak", "growth of the peak", is_broken,
                      fmt::format("{} ({} bytes) after {} ({} bytes), {} more allowed", human(after),
                                  after, human(before), before, options.max_growth),
                      has_rows ? rows_that_grew(baseline, run, options.top) : ""});

@@ -31,7 +31,8 @@ std::string junit_of(const std::string& run, const std::vector<CHECK_RESULT>& re
       "<testsuite name=\"tuk-mem check {}\" tests=\"{}\" failures=\"{}\">\n",
       xml_text(run), results.size(), failures);
   for (const CHECK_RESULT& result : results) {
-    text += fmt::format("  <testcase classname=\"tuk-mem\" name=\"{}\"", xml_text(result.name));
+    text +=
+        fmt::format("  <testcase classname=\"tuk-mem\" name=\"{}\"", xml_text(result.case_name));
     if (result.is_broken)
       text += fmt::format(">\n    <failure message=\"{}\">\n{}</failure>\n  </testcase>\n",
                           xml_text(result.sentence), xml_lines(result.rows));

@@ -8,7 +8,8 @@ namespace command {
 
 /// One limit, held against one figure.
 struct CHECK_RESULT {
-  std::string name;  ///< "leaked"
+  std::string name;       ///< "leaked"
+  std::string case_name;  ///< the same from one build to the next
   bool is_broken;
   std::string sentence;  ///< "2.1K leaked, 0 allowed"
   std::string rows;      ///< the table of those that break it; empty when it holds
