@@ -12,6 +12,7 @@
 #include "tools/command/failure.h"
 #include "tools/command/output.h"
 #include "tools/command/subcommand.h"
+#include "tools/command/text.h"
 
 namespace {
 
@@ -103,8 +104,8 @@ int main(int argc, char** argv) try {
   std::fputs("tuk-mem: out of memory\n", stderr);
   return command::TROUBLE;
 } catch (const command::FAILURE& failure) {
-  fail(failure.what());
+  fail(command::printable(failure.what()));
   return failure.status();
 } catch (const std::exception& error) {
-  return fail(error.what());
+  return fail(command::printable(error.what()));
 }
