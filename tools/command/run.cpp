@@ -78,7 +78,7 @@ void add_output(CLI::App& app, RUN_OPTIONS& options) {
       ->type_name("DIRECTORY");
   app.add_flag("--html", options.page, "Write page.html into the directory, too");
   app.add_flag("--progress", options.progress,
-               "On a terminal, show time, resident size and heap while the program runs");
+               "On a terminal, show time, resident size, heap and stacks while it runs");
   app.add_flag("!--no-summary", options.summary, "Say nothing at the end");
   app.add_option("--top", options.top, "Lines in the summary (10)")->type_name("N");
 }
