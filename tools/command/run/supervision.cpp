@@ -65,6 +65,7 @@ SUPERVISION::SUPERVISION() {
   sigaction(SIGCHLD, &usual, &m_former_child_action);
   sigemptyset(&m_watched);
   for (const int signal : watched) sigaddset(&m_watched, signal);
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) sigaddset(&m_watched, signal);
   sigprocmask(SIG_BLOCK, &m_watched, &m_former);
 }
 
