@@ -17,12 +17,15 @@ TEST(ARun, EndsAsTheProgramDoes) {
   const std::string make =
       "echo x >text; mkdir folder; printf \"#!folder/none\\n\" >script; "
       "chmod +x script; cp " TUK_MEM_STATIC_PROGRAM " static; ln -s " TUK_MEM_ALLOCATING_PROGRAM
-      " link; ";
+      " link; " TUK_MEM_COMMAND " run -o again --filters missing true 2>none; ";
   const std::tuple<std::vector<std::string>, int, std::string, std::string> rows[] = {
       {{"--", "sh", "-c", "cat; exit 7"}, 7, "in\n", "exit status 7"},
       {{"sh", "-c", "kill -TERM $$"}, 128 + 15, "", "killed by SIGTERM"},
       {{"sh", "-c", "kill -36 $$"}, 128 + 36, "", "killed by signal 36"},
       {{"--no-children", "./link", "leak"}, 0, "", "scenarios.cpp:"},
+      {{"-o", "again", "true"}, 0, "", "exit status 0"},
+      {{"sh", "-c", "sleep 2 >none 2>&1 &"}, 0, "", "still running, "},
+      {{"python3", "-c", "import os; x = bytes(10**7); os.fork(); x = 1"}, 0, "", "leaked "},
       {{""}, 127, "", "No such file"},
       {{"--no-summary", "sh", "-c", "echo $0 $1", "-o", "--lines"}, 0, "-o --lines\n", ""},
       {{"nothing_of_this_name"}, 127, "", "nothing_of_this_name: command not found"},

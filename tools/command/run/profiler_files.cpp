@@ -18,7 +18,9 @@ namespace {
 
 fs::path own_directory() {
   std::error_code trouble;
-  return fs::read_symlink("/proc/self/exe", trouble).parent_path();
+  const fs::path self = fs::read_symlink("/proc/self/exe", trouble);
+  if (trouble) throw FAILURE(FAILURE::own, fmt::format("/proc/self/exe: {}", trouble.message()));
+  return self.parent_path();
 }
 
 // The first that is there; empty for none.

@@ -45,6 +45,17 @@ struct ENDED_RUN {
   std::string directory;
 };
 
+void start_program(const RUN_OPTIONS& options, const PROFILER_FILES& files,
+                   const std::string& socket, const ENDED_RUN& run, SUPERVISION& supervision) try {
+  const RUN_PLACES places{run.directory, write_filters(options, files, run.directory), socket};
+  if (!write_run_facts(options, run.facts, run.directory))
+    throw FAILURE(FAILURE::own, fmt::format("{}: can't be written to", run.directory));
+  supervision.release(profiled_environment(options, files, places));
+} catch (const FAILURE&) {
+  empty_run_directory(options, run.directory);
+  throw;
+}
+
 ENDED_RUN supervise(const RUN_OPTIONS& options, const std::string& path) {
   const PROFILER_FILES files = find_profiler_files();
   const SYMBOL_SERVER server(files.symbols);
@@ -53,12 +64,8 @@ ENDED_RUN supervise(const RUN_OPTIONS& options, const std::string& path) {
   run.facts.pid = supervision.fork_child(path, options.command);
   run.directory = make_run_directory(options, run.facts.pid);
   run.facts.start = now_in_utc();
-  const RUN_PLACES places{run.directory, write_filters(options, files, run.directory),
-                          server.socket()};
-  if (!write_run_facts(options, run.facts, run.directory))
-    throw FAILURE(FAILURE::own, fmt::format("{}: can't be written to", run.directory));
   const auto start = steady_clock::now();
-  supervision.release(profiled_environment(options, files, places));
+  start_program(options, files, server.socket(), run, supervision);
   PROGRESS progress(run.facts.pid);
   run.facts.status = supervision.wait_for_end(
       options.progress && isatty(STDERR_FILENO) != 0 ? 500ms : 0ms, [&] { progress.show(); },

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <sys/wait.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -41,11 +43,22 @@ std::string write_filters(const RUN_OPTIONS& options, const PROFILER_FILES& file
   if (wants_installed) out << std::ifstream(files.filters, std::ios::binary).rdbuf();
   if (!options.filters.empty()) {
     std::ifstream user(options.filters, std::ios::binary);
-    if (!user) throw FAILURE(FAILURE::own, fmt::format("{}: can't be read", options.filters));
+    if (!user)
+      throw FAILURE(FAILURE::own, fmt::format("{}: {}", options.filters, std::strerror(errno)));
     if (user.peek() != std::ifstream::traits_type::eof()) out << '\n' << user.rdbuf();
   }
-  if (!out.flush()) throw FAILURE(FAILURE::own, fmt::format("{}: can't be written", path));
+  if (!out.flush())
+    throw FAILURE(FAILURE::own,
+                  fmt::format("{}: can't be written: {}", path, std::strerror(errno)));
   return path;
+}
+
+// A directory that the user named stays: it may have been there.
+void empty_run_directory(const RUN_OPTIONS& options, const std::string& directory) {
+  std::error_code trouble;
+  for (char const* const name : {"filters", "run.json"})
+    fs::remove(fs::path(directory) / name, trouble);
+  if (options.directory.empty()) fs::remove(directory, trouble);
 }
 
 bool write_run_facts(const RUN_OPTIONS& options, const RUN_FACTS& facts,

@@ -22,6 +22,9 @@ std::string make_run_directory(const RUN_OPTIONS& options, pid_t pid);
 std::string write_filters(const RUN_OPTIONS& options, const PROFILER_FILES& files,
                           const std::string& directory);
 
+/// Takes away what was written there for a program that could not be started.
+void empty_run_directory(const RUN_OPTIONS& options, const std::string& directory);
+
 /// How the program was started and how it ended.
 struct RUN_FACTS {
   pid_t pid = 0;
