@@ -152,40 +152,51 @@ std::string why_there_are_none(const RUN_OPTIONS& options, int status) {
 }
 
 // Daemons, for instance.
-void show_what_still_runs(const std::string& directory) {
+bool show_what_still_runs(const std::string& directory) {
   const std::vector<std::string> running =
       processes_with("KORVANE_MEM_REPORT_DIRECTORY", report_directory(directory));
   constexpr std::size_t enough = 3;
-  if (running.empty()) return;
+  if (running.empty()) return false;
   std::string names;
   for (std::size_t i = 0; i < std::min(enough, running.size()); ++i)
     names.append(names.empty() ? "" : ", ").append(printable(running[i]));
   if (running.size() > enough) names += fmt::format(" and {} more", running.size() - enough);
   say(fmt::format("  still running, without reports of its end: {}", names));
+  return true;
 }
 
 void show_figures_or_why_not(const RUN_OPTIONS& options, const RUN_FACTS& facts,
                              const std::string& directory) try {
-  if (has_reports(directory))
-    show_run(options, facts, reports::read_run(directory, reports::DAMAGED::KEPT));
-  else
-    say("  no reports: " + why_there_are_none(options, facts.status));
+  show_run(options, facts, reports::read_run(directory, reports::DAMAGED::KEPT));
 } catch (const std::exception& error) {
   say(fmt::format("  no figures: {}", printable(error.what())));
+}
+
+// Where the reports are, when there are some or will be.
+void show_what_is_in(const std::string& directory, const RUN_OPTIONS& options,
+                     const RUN_FACTS& facts) {
+  const bool has_some = has_reports(directory);
+  if (has_some)
+    show_figures_or_why_not(options, facts, directory);
+  else
+    say("  no reports: " + why_there_are_none(options, facts.status));
+  if (!show_what_still_runs(directory) && !has_some) return;
+  say(fmt::format(
+      "  report: {}{}", printable(directory),
+      hint(options.directory.empty() ? std::string(base_name(directory)) : options.directory)));
 }
 
 }  // namespace
 
 void show_summary(const RUN_OPTIONS& options, const RUN_FACTS& facts,
-                  const std::string& directory) {
+                  const std::string& directory) try {
   say(fmt::format("tuk-mem: {}, {}", printable(program_name(options)), how_it_ended(facts.status)));
-  if (std::error_code trouble; !std::filesystem::exists(directory, trouble))
-    return say(fmt::format("  no reports: {} is not there any more", printable(directory)));
-  show_figures_or_why_not(options, facts, directory);
-  show_what_still_runs(directory);
-  say(fmt::format(
-      "  report: {}{}", printable(directory),
-      hint(options.directory.empty() ? std::string(base_name(directory)) : options.directory)));
+  if (std::filesystem::exists(directory))
+    show_what_is_in(directory, options, facts);
+  else
+    say(fmt::format("  no reports: {} is not there any more", printable(directory)));
+} catch (const std::filesystem::filesystem_error& error) {
+  say(fmt::format("  no reports: {}", printable(error.what())));
 }
 
 }  // namespace command
