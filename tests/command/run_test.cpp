@@ -72,8 +72,8 @@ TEST(ARun, KeepsWhatATerminatedProgramHeld) {
       "import time\nwhile True: x = [bytes(i) for i in range(3000)]; time.sleep(0.01)";
   const RUN result(
       run({"run", "-o", "ended", "--", "python3", "-c", loop},
-          "(for i in 1 2 3 4 5 6 7 8; do sleep 1; " TUK_MEM_COMMAND
-          " top -n 1 $(pgrep -nf \"^[^ ]*python3[^ ]* -c import time\") >top && break; "
+          "(for i in $(seq 60); do sleep 1; " TUK_MEM_COMMAND
+          " top -n 1 $(pgrep -nf \"^[^ ]*python3[^ ]* -c import time\") >top 2>none && break; "
           "done; pkill -TERM -f \"tuk-mem run -o ended\") & "));
   EXPECT_EQ(result.status(), 128 + 15);
   EXPECT_THAT(result.err(), AllOf(HasSubstr("its last snapshot is taken"), HasSubstr("leaked ")));
