@@ -155,24 +155,28 @@ STATE MEM_MODULE_FILE::compare_with(int descriptor) {
   return STATE::usable;
 }
 
-// Another thread may have been faster.
-MEM_SYMBOL_INDEX const& MEM_MODULE_FILE::symbols_of(const THR_SYMBOL_TABLE& table) {
+// Most modules of a short process are asked about a few addresses. Another thread may have been
+// faster.
+MEM_SYMBOL_INDEX const* MEM_MODULE_FILE::symbols_of(const THR_SYMBOL_TABLE& table) {
+  constexpr int few = 16;
   MEM_SYMBOL_INDEX const* known = m_symbols;
-  if (known != nullptr) return *known;
+  if (known != nullptr || m_symbols_asked.fetch_add(1) < few) return known;
   MEM_BOOKKEEPING_ALLOCATOR<MEM_SYMBOL_INDEX> memory;
   auto* const fresh = new (memory.allocate(1)) MEM_SYMBOL_INDEX(table);
-  if (m_symbols.compare_exchange_strong(known, fresh)) return *fresh;
+  if (m_symbols.compare_exchange_strong(known, fresh)) return fresh;
   fresh->~MEM_SYMBOL_INDEX();
   memory.deallocate(fresh, 1);
-  return *known;
+  return known;
 }
 
 MEM_LOADED_SYMBOL MEM_MODULE_FILE::nearest_symbol(const MEM_LOADED_MODULE& module,
                                                   void const* address) {
   const THR_SYMBOL_TABLE table(module.map->l_ld, module.map->l_addr);
+  const Elf64_Addr in_file = reinterpret_cast<std::uintptr_t>(address) - module.bias;
+  MEM_SYMBOL_INDEX const* const index = symbols_of(table);
   const std::uint32_t number =
-      symbols_of(table).find(table, reinterpret_cast<std::uintptr_t>(address) - module.bias);
-  if (number == MEM_SYMBOL_INDEX::none) return {};
+      index == nullptr ? mem_find_symbol(table, in_file) : index->find(table, in_file);
+  if (number == mem_no_symbol) return {};
   return {table.name_of(number), reinterpret_cast<void*>(module.bias + table[number].st_value)};
 }
 

@@ -66,7 +66,7 @@ class MEM_MODULE_FILE {
   static MEM_MODULE_FILE* find(char const* name, const MEM_ELF_IDENTITY& identity,
                                MEM_MODULE_FILE* first, MEM_MODULE_FILE* end);
   STATE compare_with(int descriptor);
-  MEM_SYMBOL_INDEX const& symbols_of(const THR_SYMBOL_TABLE& table);
+  MEM_SYMBOL_INDEX const* symbols_of(const THR_SYMBOL_TABLE& table);
 
   MEM_BOOKKEEPING_STRING m_name;  // the loader's; empty for the executable
   MEM_BOOKKEEPING_STRING m_path;
@@ -79,6 +79,7 @@ class MEM_MODULE_FILE {
   std::atomic<int> m_tool_failures{0};
   std::atomic<unsigned> m_troubles{0};
   std::atomic<int> m_answers_without_line{0};
+  std::atomic<int> m_symbols_asked{0};
   std::atomic<MEM_SYMBOL_INDEX const*> m_symbols{nullptr};
   MEM_MODULE_FILE* m_older = nullptr;
 };

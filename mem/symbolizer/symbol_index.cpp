@@ -19,12 +19,24 @@ Elf64_Addr end_of(const Elf64_Sym& symbol) {
 
 }  // namespace
 
+// Of several at one address the first is told.
+std::uint32_t mem_find_symbol(const THR_SYMBOL_TABLE& table, Elf64_Addr address) {
+  const auto [first, end] = table.found_by_others();
+  std::uint32_t found = mem_no_symbol;
+  for (std::uint32_t number = first; number < end; ++number) {
+    const Elf64_Sym& symbol = table[number];
+    if (symbol.st_value <= address && has_address(symbol) && end_of(symbol) > address &&
+        (found == mem_no_symbol || table[found].st_value < symbol.st_value))
+      found = number;
+  }
+  return found;
+}
+
 MEM_SYMBOL_INDEX::MEM_SYMBOL_INDEX(const THR_SYMBOL_TABLE& table) {
   const auto [first, end] = table.found_by_others();
   m_entries.reserve(end - first);
   for (std::uint32_t number = first; number < end; ++number)
     if (has_address(table[number])) m_entries.push_back({0, number});
-  // Of several at one address the first is told.
   std::sort(m_entries.begin(), m_entries.end(), [&](const ENTRY& a, const ENTRY& b) {
     const Elf64_Addr a_value = table[a.number].st_value;
     const Elf64_Addr b_value = table[b.number].st_value;
@@ -44,5 +56,5 @@ std::uint32_t MEM_SYMBOL_INDEX::find(const THR_SYMBOL_TABLE& table, Elf64_Addr a
     if (end_of(table[entry->number]) > address) return entry->number;
     if (entry->end_of_all <= address) break;
   }
-  return none;
+  return mem_no_symbol;
 }

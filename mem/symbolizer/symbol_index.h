@@ -15,15 +15,18 @@ struct MEM_LOADED_SYMBOL {
   void* address = nullptr;
 };
 
-/// Made once for a module's file, of any module that was loaded from it. Immutable: any thread.
+/// The number of the symbol with the highest address among those that an address lies in, counted
+/// as in the file; `mem_no_symbol` for none. Looks at all of them.
+inline constexpr std::uint32_t mem_no_symbol = UINT32_MAX;
+std::uint32_t mem_find_symbol(const THR_SYMBOL_TABLE& table, Elf64_Addr address);
+
+/// The same for many addresses. Made once for a module's file, of any module that was loaded from
+/// it. Immutable: any thread.
 class MEM_SYMBOL_INDEX {
  public:
   /// May throw std::bad_alloc. A millisecond for ten thousand symbols.
   explicit MEM_SYMBOL_INDEX(const THR_SYMBOL_TABLE& table);
 
-  /// The symbol with the highest address among those that an address lies in, counted as in the
-  /// file; `none` for none.
-  static constexpr std::uint32_t none = UINT32_MAX;
   std::uint32_t find(const THR_SYMBOL_TABLE& table, Elf64_Addr address) const;
 
  private:

@@ -278,8 +278,10 @@ TEST(AModule, IsUnknownWhileAnotherFileStandsInItsPlace) {
   fill("cp original libcopy.so");
   void const* code = address_in("./libcopy.so", "address_in_c");
   MEM_ADDRESS_INFO first{};
-  EXPECT_TRUE(mem_get_module_info(code, first));
-  EXPECT_STREQ(first.symbol_name, "address_in_c");
+  for (int question = 0; question < 40; ++question) {  // the first are answered without an index
+    EXPECT_TRUE(mem_get_module_info(code, first));
+    EXPECT_STREQ(first.symbol_name, "address_in_c");
+  }
   const auto said = debug_lines_of([&] {
     for (char const* how : {"true", ": >libcopy.so", "cp /bin/true libcopy.so", "mkfifo libcopy.so",
                             "head -c 9000 original >libcopy.so", "mkdir libcopy.so"}) {
