@@ -47,7 +47,7 @@ std::string payload_of(const QUESTION& question) {
 CLIENT::CLIENT(LOOP& loop, MODULE_STORE& store, DESCRIPTOR socket,
                std::function<void(CLIENT&)> gone)
     : m_loop(loop), m_store(store), m_socket(std::move(socket)), m_gone(std::move(gone)) {
-  m_loop.watch(m_socket.number(), *this, EPOLLIN);
+  m_loop.watch(m_socket.number(), *this, m_watched_events);
 }
 
 CLIENT::~CLIENT() {
@@ -96,7 +96,10 @@ bool CLIENT::keep_descriptors(msghdr& message) {
 // All, or as many as there is room for, with what can be sent of the answers meanwhile.
 bool CLIENT::take_frames() {
   do {
-    if (!take_frames_in_room() || !send_written()) return false;
+    m_is_taking_frames = true;
+    const bool is_well = take_frames_in_room();
+    m_is_taking_frames = false;
+    if (!is_well || !send_written()) return false;
   } while (is_reading() && has_whole_frame());
   return true;
 }
@@ -176,11 +179,14 @@ bool CLIENT::break_off(std::uint32_t number) {
   return false;
 }
 
-// May be called from within ask(), or at any later time.
+// May be called from within ask(), or at any later time: then the answer goes out at once, for the
+// asker waits. That he has gone is seen in the next turn.
 void CLIENT::settled(const std::shared_ptr<QUESTION>& question) {
   m_open.erase(std::find(m_open.begin(), m_open.end(), question));
   m_open_addresses -= question->addresses.size();
   m_settled.push_back(question);
+  if (m_is_taking_frames) return;
+  send_written();
   watch_for_what_can_be_done();
 }
 
@@ -233,6 +239,8 @@ bool CLIENT::send_written() {
 void CLIENT::watch_for_what_can_be_done() {
   const bool has_to_write = !m_written.empty() || !m_settled.empty();
   const std::uint32_t events = (is_reading() ? EPOLLIN : 0U) | (has_to_write ? EPOLLOUT : 0U);
+  if (events == m_watched_events) return;
+  m_watched_events = events;
   m_loop.change(m_socket.number(), *this, events);
 }
 

@@ -65,6 +65,8 @@ class CLIENT : public WATCHER, public ASKER {
   std::size_t m_open_addresses = 0;
   std::string m_written;  // to be sent
   bool m_has_asked = false;
+  bool m_is_taking_frames = false;
+  std::uint32_t m_watched_events = EPOLLIN;
 };
 
 }  // namespace symbols

@@ -67,7 +67,7 @@ void KNOWN_MODULE::feed_worker() {
     addresses.push_back(m_queue.front());
     m_queue.pop_front();
   }
-  m_last_sign = CLOCK::now();
+  m_last_fed = m_last_sign = CLOCK::now();
   m_worker->ask(addresses);
 }
 
@@ -84,9 +84,19 @@ void KNOWN_MODULE::answered(std::uint64_t address, std::string_view bytes) {
   m_last_sign = CLOCK::now();
   keep(address, std::string(bytes));
   if (!m_worker->asked().empty()) return;
-  m_worker_memory = m_worker->private_memory();
+  const bool may_have_grown = has_worker_grown();
+  if (may_have_grown) m_worker_memory = m_worker->private_memory();
   go_on();
-  m_store.make_room(*this);
+  if (may_have_grown) m_store.make_room(*this);
+}
+
+// Looking costs as much as a quick answer, for which a worker can't have read much.
+bool KNOWN_MODULE::has_worker_grown() {
+  constexpr int most_unseen = 16;
+  constexpr auto quick = std::chrono::milliseconds(1);
+  if (++m_answers_unseen < most_unseen && m_last_sign - m_last_fed < quick) return false;
+  m_answers_unseen = 0;
+  return true;
 }
 
 void KNOWN_MODULE::worker_refuses(REFUSAL::REASON reason) {

@@ -54,6 +54,7 @@ class KNOWN_MODULE : public WORKER_OWNER {
   friend QUESTION;
   void keep(std::uint64_t address, std::string bytes);
   void feed_worker();
+  bool has_worker_grown();
 
   MODULE_STORE& m_store;
   DESCRIPTOR m_file;
@@ -63,11 +64,13 @@ class KNOWN_MODULE : public WORKER_OWNER {
   std::unordered_map<std::uint64_t, std::vector<std::shared_ptr<QUESTION>>> m_waiting;
   std::deque<std::uint64_t> m_queue;  // waited for, and not given to the worker
   std::unique_ptr<WORKER> m_worker;
-  std::uint64_t m_worker_memory = 0;
+  std::uint64_t m_worker_memory = 0;  // when it was looked at last
+  int m_answers_unseen = 0;           // since then
   std::size_t m_open_questions = 0;
   int m_failures = 0;                      // workers that ended over this file
   std::optional<std::uint64_t> m_suspect;  // the address at which the last of them did
   CLOCK::time_point m_last_use{};
+  CLOCK::time_point m_last_fed{};
   CLOCK::time_point m_last_sign{};
 };
 

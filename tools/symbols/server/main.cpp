@@ -116,7 +116,9 @@ int main(int count, char** arguments) {
   use_all_descriptors();
   unsetenv("DEBUGINFOD_URLS");  // what is not on this machine is not waited for
   try {
-    return serve(*options);
+    const int status = serve(*options);
+    symbols::WORKER::await_ended();
+    return status;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tuk-mem-symbols: %s\n", error.what());
     return EXIT_FAILURE;

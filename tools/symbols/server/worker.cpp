@@ -6,8 +6,10 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "tools/symbols/core/answer.h"
@@ -55,6 +57,13 @@ WORKER::~WORKER() {
   kill(m_process, SIGKILL);
   ending().push_back(m_process);
   reap_ended();
+}
+
+void WORKER::await_ended() {
+  using namespace std::chrono_literals;
+  const auto deadline = std::chrono::steady_clock::now() + 100ms;
+  for (; !ending().empty() && std::chrono::steady_clock::now() < deadline; reap_ended())
+    std::this_thread::sleep_for(1ms);
 }
 
 // Within what the socket takes at once: the worker has read all before it is asked again.

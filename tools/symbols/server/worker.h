@@ -49,6 +49,10 @@ class WORKER : public WATCHER {
   static constexpr std::size_t most_asked = 64;
   void ask(std::span<const std::uint64_t> addresses);
 
+  /// Waits a moment for those that have been destroyed, so that whoever waits for this process
+  /// learns what they cost.
+  static void await_ended();
+
   /// Its memory that no other process shares, in bytes.
   std::uint64_t private_memory() const;
 

@@ -21,7 +21,8 @@ namespace {
 
 using REFUSAL = MEM_SYMBOL_PROTOCOL::REFUSAL;
 
-// Of the processor, not by the clock: the machine may be busy. Ends the process by SIGPROF.
+// Of the processor, not by the clock: the machine may be busy, and waiting costs nothing. Ends the
+// process by SIGPROF.
 constexpr int seconds_for_first_answer = 10;
 constexpr int seconds_for_answer = 2;
 
@@ -87,7 +88,6 @@ void serve(const PLACED& placed, const WORKER::JOB& job) {
       answer(placed.socket, *module, addresses[i]);
       seconds = seconds_for_answer;
     }
-    allow_seconds(0);
   }
 }
 
