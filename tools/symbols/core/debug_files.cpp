@@ -4,8 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 namespace symbols {
@@ -56,10 +59,38 @@ int open_in_cache(const std::string& build_id, char** path) {
   return -1;
 }
 
+bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+// Beside a file, or below the usual directory, where the file's own is told from any part of it on.
+bool is_beside(const std::string& file, const std::string& name) {
+  const auto holds = [&](std::string directory) { return exists(directory.append(name)); };
+  std::string own = file.substr(0, file.rfind('/') + 1);
+  if (holds(own) || holds(own + ".debug/")) return true;
+  while (!own.empty()) {
+    if (holds("/usr/lib/debug" + own)) return true;
+    own.erase(0, std::min(own.find('/', 1), own.size()));
+  }
+  return false;
+}
+
+// Where there is a file of the name that a debug link tells. One that is shared by several files is
+// looked for elsewhere; it has no checksum.
+bool may_be_found_by_name(const std::string& path, char const* link, GElf_Word checksum) {
+  if (link != nullptr && checksum == 0) return true;
+  const std::string name =
+      link != nullptr ? link : path.substr(path.rfind('/') + 1).append(".debug");
+  std::error_code trouble;
+  return is_beside(path, name) ||
+         is_beside(std::filesystem::canonical(path, trouble).string(), name);
+}
+
+// The usual search ends at debuginfod: where nothing is found it loads a client for networks, with
+// some thirty libraries, only to hear that it is to ask nobody.
 int find_debug_file(Dwfl_Module* module, void** data, char const* name, GElf_Addr base,
                     char const* path, char const* link, GElf_Word checksum, char** found) {
-  const int file =
-      dwfl_standard_find_debuginfo(module, data, name, base, path, link, checksum, found);
+  int file = dwfl_build_id_find_debuginfo(module, data, name, base, path, link, checksum, found);
+  if (file < 0 && may_be_found_by_name(path == nullptr ? "" : path, link, checksum))
+    file = dwfl_standard_find_debuginfo(module, data, name, base, path, link, checksum, found);
   if (file >= 0) return file;
   const unsigned char* build_id = nullptr;
   GElf_Addr address = 0;
