@@ -2,8 +2,11 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <array>
-#include <cstdint>
+#include <cstddef>
+
+#include "mem/symbolizer/loaded_module.h"
 
 constinit std::chrono::milliseconds mem_unknown_address_rest = std::chrono::seconds(1);
 
@@ -11,23 +14,34 @@ namespace {
 
 using MILLISECONDS = std::chrono::milliseconds;
 
-// An address may be noted in the life of one tracker and looked for in the next, where it is as
-// unknown.
-struct PLACE {
-  void const* address;
-  MILLISECONDS noted;
+// A module may be noted in the life of one tracker and looked for in the next, where it is as
+// unknown. One that comes to the place of another that has gone rests a second for it.
+struct RESTING {
+  void const* module;
+  MILLISECONDS since;
+  std::size_t count;                     // of addresses that were noted since then
+  std::array<void const*, 8> addresses;  // the first of them; where there are more, all rest
+
+  bool has(void const* address) const {
+    if (count > addresses.size()) return true;
+    const auto end = addresses.begin() + static_cast<std::ptrdiff_t>(count);
+    return std::find(addresses.begin(), end, address) != end;
+  }
+  void add(void const* address) {
+    if (count < addresses.size()) addresses[count] = address;
+    if (count <= addresses.size()) ++count;
+  }
 };
-constexpr int place_bits = 10;
-constinit std::array<PLACE, 1U << place_bits> places{};
+constinit std::array<RESTING, 256> resting{};
+constinit std::size_t used = 0;  // of these, from the first on
 
-// The last address that took the place of one that rested. While it rests itself, all do: there are
-// more of them than places, each would be asked for at every event, and what is wanting, as
-// processes are, is wanting for all.
-constinit PLACE one_too_many{};
+// When a module found no place. For as long as one rests all do: what is wanting, as processes are,
+// is wanting for all.
+constinit MILLISECONDS one_too_many{};
 
-PLACE& place_of(void const* address) {
-  const auto spread = reinterpret_cast<std::uintptr_t>(address) * 0x9E3779B97F4A7C15ULL;
-  return places[spread >> (64 - place_bits)];
+void const* module_of(void const* address) {
+  MEM_LOADED_MODULE module;
+  return module.find(address) ? module.start : nullptr;
 }
 
 MILLISECONDS now() {
@@ -37,20 +51,43 @@ MILLISECONDS now() {
                                                   std::chrono::nanoseconds(time.tv_nsec));
 }
 
-bool rests(const PLACE& place) {
-  return place.address != nullptr && now() - place.noted < mem_unknown_address_rest;
+bool is_recent(MILLISECONDS since, MILLISECONDS time) {
+  return since.count() != 0 && time - since < mem_unknown_address_rest;
+}
+
+template <class CONDITION>
+RESTING* find(CONDITION holds) {
+  const auto end = resting.begin() + static_cast<std::ptrdiff_t>(used);
+  const auto found = std::find_if(resting.begin(), end, holds);
+  return found == end ? nullptr : &*found;
+}
+
+RESTING* place_for(void const* module, MILLISECONDS time) {
+  if (RESTING* own = find([&](const RESTING& other) { return other.module == module; })) return own;
+  if (used < resting.size()) return &resting[used++];
+  return find([&](const RESTING& other) { return !is_recent(other.since, time); });
 }
 
 }  // namespace
 
 bool mem_is_unknown_for_now(void const* address) {
-  const PLACE& place = place_of(address);
-  return (place.address == address && rests(place)) || rests(one_too_many);
+  if (used == 0) return false;
+  void const* const module = module_of(address);
+  const MILLISECONDS time = now();
+  return is_recent(one_too_many, time) ||
+         find([&](const RESTING& other) {
+           return other.module == module && is_recent(other.since, time) && other.has(address);
+         }) != nullptr;
 }
 
 void mem_note_unknown_for_now(void const* address) {
-  PLACE& place = place_of(address);
-  const bool takes_anothers = place.address != address && rests(place);
-  place = {address, now()};
-  if (takes_anothers) one_too_many = place;
+  void const* const module = module_of(address);
+  const MILLISECONDS time = now();
+  RESTING* const place = place_for(module, time);
+  if (place == nullptr) {
+    one_too_many = time;
+    return;
+  }
+  if (place->module != module || !is_recent(place->since, time)) *place = {module, time, 0, {}};
+  place->add(address);
 }

@@ -3,13 +3,14 @@
 
 #include <chrono>
 
-/// For how long an address that is unknown for now is not asked for again. In between it is taken
-/// as filtered, without a record: the blocks go to the next frame. Tests shorten it.
+/// For how long an address that is unknown for now is not asked for again, nor any of its module
+/// when several are. In between it is taken as filtered, without a record: the blocks go to the
+/// next frame. Tests shorten it.
 extern std::chrono::milliseconds mem_unknown_address_rest;
 
-/// Whether the address was noted less than the rest ago, or so many were that all others rest too.
-/// Hold mem_trace_lock.
+/// Whether the address rests, or its module, or so many modules do that all others rest too. Hold
+/// mem_trace_lock.
 bool mem_is_unknown_for_now(void const* address);
 
-/// Hold mem_trace_lock.
+/// The address rests from now on. Hold mem_trace_lock.
 void mem_note_unknown_for_now(void const* address);
