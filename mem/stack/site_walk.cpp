@@ -16,13 +16,24 @@ void note_looked_through(const MEM_FRAMES& frames) {
 
 [[gnu::noinline]] MEM_ADDRESS_TRACKER* look_up(const MEM_FRAMES& frames) {
   std::unique_lock trace(mem_trace_lock);
-  MEM_ADDRESS_TRACKER* const site = mem_filter_stack_trace(frames.addresses, frames.count, trace);
+  MEM_ADDRESS_TRACKER* const site =
+      mem_filter_stack_trace(frames.addresses, frames.count, trace, frames.walk);
   if (site == nullptr || !mem_is_catch_all(*site)) return site;
   note_looked_through(frames);
   return frames.are_last ? site : nullptr;
 }
 
 }  // namespace
+
+int MEM_SITE_WALK::look_ahead(std::span<void const*> frames) const {
+  MEM_STACK_CURSOR cursor = m_cursor;
+  int frames_left = m_frames_left;
+  int count = 0;
+  while (count < static_cast<int>(frames.size()) &&
+         (frames[count] = cursor.next(frames_left)) != nullptr)
+    ++count;
+  return count;
+}
 
 MEM_ADDRESS_TRACKER* mem_site_of(const MEM_FRAMES& frames) {
   if (frames.count == 0) return &mem_catch_all_site();

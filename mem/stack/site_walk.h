@@ -1,6 +1,8 @@
 // From the stack of an allocation to its site, frame by frame.
 #pragma once
 
+#include <span>
+
 #include "include/tuk_mem.h"
 #include "mem/base/part.h"
 #include "mem/settings/tuning.h"
@@ -14,7 +16,8 @@ inline constexpr int mem_deep_trace_depth = 50;
 struct MEM_FRAMES {
   void const** addresses;
   int count;
-  bool are_last;  ///< no more of the stack is looked at
+  bool are_last;                        ///< no more of the stack is looked at
+  class MEM_SITE_WALK* walk = nullptr;  ///< that they come from, if they do
 };
 
 /// A stack by the library's own walk: one frame at a time, and only what is not known to be looked
@@ -29,13 +32,20 @@ class MEM_SITE_WALK {
 
   MEM_FRAMES next() {
     m_frame = m_cursor.next(m_frames_left);
-    return {&m_frame, m_frame == nullptr ? 0 : 1, m_frame == nullptr};
+    return {&m_frame, m_frame == nullptr ? 0 : 1, m_frame == nullptr, this};
   }
+
+  /// Stores the frames behind the present one, without going there, and returns how many.
+  int look_ahead(std::span<void const*> frames) const;
+  /// Whether a symbolizer was asked about one of its frames.
+  bool has_asked() const { return m_has_asked; }
+  void note_asked() { m_has_asked = true; }
 
  private:
   MEM_STACK_CURSOR m_cursor;
   int m_frames_left = mem_short_trace_depth + mem_deep_trace_depth;
   void const* m_frame = nullptr;
+  bool m_has_asked = false;
 };
 
 /// A stack by any unwinder's captures, whose arguments these are.

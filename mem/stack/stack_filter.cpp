@@ -1,5 +1,7 @@
 #include "mem/stack/stack_filter.h"
 
+#include <array>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/stack/frame_rules.h"
+#include "mem/stack/site_walk.h"
 #include "mem/stack/unknown_for_now.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/tracker_state.h"
@@ -57,6 +60,7 @@ struct VERDICT {
   MEM_ADDRESS_INFO info{};
   bool filtered = true;
   MEM_SYMBOL_ANSWER holds = MEM_SYMBOL_ANSWER::for_good;
+  bool was_asked = false;  // a symbolizer was, rather than the module alone decided
 };
 
 bool keep_one_of(MEM_ADDRESS_INFO& info, const std::vector<MEM_ADDRESS_INFO>& inlined) {
@@ -69,29 +73,55 @@ bool keep_one_of(MEM_ADDRESS_INFO& info, const std::vector<MEM_ADDRESS_INFO>& in
   return false;
 }
 
-void judge(void const* address, VERDICT& verdict) {
+void judge(void const* address, std::span<void const* const> further, VERDICT& verdict) {
   mem_check(mem_tbb_symbolizer != nullptr, "symbolizer");
   MEM_ADDRESS_INFO& info = verdict.info;
   mem_tbb_symbolizer->get_module_info(address, info);
   if (mem_module_is_rejected(info.module_name_buffer)) return;
   std::vector<MEM_ADDRESS_INFO> inlined;
-  verdict.holds = mem_tbb_symbolizer->ask(address, info, inlined);
+  verdict.was_asked = true;
+  verdict.holds = mem_tbb_symbolizer->ask_looking_ahead(address, info, inlined, further);
   verdict.filtered = !keep_one_of(info, inlined);
 }
 
-[[gnu::cold, gnu::noinline]] void classify(void const* address, VERDICT& verdict) {
+[[gnu::cold, gnu::noinline]] void classify(void const* address,
+                                           std::span<void const* const> further, VERDICT& verdict) {
   const MEM_CANCELLATION_HELD not_cancelled;
   // Walkers other than our own don't.
   mem_watch_module_of(reinterpret_cast<std::uintptr_t>(address));
   verdict.info.address = address;
-  judge(address, verdict);
+  judge(address, further, verdict);
   if (verdict.filtered) mem_want_tbb_filters_file = true;
+}
+
+// Those that nothing is known of, up to the one where a walk would end.
+std::span<void const*> unknown_of(std::span<void const*> frames) {
+  std::size_t count = 0;
+  for (void const* const frame : frames) {
+    const MEM_ADDRESS_TRACKER* const record = mem_find_site(frame);
+    if (record != nullptr && !record->filtered) break;
+    if (record == nullptr) frames[count++] = frame;
+  }
+  return frames.first(count);
+}
+
+// The unknown frames that a walk would come by next. Without the locks while it walks.
+std::span<void const*> look_ahead(MEM_SITE_WALK& walk, std::span<void const*> room,
+                                  std::unique_lock<MEM_TRACE_LOCK>& lock) {
+  std::size_t count = 0;
+  lock.unlock();
+  {
+    const MEM_MOUSE_STEPPED_OUT stepped_out;
+    count = static_cast<std::size_t>(walk.look_ahead(room));
+  }
+  lock.lock();
+  return mem_tbb_tracking_ended ? std::span<void const*>() : unknown_of(room.first(count));
 }
 
 // The record of an address that was unknown a moment ago; null when it is unknown for now, or
 // tracking has ended.
 [[gnu::cold, gnu::noinline]] MEM_ADDRESS_TRACKER* classify_and_insert(
-    void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock) {
+    void const* address, std::unique_lock<MEM_TRACE_LOCK>& lock, MEM_SITE_WALK* walk) {
   if (mem_is_unknown_for_now(address)) return nullptr;
   const MEM_FLOATING_POINT_KEPT host_floating_point;  // hash maps compute their load factors
   MEM_ADDRESS_TRACKER record{};
@@ -100,12 +130,18 @@ void judge(void const* address, VERDICT& verdict) {
     record.filtered = parents->filtered;
     return &mem_insert_site(address, record);
   }
+  constexpr std::size_t most_further = 16;
+  std::array<void const*, most_further> room;
+  std::span<void const*> further;
+  if (walk != nullptr && walk->has_asked()) further = look_ahead(*walk, room, lock);
+  if (mem_tbb_tracking_ended) return nullptr;
   lock.unlock();
   VERDICT verdict;
   {
     const MEM_MOUSE_STEPPED_OUT stepped_out;
-    classify(address, verdict);
+    classify(address, further, verdict);
   }
+  if (walk != nullptr && verdict.was_asked) walk->note_asked();
   lock.lock();
   if (mem_tbb_tracking_ended) return nullptr;
   if (verdict.holds == MEM_SYMBOL_ANSWER::for_now) {
@@ -120,12 +156,13 @@ void judge(void const* address, VERDICT& verdict) {
 }  // namespace
 
 MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
-                                            std::unique_lock<MEM_TRACE_LOCK>& lock) {
+                                            std::unique_lock<MEM_TRACE_LOCK>& lock,
+                                            MEM_SITE_WALK* walk) {
   mem_check(mem_tbb_tracker_is_inited(), "mem_tbb_tracker_is_inited()");
   for (int frame = 0; frame < count; ++frame) {
     MEM_ADDRESS_TRACKER* record = mem_find_site(frames[frame]);
     if (record == nullptr) [[unlikely]] {
-      record = classify_and_insert(frames[frame], lock);
+      record = classify_and_insert(frames[frame], lock, walk);
       if (mem_tbb_tracking_ended) return nullptr;
     }
     if (record != nullptr && !record->filtered) return record;

@@ -26,5 +26,8 @@ extern std::atomic<bool> mem_want_tbb_filters_file;
 /// Call inside the cat-and-mouse lock as a mouse, with `lock` owning mem_trace_lock. Both are
 /// given up while an unknown address is symbolized, which talks to a child process and may wait
 /// for the loader, and held again on return. Null when tracking ended meanwhile.
+/// Where the frames come from a walk, the second one that is symbolized is so along with those that
+/// the walk would come by next: a stack begins with its site, or has many that are looked through.
 MEM_ADDRESS_TRACKER* mem_filter_stack_trace(void const** frames, int count,
-                                            std::unique_lock<MEM_TRACE_LOCK>& lock);
+                                            std::unique_lock<MEM_TRACE_LOCK>& lock,
+                                            class MEM_SITE_WALK* walk = nullptr);

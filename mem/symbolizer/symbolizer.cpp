@@ -11,3 +11,9 @@ MEM_SYMBOL_ANSWER MEM_SYMBOLIZER::ask(void const* address, MEM_ADDRESS_INFO& inf
   return get_source_and_function_info(address, info, inlined) ? MEM_SYMBOL_ANSWER::for_good
                                                               : MEM_SYMBOL_ANSWER::no_module;
 }
+
+MEM_SYMBOL_ANSWER MEM_SYMBOLIZER::ask_looking_ahead(void const* address, MEM_ADDRESS_INFO& info,
+                                                    std::vector<MEM_ADDRESS_INFO>& inlined,
+                                                    std::span<void const* const>) {
+  return ask(address, info, inlined);
+}

@@ -1,6 +1,7 @@
 // Turning code addresses into module, file, line and function. Relies on mem/base and mem/host.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "include/tuk_mem.h"
@@ -39,4 +40,10 @@ class MEM_SYMBOLIZER {
   /// remembered. Here: whatever get_source_and_function_info says holds for good.
   virtual MEM_SYMBOL_ANSWER ask(void const* address, MEM_ADDRESS_INFO& info,
                                 std::vector<MEM_ADDRESS_INFO>& inlined);
+
+  /// The same, by one who is likely to ask about further addresses next: what is told of them at
+  /// the same time is remembered. Here: nothing is.
+  virtual MEM_SYMBOL_ANSWER ask_looking_ahead(void const* address, MEM_ADDRESS_INFO& info,
+                                              std::vector<MEM_ADDRESS_INFO>& inlined,
+                                              std::span<void const* const> further);
 };

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "mem/symbolizer/answers_ahead.h"
 #include "mem/symbolizer/symbol_client.h"
 #include "mem/symbolizer/symbolizer_addr2line.h"
 #include "mem/symbolizer/symbolizer_addr2line_inlining.h"
@@ -44,6 +45,7 @@ void MEM_SYMBOLIZER_FACTORY::abandon_all_tools() {
   MEM_SYMBOLIZER_ADDR2LINE::IMPL::CACHE::singleton_instance.abandon();
   MEM_SYMBOLIZER_ADDR2LINE_INLINING::IMPL::CACHE::singleton_instance.abandon();
   MEM_SYMBOL_CLIENT::singleton_instance.abandon();
+  MEM_ANSWERS_AHEAD::singleton_instance.abandon();
   thr_process_let_go_in_child();
 }
 

@@ -17,4 +17,8 @@ class MEM_SYMBOLIZER_SERVER final : public MEM_SYMBOLIZER {
                                     std::vector<MEM_ADDRESS_INFO>& inlined) override;
   MEM_SYMBOL_ANSWER ask(void const* address, MEM_ADDRESS_INFO& info,
                         std::vector<MEM_ADDRESS_INFO>& inlined) override;
+  /// Those in the same module are told in the same answer.
+  MEM_SYMBOL_ANSWER ask_looking_ahead(void const* address, MEM_ADDRESS_INFO& info,
+                                      std::vector<MEM_ADDRESS_INFO>& inlined,
+                                      std::span<void const* const> further) override;
 };

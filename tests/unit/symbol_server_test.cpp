@@ -6,8 +6,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cstdio>
 #include <functional>
+#include <set>
+#include <span>
 
 #include "mem/symbolizer/symbol_client.h"
 #include "mem/symbolizer/symbol_protocol.h"
@@ -20,7 +24,7 @@
 namespace {
 
 using namespace MEM_SYMBOL_PROTOCOL;
-using testing::ElementsAre, testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr, testing::SizeIs;
 using OUTCOME = MEM_SYMBOL_CLIENT::OUTCOME;
 
 template <class... OBJECTS>
@@ -214,6 +218,29 @@ TEST_F(SYMBOL_SERVER, RefusesAFileForNowOrForGood) {
   reason = REFUSAL::unreadable;
   for (int i = 0; i < 3; ++i) function_at(1, OUTCOME::unknown);
   EXPECT_EQ(questions, 4) << "what holds for good is not asked again";
+}
+
+// What one question has told of others is not asked for.
+TEST_F(SYMBOL_SERVER, TellsOfTheFramesFurtherOutInTheSameAnswer) {
+  std::atomic<int> questions = 0;
+  const STAND_IN_SERVER server([&](const HEADER& header, const std::string& payload) {
+    ++questions;
+    return well_said(header, payload);
+  });
+  static const std::array<char, 3> here{};
+  void const* const further[] = {&here[1], reinterpret_cast<void const*>(&std::puts), &here[2]};
+  const auto line_at = [&](char const& address, std::span<void const* const> also) {
+    MEM_ADDRESS_INFO info{};
+    std::vector<MEM_ADDRESS_INFO> inlined;
+    MEM_SYMBOLIZER_FACTORY::get_symbolizer("server")->ask_looking_ahead(&address, info, inlined,
+                                                                        also);
+    return described(info);
+  };
+  std::set<std::string> told = {line_at(here[0], further)};
+  for (const char& address : here) told.insert(line_at(address, {}));
+  EXPECT_THAT(told, SizeIs(3));
+  EXPECT_EQ(questions, 3) << "to open the file, for all three, and for the one asked for again";
+  MEM_SYMBOLIZER_FACTORY::end_all_tools();
 }
 
 // Answers in another order, all at once and in pieces.
