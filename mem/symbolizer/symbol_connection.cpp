@@ -283,8 +283,10 @@ bool MEM_SYMBOL_CONNECTION::may_read(bool reads) {
 bool MEM_SYMBOL_CONNECTION::wait_for(short events, CLOCK::time_point until) {
   pollfd socket{.fd = m_connection.socket, .events = events, .revents = 0};
   const timespec left = mem_time_until(until);
-  if (thr_raw_syscall(SYS_ppoll, &socket, 1, &left, nullptr) > 0) return true;
+  const long ready = thr_raw_syscall(SYS_ppoll, &socket, 1, &left, nullptr);
+  if (ready > 0) return true;
   if (thr_descriptor_is_lost(m_connection.socket)) finish(END::taken_away);
+  if (ready < 0 && ready != -EINTR) finish(END::silent);  // the host may not wait, nor may we
   return false;
 }
 
