@@ -4,6 +4,8 @@
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 library=$tree/build/release/libtuk_mem.so
 malloc_library=$tree/build/release/libtuk_mem_malloc.so
+command=$tree/build/release/tuk-mem
+symbol_server=$tree/build/release/tuk-mem-symbols
 churn=$tree/build/release/bench/churn
 growth=$tree/build/release/bench/growth
 bare_report=$tree/build/release/bench/bare_report
@@ -33,7 +35,10 @@ measure() {
   drop_reports
 }
 
-drop_reports() { find . -maxdepth 1 \( -name 'mem_tbb*' -o -name 'heaptrack*' -o -name 'profile*' \) -delete; }
+drop_reports() {
+  find . -maxdepth 1 \( -name 'mem_tbb*' -o -name 'heaptrack*' -o -name 'profile*' \) -delete
+  rm -rf tuk-mem.*
+}
 
 # All configurations in turn, so that a slow minute of the machine meets every one.
 alternate() { # runs configuration...
