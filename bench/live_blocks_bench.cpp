@@ -22,9 +22,9 @@ void insert_and_erase(benchmark::State& state) {
   const long live = state.range(0);
   long oldest = 0;
   for (long index = 0; index < live; ++index)
-    mem_remember_block(nth_block(thread, index), site, true);
+    mem_remember_block(nth_block(thread, index), &site, true);
   for (auto _ : state) {
-    mem_remember_block(nth_block(thread, oldest + live), site, true);
+    mem_remember_block(nth_block(thread, oldest + live), &site, true);
     benchmark::DoNotOptimize(mem_take_block(nth_block(thread, oldest)));
     ++oldest;
   }

@@ -331,7 +331,8 @@ enum MEM_TRACKING_GRANULARITY : std::uint32_t {
   MEM_TRACK_LEAKS = 16,               ///< full leak report
   MEM_TRACK_LEAKS_FAST = 32,          ///< two-line leak summary
   MEM_TRACK_AUXILIARY_TIMELINE = 64,  ///< sampled process figures
-  MEM_TRACK_ALL = 95                  ///< everything but MEM_TRACK_LEAKS_FAST
+  MEM_TRACK_ALL = 95,                 ///< everything but MEM_TRACK_LEAKS_FAST and call paths
+  MEM_TRACK_CALL_PATHS = 128          ///< figures per call path, besides those of the sites
 };
 
 constexpr MEM_TRACKING_GRANULARITY operator|(MEM_TRACKING_GRANULARITY a,

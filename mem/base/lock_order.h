@@ -12,6 +12,7 @@ enum class MEM_LOCK_ORDER : int {
   TAG_SNAPSHOTS,    ///< the tag snapshots' mutex
   SITES,            ///< mem_trace_lock
   MODULES,          ///< mem_module_tracker_lock
+  CALL_PATHS,       ///< of the call paths
   TOTALS,           ///< what has been claimed of a total
   BIN_LABELS,       ///< the tags of open bins
   LABELS,           ///< the timeline labels

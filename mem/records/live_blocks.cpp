@@ -62,10 +62,10 @@ void MEM_ADDRESS_TRACKER_PTR_MAP::clear() {
         banks[bank].clear(m_allocator);
 }
 
-void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread) {
+void mem_remember_block(void const* block, MEM_BLOCK_OWNER owner, bool with_thread) {
   try {
     mem_address_tracker_ptr_map->insert(
-        block, {&site, with_thread ? std::this_thread::get_id() : std::thread::id()});
+        block, {owner, with_thread ? std::this_thread::get_id() : std::thread::id()});
   } catch (const std::bad_alloc&) {  // its release will be charged to the catch-all
   }
 }
@@ -73,6 +73,6 @@ void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_
 MEM_BLOCK_ORIGIN mem_take_block(void const* block) {
   MEM_BLOCK_ORIGIN origin;
   if (!mem_address_tracker_ptr_map->take(block, origin)) return {};
-  mem_check(origin.site != nullptr, "address_tracker_ptr != nullptr");
+  mem_check(origin.owner.site() != nullptr, "address_tracker_ptr != nullptr");
   return origin;
 }

@@ -14,10 +14,11 @@
 #include "mem/base/bookkeeping.h"
 #include "mem/base/part.h"
 #include "mem/records/block_bank.h"
+#include "mem/records/call_path.h"
 
-/// Where a live block comes from. The thread is only noted under fileline tracking.
+/// Where a live block comes from. The thread is only noted under fileline tracking and call paths.
 struct MEM_BLOCK_ORIGIN {
-  MEM_ADDRESS_TRACKER* site = nullptr;
+  MEM_BLOCK_OWNER owner;
   std::thread::id thread{};
 };
 
@@ -115,7 +116,7 @@ extern MEM_ADDRESS_TRACKER_PTR_MAP* mem_address_tracker_ptr_map;
 extern const MEM_PART mem_live_blocks_part;
 
 /// Remembers a block. One that the pool has no room for stays unknown.
-void mem_remember_block(void const* block, MEM_ADDRESS_TRACKER& site, bool with_thread);
+void mem_remember_block(void const* block, MEM_BLOCK_OWNER owner, bool with_thread);
 
 /// Forgets a block and returns where it came from; no site when it was not known.
 MEM_BLOCK_ORIGIN mem_take_block(void const* block);

@@ -15,7 +15,7 @@ namespace {
 MEM_ADDRESS_TRACKER* site_of(void const* block) {
   if (block == nullptr) return &mem_catch_all_site();
   MEM_BLOCK_ORIGIN origin;
-  return mem_address_tracker_ptr_map->find(block, origin) ? origin.site : nullptr;
+  return mem_address_tracker_ptr_map->find(block, origin) ? origin.owner.site() : nullptr;
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ FIGURES& copied(std::optional<FIGURES>& figures, COPY copy) {
 MEM_REPORTS_WANTED::MEM_REPORTS_WANTED(MEM_TRACKING_GRANULARITY tracked, bool vx_mode)
     : granularity(tracked),
       sites(mem_tracking_fileline_env_set),
+      call_paths(mem_tracking_call_paths_env_set || has(tracked, MEM_TRACK_CALL_PATHS)),
       auxiliary(mem_tracking_auxiliary_timeline_env_set ||
                 has(tracked, MEM_TRACK_AUXILIARY_TIMELINE)),
       modules(mem_tracking_library_env_set || has(tracked, MEM_TRACK_PER_LIBRARY)),
@@ -38,6 +39,10 @@ const MEM_SITE_SNAPSHOT& MEM_REPORT_FIGURES::sites_by_peak() {
   MEM_SITE_SNAPSHOT& copy = sites();
   if (!std::exchange(m_sites_are_sorted, true)) copy.sort_by_peak();
   return copy;
+}
+
+MEM_CALL_PATH_FIGURES& MEM_REPORT_FIGURES::call_paths() {
+  return m_call_paths ? *m_call_paths : m_call_paths.emplace(MEM_CALL_PATH_FIGURES::now());
 }
 
 MEM_MODULE_TIMELINE::SAMPLES& MEM_REPORT_FIGURES::modules() {
@@ -72,6 +77,7 @@ void MEM_REPORT_FIGURES::copy_all_and_now(const MEM_AUXILIARY_SAMPLE& now) {
   sites();
   global_current();
   global_peak();
+  if (m_wanted.call_paths) call_paths();
   if (m_wanted.modules) {
     MEM_MODULE_TIMELINE::SAMPLES& samples = modules();
     const MEM_TRACKER_VISIT visit;
@@ -90,6 +96,7 @@ void MEM_REPORT_FIGURES::copy_all_and_now(const MEM_AUXILIARY_SAMPLE& now) {
 void MEM_REPORT_FIGURES::forget() {
   m_sites.reset();
   m_sites_are_sorted = false;
+  m_call_paths.reset();
   m_modules.reset();
   m_tag_samples.reset();
   m_bins.reset();

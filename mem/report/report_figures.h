@@ -9,6 +9,7 @@
 struct MEM_REPORTS_WANTED {
   MEM_TRACKING_GRANULARITY granularity;
   bool sites;
+  bool call_paths;
   bool auxiliary;
   bool modules;
   bool bins;
@@ -20,7 +21,9 @@ struct MEM_REPORTS_WANTED {
   MEM_REPORTS_WANTED(MEM_TRACKING_GRANULARITY tracked, bool vx_mode);
 
   bool any_timeline() const { return auxiliary || modules || bins; }
-  bool any() const { return granularity != MEM_TRACK_NONE || sites || any_timeline(); }
+  bool any() const {
+    return granularity != MEM_TRACK_NONE || sites || call_paths || any_timeline();
+  }
 };
 
 /// The figures, each copied when it is first asked for, on a thread that is the cat at rest or on
@@ -35,6 +38,7 @@ class MEM_REPORT_FIGURES {
   MEM_SITE_SNAPSHOT& sites();
   /// The same, sorted at the first time.
   const MEM_SITE_SNAPSHOT& sites_by_peak();
+  MEM_CALL_PATH_FIGURES& call_paths();
   MEM_MODULE_TIMELINE::SAMPLES& modules();
   MEM_PB_TAG_SNAPSHOT::TABLE& tag_samples();
   MEM_BIN_FIGURES& bins();
@@ -55,6 +59,7 @@ class MEM_REPORT_FIGURES {
   MEM_REPORTS_WANTED m_wanted;
   std::optional<MEM_SITE_SNAPSHOT> m_sites;
   bool m_sites_are_sorted = false;
+  std::optional<MEM_CALL_PATH_FIGURES> m_call_paths;
   std::optional<MEM_MODULE_TIMELINE::SAMPLES> m_modules;
   std::optional<MEM_PB_TAG_SNAPSHOT::TABLE> m_tag_samples;
   std::optional<MEM_BIN_FIGURES> m_bins;

@@ -27,6 +27,13 @@ void mem_write_site_reports(MEM_REPORT_PLACE place, FIGURES& figures) {
       "unable to create KMP subsystem base addresses file");
 }
 
+void mem_write_call_path_report(MEM_REPORT_PLACE place, FIGURES& figures) {
+  if (!figures.wanted().call_paths) return;
+  mem_write_report(place, "mem_tbb_call_paths.", [&](SINK& sink) {
+    mem_write_call_paths(sink, figures.sites_by_peak(), figures.call_paths());
+  });
+}
+
 void mem_write_auxiliary_report(MEM_REPORT_PLACE place, FIGURES& figures) {
   if (!figures.wanted().auxiliary) return;
   mem_write_report(place, "mem_tbb_auxiliary_timeline.",

@@ -10,6 +10,7 @@ using MEM_PROCESS_NAME = MEM_BOOKKEEPING_STRING (*)();
 /// Each writes its part of the set. A file that can't be written, or for which memory runs out,
 /// keeps no other back.
 void mem_write_site_reports(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures);
+void mem_write_call_path_report(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures);
 void mem_write_auxiliary_report(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures);
 void mem_write_module_reports(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures);
 void mem_write_bin_reports(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures);

@@ -7,6 +7,7 @@
 #include "include/tuk_mem.h"
 #include "mem/base/bookkeeping.h"
 #include "mem/bins/tag_snapshots.h"
+#include "mem/paths/call_paths.h"
 #include "mem/records/site_snapshot.h"
 #include "mem/report/dump_timing.h"
 #include "mem/timeline/auxiliary_timeline.h"
@@ -40,6 +41,9 @@ void mem_write_base_addresses(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& site
 void mem_write_filtered_addresses(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites);
 /// Every site that still has live blocks, and their sum.
 void mem_write_leaks(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites);
+/// Every call path of the sites, as a tree of callers.
+void mem_write_call_paths(MEM_TEXT_SINK& sink, const MEM_SITE_SNAPSHOT& sites,
+                          const MEM_CALL_PATH_FIGURES& paths);
 
 // Of samples; a pair is a summary and a detailed table.
 

@@ -17,6 +17,7 @@
 
 #include "mem/modules/readable_memory.h"
 #include "mem/report/report_text.h"
+#include "mem/symbolizer/build_id_text.h"
 #include "mem/symbolizer/debug_information.h"
 #include "mem/symbolizer/elf_identity.h"
 #include "platform/raw_syscall.h"
@@ -100,28 +101,6 @@ class OPEN_FILE {
   int m_file;
 };
 
-// In hexadecimal. The note's own length is not kept: one of the usual ones.
-class BUILD_ID {
- public:
-  explicit BUILD_ID(const MEM_ELF_IDENTITY& identity) {
-    constexpr char digits[] = "0123456789abcdef";
-    const auto& bytes = identity.build_id;
-    const auto used =
-        bytes.size() - static_cast<std::size_t>(std::find_if(bytes.rbegin(), bytes.rend(),
-                                                             [](auto byte) { return byte != 0; }) -
-                                                bytes.rbegin());
-    for (const std::size_t usual : {0U, 8U, 16U, 20U, 32U})
-      if (m_length < 2 * used) m_length = 2 * usual;
-    for (std::size_t i = 0; i < m_length; ++i)
-      m_text[i] = digits[i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2] & 0xf];
-  }
-  std::string_view text() const { return {m_text, m_length}; }
-
- private:
-  char m_text[64];
-  std::size_t m_length = 0;
-};
-
 // Where distributions put what they strip off.
 bool has_file_of_its_own(std::string_view build_id) {
   constexpr std::size_t directory_digits = 2;
@@ -144,7 +123,7 @@ void write_module(MEM_REPORT_TEXT& out, const dl_find_object& module, std::strin
   auto const* const begin = static_cast<char const*>(module.dlfo_map_start);
   if (!mem_is_readable(reinterpret_cast<std::uintptr_t>(begin), mem_page_size)) return;
   const auto identity = MEM_ELF_IDENTITY::of_memory(begin, module.dlfo_link_map->l_addr);
-  const BUILD_ID build_id(identity);
+  const MEM_BUILD_ID_TEXT build_id(identity);
   char terminated[PATH_MAX + 1];
   terminated[path.copy(terminated, sizeof terminated - 1)] = '\0';
   out << "module\t" << module.dlfo_map_start << ' '

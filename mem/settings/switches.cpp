@@ -21,6 +21,7 @@ constexpr REPORT_ROW reports[] = {
     {MEM_TRACK_PER_LIBRARY, &mem_tracking_library_env_set},
     {MEM_TRACK_PER_FILELINE, &mem_tracking_fileline_env_set},
     {MEM_TRACK_AUXILIARY_TIMELINE, &mem_tracking_auxiliary_timeline_env_set},
+    {MEM_TRACK_CALL_PATHS, &mem_tracking_call_paths_env_set},
 };
 
 void note_reports(MEM_TRACKING_GRANULARITY bits) {
@@ -47,11 +48,11 @@ MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env() {
   MEM_TRACKING_GRANULARITY result = MEM_TRACK_NONE;
   if (profiles_another_executable()) return result;
   for (const MEM_SETTINGS_ROW& row : mem_settings) {
-    if (row.tracks == MEM_TRACK_NONE || (result & row.unless_on) != MEM_TRACK_NONE) continue;
+    if ((row.tracks & ~result) == MEM_TRACK_NONE || (result & row.unless_on) != MEM_TRACK_NONE)
+      continue;
     if (!mem_setting_is_on(row)) continue;
     note_reports(row.tracks);
     result = result | row.tracks;
-    if (result == MEM_TRACK_ALL) break;  // nothing is left to ask for
   }
   return result;
 }

@@ -87,8 +87,9 @@ MEM_BOOKKEEPING_STRING process_name() {
 // for one at a time.
 void write_all(MEM_REPORT_FIGURES& figures) {
   MEM_REPORT_PLACE everywhere = nullptr;
-  for (const auto write : {mem_write_site_reports, mem_write_auxiliary_report,
-                           mem_write_module_reports, mem_write_bin_reports}) {
+  for (const auto write :
+       {mem_write_site_reports, mem_write_call_path_report, mem_write_auxiliary_report,
+        mem_write_module_reports, mem_write_bin_reports}) {
     write(everywhere, figures);
     figures.forget();
   }
@@ -112,7 +113,7 @@ void stop_counting() {
 
 // Fast leak checking stays on: hosts ask for it after the end.
 void forget_what_was_tracked() {
-  mem_tracking_granularity.fetch_and(~std::uint32_t{MEM_TRACK_ALL});
+  mem_tracking_granularity.fetch_and(~std::uint32_t{MEM_TRACK_ALL | MEM_TRACK_CALL_PATHS});
   mem_forget_requested_reports();
 }
 

@@ -31,6 +31,7 @@ void show_flushed_peaks(MEM_REPORT_FIGURES& figures) {
   }
   if (!mem_flushed_peak_is_higher()) return;
   mem_show_flushed_peak(figures.sites());
+  if (figures.wanted().call_paths) figures.call_paths().show_flushed_peak();
   if (!figures.wanted().bins) return;
   for (MEM_BIN_FIGURES* bins : {&figures.bins(), &figures.tags()})
     for (MEM_BIN_FIGURES::ROW& row : bins->rows) row.peak = row.flushed_peak;
@@ -57,6 +58,7 @@ bool has_filtered_addresses(const MEM_SITE_SNAPSHOT& sites) {
 void write_reports(MEM_REPORT_PLACE place, MEM_REPORT_FIGURES& figures) {
   mem_write_run_report(place, figures.wanted(), nullptr);
   mem_write_site_reports(place, figures);
+  mem_write_call_path_report(place, figures);
   mem_write_auxiliary_report(place, figures);
   mem_write_module_reports(place, figures);
   mem_write_bin_reports(place, figures);

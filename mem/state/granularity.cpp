@@ -8,6 +8,7 @@ constinit std::atomic<bool> mem_tracking_fileline_env_set = false;
 constinit std::atomic<bool> mem_tracking_library_env_set = false;
 constinit std::atomic<bool> mem_tracking_per_bin_detailed_env_set = false;
 constinit std::atomic<bool> mem_tracking_auxiliary_timeline_env_set = false;
+constinit std::atomic<bool> mem_tracking_call_paths_env_set = false;
 
 void mem_forget_requested_reports() {
   for (std::atomic<bool>* const requested : mem_requested_reports) *requested = false;

@@ -2,6 +2,7 @@
 
 constinit thread_local bool mem_tbb_tracker_thread_local_block_recurse = false;
 constinit thread_local bool mem_block_me_bool = false;
+constinit thread_local void const* mem_last_block = nullptr;
 constinit thread_local MEM_THREAD_PLACE mem_thread_place = MEM_THREAD_PLACE::OUTSIDE;
 
 namespace {

@@ -24,6 +24,10 @@ enum class MEM_THREAD_PLACE : unsigned char {
 };
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local MEM_THREAD_PLACE mem_thread_place;
 
+/// The block that this thread allocated last, of those that have a call path; null when it has been
+/// released since.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local void const* mem_last_block;
+
 inline bool mem_thread_is_untracked() {
   return mem_tbb_tracker_thread_local_block_recurse || mem_block_me_bool;
 }

@@ -1,5 +1,6 @@
 #include "mem/tracker/accounting.h"
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 
@@ -9,15 +10,19 @@
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
+#include "mem/paths/path_stack.h"
 #include "mem/records/block_bins.h"
+#include "mem/records/call_path.h"
 #include "mem/records/counters.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/settings/call_path_settings.h"
 #include "mem/stack/site_walk.h"
 #include "mem/stack/unwinder.h"
 #include "mem/state/cat_mouse_lock.h"
 #include "mem/state/granularity.h"
+#include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
 #include "mem/state/tracker_state.h"
 #include "mem/timeline/module_timeline.h"
@@ -103,15 +108,25 @@ bool is_mismatched(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
          origin.thread != std::this_thread::get_id();
 }
 
+// Freed by its thread before that has allocated another one.
+bool is_temporary(const MEM_BLOCK_ORIGIN& origin, void const* ptr) {
+  if (mem_last_block != ptr || origin.thread != std::this_thread::get_id()) return false;
+  mem_last_block = nullptr;
+  return true;
+}
+
 // A block nobody remembers (from before tracking, or of an untracked thread) is credited to the
 // catch-all site, whose current figures can fall below zero.
-MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, std::uint32_t granularity,
-                                 std::size_t allocated) {
-  MEM_ADDRESS_TRACKER& site = origin.site != nullptr ? *origin.site : mem_catch_all_site();
+MEM_ADDRESS_TRACKER& credit_site(const MEM_BLOCK_ORIGIN& origin, void const* ptr,
+                                 std::uint32_t granularity, std::size_t allocated) {
+  MEM_ADDRESS_TRACKER* const known = origin.owner.site();
+  MEM_ADDRESS_TRACKER& site = known != nullptr ? *known : mem_catch_all_site();
   if ((granularity & MEM_MASK_CHARGE_SITE) != 0) {
+    MEM_CALL_PATH* const path = origin.owner.path();
     const MEM_RECORD_GUARDED guarded(site);
     mem_credit_block(site, allocated);
-    if (origin.site != nullptr && is_mismatched(origin, granularity, allocated))
+    if (path != nullptr) path->credit(allocated, is_temporary(origin, ptr));
+    if (known != nullptr && is_mismatched(origin, granularity, allocated))
       site.cumulative_mismatched_bytes += allocated;
   }
   return site;
@@ -128,8 +143,8 @@ struct ALLOCATION {
   bool has(std::uint32_t bits) const { return (granularity & bits) != 0; }
 };
 
-void charge_levels(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
-  mem_remember_block(event.block, site, event.has(MEM_TRACK_PER_FILELINE));
+void charge_levels(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site, MEM_BLOCK_OWNER owner) {
+  mem_remember_block(event.block, owner, event.has(MEM_MASK_NOTE_THREAD));
   if (!event.has(MEM_TRACK_PER_LIBRARY)) return;
   charge_module(site, event.requested, event.allocated);
   if (event.sample) mem_module_timeline->capture();
@@ -140,7 +155,17 @@ void charge_site(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
     const MEM_RECORD_GUARDED guarded(site);
     mem_charge_block(site, event.requested, event.allocated);
   }
-  charge_levels(event, site);
+  charge_levels(event, site, &site);
+}
+
+void charge_path(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site, MEM_CALL_PATH& path) {
+  {
+    const MEM_RECORD_GUARDED guarded(site);
+    mem_charge_block(site, event.requested, event.allocated);
+    path.charge(event.allocated);
+  }
+  mem_last_block = event.block;
+  charge_levels(event, site, &path);
 }
 
 void charge_beside_site(const ALLOCATION& event) {
@@ -168,6 +193,58 @@ CHARGED charge_in_lock(const ALLOCATION& event, const MEM_FRAMES& frames) {
   return CHARGED::YES;
 }
 
+void charge_without_path(const ALLOCATION& event, MEM_ADDRESS_TRACKER& site) {
+  mem_last_block = nullptr;
+  charge_site(event, site);
+}
+
+// The site of a whole stack, and its frame, which is the innermost one for the catch-all.
+// `for_good` where the next stack like it need not be looked at again. Null where tracking has
+// ended.
+MEM_ADDRESS_TRACKER* site_of(MEM_WHOLE_STACK& stack, int& frame, bool& for_good) {
+  const int last =
+      std::max(0, stack.innermost() + 1 - mem_short_trace_depth - mem_deep_trace_depth);
+  for_good = true;
+  for (frame = stack.innermost(); frame >= last; --frame) {
+    if (stack.is_looked_through(frame)) continue;
+    void const* address = stack.return_address(frame);
+    if (MEM_ADDRESS_TRACKER* const site = mem_site_of({&address, 1, false})) return site;
+    if (mem_tbb_tracking_ended) return nullptr;
+    for_good = false;
+  }
+  frame = stack.innermost();
+  return mem_site_of({nullptr, 0, true});
+}
+
+CHARGED charge_found_path(const ALLOCATION& event, MEM_PATH_STACK& stack, std::uint32_t bin) {
+  int frame = 0;
+  bool for_good = false;
+  MEM_ADDRESS_TRACKER* const site = site_of(stack.frames(), frame, for_good);
+  if (site == nullptr) return CHARGED::TRACKING_HAS_ENDED;
+  if (stack.has_more_of(frame)) return CHARGED::MORE_FRAMES;
+  MEM_CALL_PATH* const path = frame < 0 ? nullptr : stack.find_path(frame, *site, bin, for_good);
+  if (path != nullptr) [[likely]]
+    charge_path(event, *site, *path);
+  else
+    charge_without_path(event, *site);
+  return CHARGED::YES;
+}
+
+CHARGED charge_path_in_lock(const ALLOCATION& event, MEM_PATH_STACK& stack) {
+  const MEM_INSIDE_AS_MOUSE mouse;
+  if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
+  const std::uint32_t bin =
+      mem_call_paths_per_bin ? MEM_USER_MEMORY_TRACKER::get_current_pbin_id() : 0;
+  if (MEM_CALL_PATH* const path = stack.same_path(bin)) [[likely]] {
+    charge_path(event, *path->site.load(std::memory_order_relaxed), *path);
+  } else {
+    const CHARGED charged = charge_found_path(event, stack, bin);
+    if (charged != CHARGED::YES) return charged;
+  }
+  charge_beside_site(event);
+  return CHARGED::YES;
+}
+
 CHARGED charge_without_site(const ALLOCATION& event) {
   const MEM_INSIDE_AS_MOUSE mouse;
   if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
@@ -187,7 +264,7 @@ struct KNOWN_BLOCK {
     if ((granularity & MEM_MASK_FIND_SITE) != 0 || was_reset) origin = mem_take_block(ptr);
     if ((granularity & MEM_TRACK_PER_BIN_DETAILED) != 0 || was_reset)
       bins = mem_take_block_bins(ptr);
-    in_total = !was_reset || origin.site != nullptr || is_of_this_reset(bins);
+    in_total = !was_reset || origin.owner.site() != nullptr || is_of_this_reset(bins);
   }
 };
 
@@ -199,7 +276,7 @@ bool credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granul
   if (mem_tbb_tracking_ended) return false;
   const KNOWN_BLOCK block(ptr, granularity);
   if ((granularity & MEM_MASK_FIND_SITE) != 0) {
-    MEM_ADDRESS_TRACKER& site = credit_site(block.origin, granularity, allocated);
+    MEM_ADDRESS_TRACKER& site = credit_site(block.origin, ptr, granularity, allocated);
     if ((granularity & MEM_TRACK_PER_LIBRARY) != 0) {
       credit_module(site, allocated);
       if (sample) mem_module_timeline->capture();
@@ -213,6 +290,32 @@ bool credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granul
   if ((granularity & MEM_MASK_TOTAL) != 0 && block.in_total)
     mem_current_bytes.subtract(mem_thread_line(), bytes);
   return true;
+}
+
+// A capture begins with this function's frame, one before those that a walk of mem_track_alloc's
+// caller begins with.
+[[gnu::noinline]] CHARGED charge_with_path(const ALLOCATION& event,
+                                           const MEM_UNWIND_FRAME& caller) {
+  const MEM_OWN_PATH_STACK stack;
+  if (!stack) {
+    ++mem_blocks_beyond_call_paths;
+    MEM_SITE_WALK walk(caller);
+    CHARGED charged = CHARGED::MORE_FRAMES;
+    while (charged == CHARGED::MORE_FRAMES) charged = charge_in_lock(event, walk.next());
+    return charged;
+  }
+  if (mem_unwinder_walks_itself()) [[likely]] {
+    CHARGED charged = CHARGED::MORE_FRAMES;
+    while (charged == CHARGED::MORE_FRAMES) {
+      stack->walk(caller, MEM_STACK_TRACE_IGNORE_DEPTH - 2);
+      charged = charge_path_in_lock(event, *stack);
+    }
+    return charged;
+  }
+  const int wanted = mem_call_path_depth + mem_short_trace_depth + mem_deep_trace_depth;
+  stack->take_capture(mem_tbb_unwinder->capture(stack->capture_buffer(), wanted,
+                                                MEM_STACK_TRACE_IGNORE_DEPTH + 1, 0));
+  return charge_path_in_lock(event, *stack);
 }
 
 void finish_event(std::uint32_t granularity, bool sample, bool accounted) {
@@ -232,7 +335,9 @@ void finish_event(std::uint32_t granularity, bool sample, bool accounted) {
   const std::uint32_t granularity = mem_tracking_granularity;
   const ALLOCATION event = {ptr, requested, allocated, granularity, mem_count_event()};
   CHARGED charged = CHARGED::TRACKING_HAS_ENDED;
-  if (event.has(MEM_MASK_FIND_SITE)) {
+  if (event.has(MEM_TRACK_CALL_PATHS)) [[unlikely]] {
+    charged = charge_with_path(event, mem_caller_of(__builtin_frame_address(0)));
+  } else if (event.has(MEM_MASK_FIND_SITE)) {
     if (mem_unwinder_walks_itself()) [[likely]] {
       MEM_SITE_WALK walk(mem_caller_of(__builtin_frame_address(0)));
       do charged = charge_in_lock(event, walk.next());

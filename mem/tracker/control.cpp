@@ -1,12 +1,24 @@
 // Switching kinds of tracking on and off while the process runs.
+#include <stdexcept>
+
 #include "include/tuk_mem.h"
 #include "mem/records/block_bins.h"
+#include "mem/settings/call_path_settings.h"
 #include "mem/state/granularity.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/tracker_state.h"
 #include "mem/tracker/hooks.h"
 
 namespace {
+
+// Of a setting that is no number, the default holds: it was reported.
+void read_settings_of(MEM_TRACKING_GRANULARITY bits) {
+  if ((bits & MEM_TRACK_CALL_PATHS) == MEM_TRACK_NONE) return;
+  try {
+    mem_read_call_path_settings();
+  } catch (const std::logic_error&) {
+  }
+}
 
 // Whether anything is tracked now that was not at all before.
 bool starts_tracking(MEM_TRACKING_GRANULARITY bits) {
@@ -23,6 +35,7 @@ bool starts_tracking(MEM_TRACKING_GRANULARITY bits) {
 
 void mem_enable_tracking(MEM_TRACKING_GRANULARITY bits) {
   const MEM_THREAD_TRACKING_BLOCKED blocked;
+  read_settings_of(bits);
   if (starts_tracking(bits)) mem_say_if_nothing_is_hooked();
 }
 

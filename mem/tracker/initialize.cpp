@@ -10,6 +10,7 @@
 #include "mem/records/block_bins.h"
 #include "mem/records/module_map.h"
 #include "mem/records/site_map.h"
+#include "mem/settings/call_path_settings.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"
 #include "mem/state/tracker_state.h"
@@ -64,6 +65,7 @@ void mem_initialize_tbb_tracking(MEM_TRACKING_GRANULARITY granularity) {
   if (!inside || mem_tbb_tracker_inited) return;
   static_cast<void>(omp_get_num_procs());
   mem_read_snapshot_settings();
+  if ((granularity & MEM_TRACK_CALL_PATHS) != MEM_TRACK_NONE) mem_read_call_path_settings();
   mem_note_tracked_process();
   mem_create_parts(granularity);
   link_to_module(mem_catch_all_site());

@@ -8,6 +8,8 @@
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/output/report_directory.h"
+#include "mem/paths/call_paths.h"
+#include "mem/paths/path_stack.h"
 #include "mem/records/block_bins.h"
 #include "mem/records/live_blocks.h"
 #include "mem/records/module_map.h"
@@ -29,30 +31,15 @@
 namespace {
 
 constexpr const MEM_PART* parts[] = {
-    &mem_reserve_part,
-    &mem_granularity_part,
-    &mem_totals_part,
-    &mem_peaks_part,
-    &mem_site_map_part,
-    &mem_live_blocks_part,
-    &mem_module_map_part,
-    &mem_module_timeline_part,
-    &mem_auxiliary_timeline_part,
-    &mem_timeline_labels_part,
-    &mem_block_bins_part,
-    &mem_bin_counters_part,
-    &mem_tag_counters_part,
-    &mem_tag_snapshots_part,
-    &mem_bin_registries_part,
-    &mem_bin_labels_part,
-    &mem_unwinder_part,
-    &mem_looked_through_part,
-    &mem_symbolizer_part,
-    &mem_user_filters_part,
-    &mem_report_tag_part,
-    &mem_report_directory_part,
-    &mem_cat_mouse_lock_part,
-    &mem_snapshots_part,
+    &mem_reserve_part,         &mem_granularity_part,        &mem_totals_part,
+    &mem_peaks_part,           &mem_site_map_part,           &mem_call_paths_part,
+    &mem_path_stacks_part,     &mem_live_blocks_part,        &mem_module_map_part,
+    &mem_module_timeline_part, &mem_auxiliary_timeline_part, &mem_timeline_labels_part,
+    &mem_block_bins_part,      &mem_bin_counters_part,       &mem_tag_counters_part,
+    &mem_tag_snapshots_part,   &mem_bin_registries_part,     &mem_bin_labels_part,
+    &mem_unwinder_part,        &mem_looked_through_part,     &mem_symbolizer_part,
+    &mem_user_filters_part,    &mem_report_tag_part,         &mem_report_directory_part,
+    &mem_cat_mouse_lock_part,  &mem_snapshots_part,
 };
 
 }  // namespace

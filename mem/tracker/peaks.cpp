@@ -12,6 +12,7 @@
 #include "mem/bins/pbin_tracker_map.h"
 #include "mem/host/message.h"
 #include "mem/manager/statistics.h"
+#include "mem/paths/call_paths.h"
 #include "mem/records/site_map.h"
 #include "mem/settings/tuning.h"
 #include "mem/state/granularity.h"
@@ -69,6 +70,7 @@ void keep_current_as_peak() {
     site.peak_blocks = site.current_blocks;
     site.peak_bytes = site.current_bytes;
   });
+  mem_keep_current_call_paths_as_peak();
   mem_estimated_timeline_idx_at_peak = mem_estimated_timeline_idx.load();
 }
 
@@ -121,6 +123,7 @@ void flush_recorded_peak() {
   mem_pbin_tracker->flush_peak();
   mem_pbin_tag_tracker->flush_peak();
   flush_site_peaks();
+  mem_flush_call_path_peaks();
 }
 
 // False where nothing can be flushed: at the end, or inside the tracker.
@@ -224,6 +227,7 @@ void mem_restore_flushed_peak() {
   mem_pbin_tracker->restore_peak();
   mem_pbin_tag_tracker->restore_peak();
   restore_site_peaks();
+  mem_restore_call_path_peaks();
 }
 
 constinit const MEM_PART mem_peaks_part(

@@ -5,6 +5,7 @@
 
 #include "mem/base/host_thread.h"
 #include "mem/modules/module_watch.h"
+#include "mem/paths/call_paths.h"
 #include "mem/records/site_map.h"
 #include "mem/state/thread_flags.h"
 #include "mem/state/totals.h"
@@ -16,6 +17,7 @@ namespace {
 void retire_records(std::uintptr_t begin, std::uintptr_t end) {
   const MEM_TRACKER_VISIT visit;
   if (!visit || mem_tbb_tracking_ended || mem_address_tracker_map == nullptr) return;
+  mem_remove_call_paths(begin, end);
   const std::lock_guard trace(mem_trace_lock);
   mem_retire_sites(begin, end);
 }

@@ -90,6 +90,7 @@ void MEM_RULE_TABLE::note_looked_through(std::uintptr_t return_address) {
 
 void MEM_RULE_TABLE::forget_looked_through() {
   if (!m_noted.exchange(false, std::memory_order_relaxed)) return;
+  m_generation.fetch_add(1);
   for (SET& set : m_sets)
     for (PLACE& place : set)
       if ((place.load(std::memory_order_relaxed) & looked_through) != 0)

@@ -71,6 +71,9 @@ class MEM_RULE_TABLE {
   /// that module and not yet remembered is not remembered either.
   void forget(std::uintptr_t begin, std::uintptr_t end);
 
+  /// Another one whenever anything was forgotten: what follows from rules holds no longer.
+  unsigned generation() const { return m_generation.load(std::memory_order_relaxed); }
+
  private:
   using WORD = std::uint64_t;
   using PLACE = std::atomic<WORD>;
@@ -90,7 +93,7 @@ class MEM_RULE_TABLE {
   static void forget_rule(PLACE& place, WORD word);
 
   alignas(64) std::array<SET, set_count> m_sets{};
-  std::atomic<unsigned> m_generation{0};  // grows whenever rules are forgotten
+  std::atomic<unsigned> m_generation{0};  // grows whenever anything is forgotten
   std::atomic<unsigned> m_next_place{0};  // which of a full set gives way
   std::atomic<bool> m_noted{false};  // that a frame is looked through, since all were forgotten
 };
