@@ -15,6 +15,7 @@ preloading() { env -i PATH="$PATH" HOME="$PWD" LD_PRELOAD="$1" "${@:2}"; }
 on_tcmalloc() { preloading libtcmalloc.so.4 "$@"; }
 on_library() { preloading "libtcmalloc.so.4 $library" "$@"; }
 per_line() { on_library KORVANE_MEM_PROFILE_PER_FILELINE=1 "$@"; }
+call_paths() { per_line KORVANE_MEM_PROFILE_CALL_PATHS=1 "$@"; }
 over_glibc() { preloading "$library $malloc_library" "$@"; }
 per_bin() { on_library KORVANE_MEM_PROFILE_PER_BIN=1 "$@"; }
 on_heaptrack() { preloading "" heaptrack -o heaptrack "$@"; }
