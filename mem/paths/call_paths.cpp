@@ -10,6 +10,7 @@
 #include "mem/records/site_map.h"
 #include "mem/settings/call_path_settings.h"
 #include "mem/state/tracker_visit.h"
+#include "mem/unwind/whole_stack.h"
 
 constinit std::atomic<MEM_CALL_PATHS*> mem_call_paths = nullptr;
 constinit std::atomic<std::uint32_t> mem_call_paths_epoch{1};

@@ -9,7 +9,8 @@
 #include "mem/base/part.h"
 #include "mem/paths/path_frames.h"
 #include "mem/records/call_path.h"
-#include "mem/unwind/whole_stack.h"
+
+class MEM_WHOLE_STACK;
 
 /// A stack from its outermost frame to one frame. Numbered behind its caller.
 struct MEM_PATH_NODE {

@@ -12,10 +12,15 @@ namespace {
 
 constinit std::array<std::atomic<MEM_PATH_STACK*>, 1 + mem_most_own_lines> stacks{};
 
-using MEMORY = MEM_BOOKKEEPING_ALLOCATOR<MEM_PATH_STACK>;
+// A thread's own, with the stacks that it knows.
+struct OWN_STACK {
+  MEM_KNOWN_STACKS known;
+  MEM_PATH_STACK stack{&known};
+};
 
-MEM_PATH_STACK* make_stack() try {
-  return new (MEMORY().allocate(1)) MEM_PATH_STACK;
+template <class STACK, class... ARGUMENTS>
+STACK* make(ARGUMENTS... arguments) try {
+  return new (MEM_BOOKKEEPING_ALLOCATOR<STACK>().allocate(1)) STACK{arguments...};
 } catch (const std::bad_alloc&) {
   return nullptr;
 }
@@ -26,7 +31,13 @@ std::uint32_t bin_of(MEM_ADDRESS_TRACKER& site, std::uint32_t bin) {
 
 }  // namespace
 
-void MEM_PATH_STACK::walk(const MEM_UNWIND_FRAME& first, int skip) {
+void MEM_PATH_STACK::walk(const MEM_UNWIND_FRAME& first, int skip, std::uint32_t bin) {
+  m_skip = skip;
+  m_known_path = nullptr;
+  m_known_epoch = mem_call_paths_epoch.load(std::memory_order_relaxed);
+  if (m_known != nullptr && m_at_least == 0 && !std::exchange(m_wants_walk, false))
+    m_known_path = m_known->find(first, bin, m_known_epoch);
+  if (m_known_path != nullptr) return;
   m_walked_enough = m_at_least != 0;
   m_frames.walk(first, skip, mem_call_path_depth, std::exchange(m_at_least, 0));
   if (m_frames.unchanged() <= m_path_frame) m_path = nullptr;
@@ -48,10 +59,21 @@ bool MEM_PATH_STACK::is_path_of_stack() {
 }
 
 MEM_CALL_PATH* MEM_PATH_STACK::same_path(std::uint32_t bin) {
-  if (m_path == nullptr || m_path_bin != bin ||
-      m_epoch != mem_call_paths_epoch.load(std::memory_order_relaxed) || !is_path_of_stack())
+  const std::uint32_t epoch = mem_call_paths_epoch.load(std::memory_order_relaxed);
+  if (m_known_path != nullptr) return m_known_epoch == epoch ? m_known_path : nullptr;
+  if (m_path == nullptr || m_path_bin != bin || m_epoch != epoch || !is_path_of_stack())
     return nullptr;
+  make_known(bin);
   return m_path;
+}
+
+bool MEM_PATH_STACK::is_to_be_walked() {
+  m_wants_walk = m_known_path != nullptr;
+  return m_wants_walk;
+}
+
+void MEM_PATH_STACK::make_known(std::uint32_t bin) {
+  if (m_known != nullptr) m_known->remember(m_frames, m_skip, m_path, bin, m_epoch);
 }
 
 // What was noted of other paths, or of the same frames in paths that begin further in or out, is
@@ -75,6 +97,7 @@ MEM_CALL_PATH* MEM_PATH_STACK::find_path(int site_frame, MEM_ADDRESS_TRACKER& si
     m_path = path;
     m_path_frame = site_frame;
     m_path_bin = bin;
+    if (path != nullptr) make_known(bin);
   }
   return path;
 }
@@ -93,12 +116,17 @@ MEM_OWN_PATH_STACK::MEM_OWN_PATH_STACK() {
   m_stack = m_is_for_now ? nullptr : own.load(std::memory_order_relaxed);
   if (m_stack != nullptr) [[likely]]
     return;
-  m_stack = make_stack();
-  if (!m_is_for_now) own = m_stack;
+  if (m_is_for_now) {
+    m_stack = make<MEM_PATH_STACK>(static_cast<MEM_KNOWN_STACKS*>(nullptr));
+  } else if (OWN_STACK* const made = make<OWN_STACK>()) {
+    m_stack = &made->stack;
+    own = m_stack;
+  }
 }
 
 MEM_OWN_PATH_STACK::~MEM_OWN_PATH_STACK() {
-  if (m_is_for_now && m_stack != nullptr) MEMORY().deallocate(m_stack, 1);
+  if (m_is_for_now && m_stack != nullptr)
+    MEM_BOOKKEEPING_ALLOCATOR<MEM_PATH_STACK>().deallocate(m_stack, 1);
 }
 
 constinit const MEM_PART mem_path_stacks_part(

@@ -2,15 +2,20 @@
 #pragma once
 
 #include "mem/paths/call_paths.h"
+#include "mem/paths/known_stacks.h"
 #include "mem/state/thread_line.h"
 #include "mem/unwind/whole_stack.h"
 
 /// A whole stack, walked outside the tracker's lock, and what was found of it inside.
 class MEM_PATH_STACK {
  public:
-  /// As the stack's own, `skip` frames behind `first`'s callee. A second walk of the same stack is
+  /// Without `known` stacks every one is walked.
+  explicit MEM_PATH_STACK(MEM_KNOWN_STACKS* known) : m_known(known) {}
+
+  /// As the stack's own, of which `first` and the next ones, `skip` together, are not of interest;
+  /// no frames where the stack is known to be that of a path. A second walk of the same stack is
   /// for more frames.
-  void walk(const MEM_UNWIND_FRAME& first, int skip);
+  void walk(const MEM_UNWIND_FRAME& first, int skip, std::uint32_t bin);
   void const** capture_buffer() { return m_frames.capture_buffer(); }
   void take_capture(int count);
 
@@ -23,15 +28,23 @@ class MEM_PATH_STACK {
   /// be taken for the `same_path` later?
   MEM_CALL_PATH* find_path(int site_frame, MEM_ADDRESS_TRACKER& site, std::uint32_t bin,
                            bool for_good);
+  /// Whether the stack was not walked since it is known, but not for this epoch. It will be.
+  bool is_to_be_walked();
   /// Whether another walk is needed, since the stack goes on beyond what has been walked of a path
   /// that begins at this frame. That one walks enough.
   bool has_more_of(int site_frame);
 
  private:
   bool is_path_of_stack();
+  void make_known(std::uint32_t bin);
   void take_notes_of(int outermost);
 
   MEM_WHOLE_STACK m_frames;
+  MEM_KNOWN_STACKS* m_known;
+  MEM_CALL_PATH* m_known_path = nullptr;
+  std::uint32_t m_known_epoch = 0;
+  bool m_wants_walk = false;
+  int m_skip = 0;
   int m_at_least = 0;            // so many frames the next walk is to have
   bool m_walked_enough = false;  // the last one was for as many as were wanted
   MEM_CALL_PATH* m_path = nullptr;

@@ -230,13 +230,13 @@ CHARGED charge_found_path(const ALLOCATION& event, MEM_PATH_STACK& stack, std::u
   return CHARGED::YES;
 }
 
-CHARGED charge_path_in_lock(const ALLOCATION& event, MEM_PATH_STACK& stack) {
+CHARGED charge_path_in_lock(const ALLOCATION& event, MEM_PATH_STACK& stack, std::uint32_t bin) {
   const MEM_INSIDE_AS_MOUSE mouse;
   if (mem_tbb_tracking_ended) return CHARGED::TRACKING_HAS_ENDED;
-  const std::uint32_t bin =
-      mem_call_paths_per_bin ? MEM_USER_MEMORY_TRACKER::get_current_pbin_id() : 0;
   if (MEM_CALL_PATH* const path = stack.same_path(bin)) [[likely]] {
     charge_path(event, *path->site.load(std::memory_order_relaxed), *path);
+  } else if (stack.is_to_be_walked()) {
+    return CHARGED::MORE_FRAMES;
   } else {
     const CHARGED charged = charge_found_path(event, stack, bin);
     if (charged != CHARGED::YES) return charged;
@@ -292,6 +292,12 @@ bool credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granul
   return true;
 }
 
+// Outside the tracker's lock, where the registries may end.
+std::uint32_t current_bin() {
+  const MEM_USER_MEMORY_TRACKER::IN_USE in_use;
+  return MEM_USER_MEMORY_TRACKER::get_current_pbin_id();
+}
+
 // A capture begins with this function's frame, one before those that a walk of mem_track_alloc's
 // caller begins with.
 [[gnu::noinline]] CHARGED charge_with_path(const ALLOCATION& event,
@@ -304,18 +310,19 @@ bool credit_in_lock(void const* ptr, std::size_t allocated, std::uint32_t granul
     while (charged == CHARGED::MORE_FRAMES) charged = charge_in_lock(event, walk.next());
     return charged;
   }
+  const std::uint32_t bin = mem_call_paths_per_bin ? current_bin() : 0;
   if (mem_unwinder_walks_itself()) [[likely]] {
     CHARGED charged = CHARGED::MORE_FRAMES;
     while (charged == CHARGED::MORE_FRAMES) {
-      stack->walk(caller, MEM_STACK_TRACE_IGNORE_DEPTH - 2);
-      charged = charge_path_in_lock(event, *stack);
+      stack->walk(caller, MEM_STACK_TRACE_IGNORE_DEPTH - 2, bin);
+      charged = charge_path_in_lock(event, *stack, bin);
     }
     return charged;
   }
   const int wanted = mem_call_path_depth + mem_short_trace_depth + mem_deep_trace_depth;
   stack->take_capture(mem_tbb_unwinder->capture(stack->capture_buffer(), wanted,
                                                 MEM_STACK_TRACE_IGNORE_DEPTH + 1, 0));
-  return charge_path_in_lock(event, *stack);
+  return charge_path_in_lock(event, *stack, bin);
 }
 
 void finish_event(std::uint32_t granularity, bool sample, bool accounted) {

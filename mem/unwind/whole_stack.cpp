@@ -78,11 +78,9 @@ void MEM_WHOLE_STACK::push(const STEP& step, bool is_end) {
   } else {
     FRAME& outer = m_frames[m_count - 1];
     depends = depends || (saved == 0 && outer.depends_on_frame_pointer);
-    outer.check_return_address();
-    if (saved != 0 && outer.depends_on_frame_pointer) {
-      outer.checked_slot = outer.stack_pointer - saved;
-      outer.checked_value = outer.frame_pointer;
-    }
+    outer.check = saved != 0 && outer.depends_on_frame_pointer
+                      ? CHECK{outer.stack_pointer - saved, outer.frame_pointer}
+                      : outer.return_address();
   }
   push_address(step.walk.behind_call);
   FRAME& frame = m_frames[m_count - 1];
@@ -91,7 +89,7 @@ void MEM_WHOLE_STACK::push(const STEP& step, bool is_end) {
   frame.is_interrupted = step.walk.is_interrupted();
   frame.is_looked_through = step.rule.is_looked_through() && !frame.is_interrupted;
   frame.depends_on_frame_pointer = depends;
-  frame.check_return_address();
+  frame.check = frame.return_address();
 }
 
 void MEM_WHOLE_STACK::push_address(std::uintptr_t address) {
@@ -149,6 +147,17 @@ bool MEM_WHOLE_STACK::is_looked_through(int frame) {
   if (!known.is_looked_through && !known.is_interrupted)
     known.is_looked_through = mem_unwind_rules.at(known.address).is_looked_through();
   return known.is_looked_through;
+}
+
+int MEM_WHOLE_STACK::checks(CHECK* checks, int most) const {
+  int count = 0;
+  for (int frame = m_count - 2; frame >= 0; --frame) {
+    if (count + 2 > most) return 0;
+    checks[count++] = m_frames[frame].return_address();
+    if (m_frames[frame].check.slot != checks[count - 1].slot)
+      checks[count++] = m_frames[frame].check;
+  }
+  return count;
 }
 
 std::uint64_t MEM_WHOLE_STACK::digest(int outermost, int innermost) const {

@@ -24,6 +24,14 @@ class MEM_WHOLE_STACK {
   /// make the next walk a whole one.
   static constexpr int frames_to_spare = 32;
 
+  /// A word of the stack that leads outward.
+  struct CHECK {
+    std::uintptr_t slot;
+    std::uintptr_t value;
+
+    bool holds() const { return mem_load_word(slot) == value; }
+  };
+
   MEM_WHOLE_STACK() : m_count(0) {}
 
   /// Walks from `first` outward; it and the next ones, `skip` together, are not of interest. At
@@ -56,6 +64,19 @@ class MEM_WHOLE_STACK {
   /// it is forgotten when one of them changes.
   std::uint32_t& note(int frame) { return m_frames[frame].note; }
 
+  /// Whether the stack is the same whenever the innermost frame's return address and stack pointer
+  /// are, with the frame pointer if that is needed, all `checks` hold, and neither the rules'
+  /// generation nor the end of the thread's own stack is another.
+  bool is_told_by_checks() const { return m_remembered > 0; }
+  bool needs_frame_pointer() const { return m_frames[m_count - 1].depends_on_frame_pointer; }
+  std::uintptr_t frame_pointer() const { return m_frames[m_count - 1].frame_pointer; }
+  unsigned generation() const { return m_generation; }
+  std::uintptr_t stack_end() const { return m_stack_end; }
+  /// From the innermost outward; how many, 0 where they are more than `most`.
+  int checks(CHECK* checks, int most) const;
+
+  std::uintptr_t stack_pointer(int frame) const { return m_frames[frame].stack_pointer; }
+
   /// A digest of the behind_call of a stretch of frames, in a moment.
   std::uint64_t digest(int outermost, int innermost) const;
 
@@ -66,8 +87,7 @@ class MEM_WHOLE_STACK {
     std::uintptr_t frame_pointer;
     // Another word that has to hold: where this frame's frame pointer was saved, if anything
     // outward depends on it, else the return address again.
-    std::uintptr_t checked_slot;
-    std::uintptr_t checked_value;
+    CHECK check;
     std::uint64_t digest;  // of all frames from the outermost one to this
     std::uint32_t note;
     bool is_interrupted;
@@ -77,16 +97,13 @@ class MEM_WHOLE_STACK {
     // What lies below the thread's stack pointer is not looked at.
     bool holds(std::uintptr_t own_stack_pointer) const {
       return stack_pointer > own_stack_pointer && mem_load_word(stack_pointer - 8) == address &&
-             checked_slot >= own_stack_pointer && mem_load_word(checked_slot) == checked_value;
+             check.slot >= own_stack_pointer && check.holds();
     }
     bool is_where(const MEM_WALK& walk) const {
       return stack_pointer == walk.stack_pointer && address == walk.behind_call &&
              (!depends_on_frame_pointer || frame_pointer == walk.frame_pointer);
     }
-    void check_return_address() {
-      checked_slot = stack_pointer - 8;
-      checked_value = address;
-    }
+    CHECK return_address() const { return {stack_pointer - 8, address}; }
   };
   struct STEP {
     MEM_WALK walk;
