@@ -149,17 +149,6 @@ bool MEM_WHOLE_STACK::is_looked_through(int frame) {
   return known.is_looked_through;
 }
 
-int MEM_WHOLE_STACK::checks(CHECK* checks, int most) const {
-  int count = 0;
-  for (int frame = m_count - 2; frame >= 0; --frame) {
-    if (count + 2 > most) return 0;
-    checks[count++] = m_frames[frame].return_address();
-    if (m_frames[frame].check.slot != checks[count - 1].slot)
-      checks[count++] = m_frames[frame].check;
-  }
-  return count;
-}
-
 std::uint64_t MEM_WHOLE_STACK::digest(int outermost, int innermost) const {
   const std::uint64_t digest = m_frames[innermost].digest;
   if (outermost == 0) return digest;

@@ -72,8 +72,14 @@ class MEM_WHOLE_STACK {
   std::uintptr_t frame_pointer() const { return m_frames[m_count - 1].frame_pointer; }
   unsigned generation() const { return m_generation; }
   std::uintptr_t stack_end() const { return m_stack_end; }
-  /// From the innermost outward; how many, 0 where they are more than `most`.
-  int checks(CHECK* checks, int most) const;
+  template <class VISIT>
+  void for_each_check(VISIT visit) const {
+    for (int frame = m_count - 2; frame >= 0; --frame) {
+      const FRAME& known = m_frames[static_cast<std::size_t>(frame)];
+      visit(known.return_address());
+      if (known.check.slot != known.return_address().slot) visit(known.check);
+    }
+  }
 
   std::uintptr_t stack_pointer(int frame) const { return m_frames[frame].stack_pointer; }
 

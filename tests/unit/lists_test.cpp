@@ -46,7 +46,7 @@ TEST(TheTable, KnowsEverySwitchThatIsWrittenAbout) {
   for (char const* file :
        {"include/tuk_mem.h", "README.md", "docs/profiling.md", "docs/settings.md",
         "docs/command.md", "docs/symbols.md", "docs/reports.md", "docs/toolbox.md",
-        "docs/stress.md", "docs/benchmarks.md"})
+        "docs/stress.md", "docs/benchmarks.md", "docs/call_paths.md"})
     for (char const* pattern : {"(KORVANE_MEM_[A-Z_]+)", "[Ss]ettings? [`\"]+([a-z0-9_]+)"})
       written.merge(names_in(source_file(file), pattern));
   EXPECT_GT(written.size(), 15U);

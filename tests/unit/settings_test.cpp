@@ -20,6 +20,7 @@ constexpr std::pair<const char*, std::uint32_t> switches[] = {
     {"KORVANE_MEM_PROFILE_ALL=no", 95},
     {"KORVANE_MEM_PROFILE_ALL=0 mem_profile_all=off", 0},
     {"KORVANE_MEM_PROFILE_ALL= mem_profile_all=on", 95},
+    {"KORVANE_MEM_PROFILE_ALL=1 KORVANE_MEM_PROFILE_CALL_PATHS=1 mem_check_leaks_fast=on", 223},
     {"KORVANE_MEM_PROFILE_PER_BIN=1 KORVANE_MEM_PROFILE_BIN_TAG_PLOT=1", 3},
     {"mem_track_user_memory=on", 1},
     {"KORVANE_MEM_PROFILE_PER_LIBRARY=0 mem_profile_per_library=on", 4},
