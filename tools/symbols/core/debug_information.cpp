@@ -120,11 +120,14 @@ void DEBUG_INFORMATION::index_units() {
 // range. The table of ranges beside them, where there is one, and at last the functions do.
 void DEBUG_INFORMATION::index_hidden_ranges() {
   for (const std::uint32_t number : m_without_ranges) {
-    tables_of(m_units[number])
-        .scopes.map()
+    UNIT& unit = m_units[number];
+    TABLES& tables = tables_of(unit);
+    const std::size_t bytes = tables.bytes();
+    tables.scopes.whole_map(inner_die_of(unit))
         .for_each([&](std::uint64_t low, std::uint64_t high, std::uint32_t) {
           m_hidden_index.add(low, high, number);
         });
+    m_bytes_of_tables += tables.bytes() - bytes;
   }
   index_table_of_ranges();
   m_hidden_index.finish();
@@ -172,7 +175,7 @@ Dwarf_Die DEBUG_INFORMATION::inner_die_of(const UNIT& unit) const {
   return is_split ? inner : die;
 }
 
-const DEBUG_INFORMATION::TABLES& DEBUG_INFORMATION::tables_of(UNIT& unit) {
+DEBUG_INFORMATION::TABLES& DEBUG_INFORMATION::tables_of(UNIT& unit) {
   if (!unit.tables) {
     begin_anew_when_grown();
     while (m_bytes_of_tables > most_bytes_of_tables) drop_oldest_tables();
@@ -207,16 +210,24 @@ std::optional<SOURCE> DEBUG_INFORMATION::find(std::uint64_t address) {
   const auto number = unit_at(address);
   if (!number) return std::nullopt;
   UNIT& unit = m_units[*number];
-  const TABLES& tables = tables_of(unit);
+  TABLES& tables = tables_of(unit);
   SOURCE source;
   if (const LINE_TABLE::ROW* row = tables.lines.find(address)) {
     source.file = tables.lines.file_name(row->file);
     source.line = row->line;
   }
-  auto scope = tables.scopes.find(address).value_or(SCOPES::none);
+  auto scope = scope_at(unit, tables, address);
   for (; scope != SCOPES::none; scope = tables.scopes[scope].outer)
     source.functions.push_back(function_of(unit, tables, scope));
   return source;
+}
+
+// The tables may grow by what is read of a function.
+std::uint32_t DEBUG_INFORMATION::scope_at(const UNIT& unit, TABLES& tables, std::uint64_t address) {
+  const std::size_t bytes = tables.bytes();
+  const auto scope = tables.scopes.find(inner_die_of(unit), address);
+  m_bytes_of_tables += tables.bytes() - bytes;
+  return scope.value_or(SCOPES::none);
 }
 
 SOURCE_FUNCTION DEBUG_INFORMATION::function_of(const UNIT& unit, const TABLES& tables,

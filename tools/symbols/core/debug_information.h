@@ -62,7 +62,8 @@ class DEBUG_INFORMATION {
   void index_hidden_ranges();
   void index_table_of_ranges();
   std::optional<std::uint32_t> unit_at(std::uint64_t address);
-  const TABLES& tables_of(UNIT& unit);
+  TABLES& tables_of(UNIT& unit);
+  std::uint32_t scope_at(const UNIT& unit, TABLES& tables, std::uint64_t address);
   std::unique_ptr<TABLES> read(const UNIT& unit) const;
   void drop_oldest_tables();
   Dwarf_Die die_of(const UNIT& unit) const;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/symbols/core/range_map.h"
@@ -24,29 +25,39 @@ class SCOPES {
   };
 
   SCOPES() = default;
-  /// Those that are inside the DIE of a unit, a split one's own.
+  /// Those that are inside the DIE of a unit, a split one's own. What is inside of a function is
+  /// read when it is asked for: most never are, and most of a unit is inside of functions.
   explicit SCOPES(Dwarf_Die unit);
 
-  /// The innermost scope at an address, as the debug information counts it.
-  std::optional<std::uint32_t> find(std::uint64_t address) const { return m_map.find(address); }
-  const RANGE_MAP& map() const { return m_map; }
+  /// The innermost scope at an address, as the debug information counts it. `unit` is the one that
+  /// this was made of, which may be open anew. Numbers hold until the next question.
+  std::optional<std::uint32_t> find(Dwarf_Die unit, std::uint64_t address);
+  /// Where there is code of any scope.
+  const RANGE_MAP& whole_map(Dwarf_Die unit);
   const SCOPE& operator[](std::uint32_t number) const { return m_scopes[number]; }
-  std::size_t bytes() const { return m_scopes.capacity() * sizeof(SCOPE) + m_map.bytes(); }
+  std::size_t bytes() const { return m_scopes.capacity() * sizeof(SCOPE) + m_bytes_of_maps; }
 
  private:
   struct PLACE {
-    std::uint32_t outer;  // the innermost scope around
-    int depth;
-    bool is_function;  // inside of one, be it with code or without
+    std::uint32_t outer = none;  // the innermost scope around
+    int depth = 0;
+    bool is_function = false;  // inside of one, be it with code or without
+    bool enters_functions = false;
   };
-  void add_children(Dwarf_Die& parent, PLACE place);
-  void add(Dwarf_Die& die, PLACE place);
-  std::uint32_t add_scope(Dwarf_Die& die, std::uint32_t outer);
+  void read_whole(Dwarf_Die unit);
+  const RANGE_MAP& inside_of(Dwarf_Die unit, std::uint32_t function);
+  void finish(RANGE_MAP& map);
+  void add_children(RANGE_MAP& map, Dwarf_Die& parent, PLACE place);
+  void add(RANGE_MAP& map, Dwarf_Die& die, PLACE place);
+  std::uint32_t add_scope(RANGE_MAP& map, Dwarf_Die& die, std::uint32_t outer);
 
   Dwarf_Off m_unit = 0;
   bool m_types_may_hold_code = false;
+  bool m_is_whole = false;
   std::vector<SCOPE> m_scopes;
-  RANGE_MAP m_map;
+  RANGE_MAP m_map;  // of functions that are inside of none, or of everything
+  std::unordered_map<std::uint32_t, RANGE_MAP> m_insides;  // of those asked about
+  std::size_t m_bytes_of_maps = 0;
 };
 
 }  // namespace symbols
