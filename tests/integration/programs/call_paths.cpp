@@ -139,10 +139,9 @@ void print_books() {
 }
 [[gnu::noipa]] void other_way(int times) {
   ENTER;
-  volatile char room[256];
-  room[0] = 0;
+  volatile char room[256] = {};
   for (int time = 0; time < times; ++time) {
-    helper(60);
+    helper(60 + room[0]);
     one_way();
   }
 }
