@@ -67,7 +67,7 @@ class MEM_NUMBERED {
     std::uint32_t index;
     explicit PLACE(std::uint32_t number) {
       const std::uint32_t shifted = number - 1 + (1U << first_bits);
-      stretch = static_cast<std::size_t>(std::bit_width(shifted)) - first_bits - 1;
+      stretch = static_cast<std::size_t>(std::bit_width((shifted >> first_bits) | 1)) - 1;
       index = shifted - (1U << (stretch + first_bits));
     }
   };

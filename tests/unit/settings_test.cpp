@@ -62,14 +62,15 @@ TEST(Granularity, AsksTheHostInOrderAndForNothingThatIsDecided) {
   EXPECT_EQ(asked,
             "mem_profile_all mem_profile_per_bin mem_track_user_memory "
             "mem_profile_per_bin_detailed mem_profile_per_library mem_profile_per_fileline "
-            "mem_check_leaks mem_check_leaks_fast mem_profile_auxiliary_timeline ");
+            "mem_check_leaks mem_check_leaks_fast mem_profile_auxiliary_timeline "
+            "mem_profile_call_paths ");
   asked.clear();
   setenv("KORVANE_MEM_CHECK_LEAKS", "1", 1);
   setenv("KORVANE_MEM_PROFILE_PER_BIN", "1", 1);
   mem_get_tracking_granularity_from_env();
   EXPECT_EQ(asked,
             "mem_profile_all mem_profile_per_bin_detailed mem_profile_per_library "
-            "mem_profile_per_fileline mem_profile_auxiliary_timeline ");
+            "mem_profile_per_fileline mem_profile_auxiliary_timeline mem_profile_call_paths ");
 }
 
 TEST(Initialisation, ThatComesTooLateSaysSo) {
