@@ -18,6 +18,20 @@ void expect_whole(const std::optional<reports::TIMELINE>& timeline) {
   if (samples != timeline->samples) std::abort();
 }
 
+// Whoever walks a path relies on its numbers.
+void expect_whole(const reports::CALL_PATHS& paths) {
+  for (const auto& frame : paths.frames)
+    if (frame.module > paths.modules.size()) std::abort();
+  for (std::size_t i = 0; i < paths.callers.size(); ++i) {
+    const auto& [caller, frame] = paths.callers[i];
+    if (caller > i || frame == 0 || frame > paths.frames.size()) std::abort();
+  }
+  for (const auto& path : paths.paths)
+    if (path.caller > paths.callers.size() || path.site == 0 || path.site > paths.sites.size() ||
+        path.bin > paths.bins.size())
+      std::abort();
+}
+
 }  // namespace
 
 // The first byte chooses the kind, beyond the last the one that the text itself tells.
@@ -37,6 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   for (const auto* timeline : {&process.module_bytes, &process.module_blocks, &process.tag_bytes})
     expect_whole(*timeline);
+  if (process.call_paths) expect_whole(*process.call_paths);
   process.highest_bytes();
   using reports::BY;
   for (const BY by :

@@ -22,6 +22,7 @@ enum FIGURE : std::size_t {
   MAX_BLOCKS,
   PEAK_BLOCKS,
   CUMULATIVE_BLOCKS,
+  TEMPORARY_BLOCKS,  ///< freed before their thread's next allocation
   FIGURE_COUNT
 };
 
@@ -44,6 +45,7 @@ inline constexpr std::array<FIGURE_COLUMN, FIGURE_COUNT> figure_columns = {{
     {"max_blocks", "Max blocks", "MAX#", false},
     {"peak_blocks", "Peak blocks", "PEAK#", false},
     {"cumulative_blocks", "Cumulative blocks", "TOTAL#", false},
+    {"temporary_blocks", "Temporary blocks", "TEMPORARY#", false},
 }};
 
 /// Which figures a report has; the others are 0.

@@ -48,6 +48,7 @@ const std::vector<REPORT_KIND> report_kinds = {
     {"mem_tbb_pbin_tag_timeline_detailed.", detailed, read_tag_bytes, has_nothing},
     {"mem_tbb_pbin_tag_timeline.", timeline, read_tag_bytes, has<&PROCESS::tag_bytes>},
     {"mem_tbb_auxiliary_timeline.", "MEM: TBB Auxiliary Timeline", read_auxiliary, has_nothing},
+    {"mem_tbb_call_paths.", "Call paths\t", read_call_paths, has_nothing},
     // The bytes are in the twins above.
     {"mem_tbb_pbin_stats_mb.", "Memory Tracking - Profile Bin Stats (MiB)", nullptr, has_nothing},
     {"mem_tbb_pbin_tag_stats_mb.", "Memory Tracking - Profile Tag Stats (MiB)", nullptr,

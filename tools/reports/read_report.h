@@ -41,6 +41,7 @@ void read_modules(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_base_addresses(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_bins(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_tags(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
+void read_call_paths(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_leaks(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_leak_summaries(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);
 void read_module_bytes(LINE_READER&, std::string_view first_line, PROCESS&, TEXTS&);

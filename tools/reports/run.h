@@ -9,7 +9,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "tools/reports/call_paths.h"
 #include "tools/reports/figures.h"
+#include "tools/reports/site.h"
 
 namespace reports {
 
@@ -21,21 +23,6 @@ class TEXTS {
 
  private:
   std::unordered_set<std::string> m_texts;
-};
-
-/// An allocation site: one address.
-struct SITE {
-  std::uint64_t address = 0;
-  bool is_catch_all = false;  ///< blocks of no site: the row OTHER
-  std::string_view module;
-  std::string_view file;
-  std::uint32_t line = 0;
-  std::string_view function;
-  FIGURES figures;
-
-  /// Whether blocks of it are live. The catch-all may be below zero, by releases of blocks from
-  /// before tracking, which makes up for nothing.
-  bool is_live() const { return figures[CURRENT_BLOCKS] > 0; }
 };
 
 /// A module, profile bin or tag.
@@ -140,6 +127,7 @@ struct PROCESS {
   std::optional<TIMELINE> module_blocks;  ///< allocated by then
   std::optional<TIMELINE> tag_bytes;
   std::optional<AUXILIARY> auxiliary;
+  std::optional<CALL_PATHS> call_paths;
   std::vector<SNAPSHOT> snapshots;  ///< beside the reports, by number
 
   /// The sites, of the leak report where there is no other; null without either.
