@@ -4,7 +4,6 @@
 #include <array>
 #include <map>
 #include <string>
-#include <tuple>
 
 #include "tools/reports/line_reader.h"
 
@@ -21,22 +20,9 @@ const std::optional<TABLE<NAMED_ROW>>& named_rows(const PROCESS& process, BY by)
   return by == BY::MODULE ? process.modules : none;
 }
 
-// What makes two sites, or named rows, one.
-using KEY = std::tuple<std::string_view, std::string_view, std::string_view, std::uint32_t>;
-
 // A file of that name stands for none.
 bool is_known_file(std::string_view file) {
   return !file.empty() && file != "Unknown" && file != "??";
-}
-
-KEY key_of(const SITE& site, BY by) {
-  if (site.is_catch_all) return {other_name, {}, {}, 0};
-  if (by == BY::MODULE) return {site.module, {}, {}, 0};
-  if (by == BY::LINE_OF_FUNCTION || !is_known_file(site.file))
-    return {site.module, site.file, by == BY::FILE ? std::string_view() : site.function,
-            by == BY::LINE || by == BY::LINE_OF_FUNCTION ? site.line : 0};
-  if (by == BY::FUNCTION) return {{}, site.file, site.function, 0};
-  return {{}, site.file, {}, by == BY::LINE ? site.line : 0};
 }
 
 class GROUPING {
@@ -46,7 +32,7 @@ class GROUPING {
   void add_sites(const TABLE<SITE>& table) {
     know(table.known);
     for (const SITE& site : table.rows) {
-      GROUP& group = group_of(key_of(site, m_groups.by));
+      GROUP& group = group_of(row_key_of(site, m_groups.by));
       add(group, site.figures);
       group.sites.push_back(&site);
     }
@@ -84,7 +70,7 @@ class GROUPING {
     m_has_report = true;
   }
 
-  GROUP& group_of(const KEY& key) {
+  GROUP& group_of(const ROW_KEY& key) {
     const auto [found, is_new] = m_index.emplace(key, m_groups.rows.size());
     if (is_new) m_groups.rows.emplace_back();
     return m_groups.rows[found->second];
@@ -117,7 +103,7 @@ class GROUPING {
   }
 
   GROUPS m_groups;
-  std::map<KEY, std::size_t> m_index;
+  std::map<ROW_KEY, std::size_t> m_index;
   bool m_has_report = false;
 };
 
@@ -130,6 +116,16 @@ class GROUPING {
 }
 
 }  // namespace
+
+ROW_KEY row_key_of(const PLACE& place, BY by) {
+  if (place.is_catch_all) return {other_name, {}, {}, 0};
+  if (by == BY::MODULE) return {place.module, {}, {}, 0};
+  if (by == BY::LINE_OF_FUNCTION || !is_known_file(place.file))
+    return {place.module, place.file, by == BY::FILE ? std::string_view() : place.function,
+            by == BY::LINE || by == BY::LINE_OF_FUNCTION ? place.line : 0};
+  if (by == BY::FUNCTION) return {{}, place.file, place.function, 0};
+  return {{}, place.file, {}, by == BY::LINE ? place.line : 0};
+}
 
 bool GROUP::is_of_several(std::string_view SITE::*text) const {
   return std::any_of(sites.begin(), sites.end(),

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "tools/reports/run.h"
@@ -21,6 +22,11 @@ enum class BY {
 
 /// The catch-all, of no line, function, file or module.
 inline constexpr std::string_view other_name = "OTHER";
+
+/// What makes two places one row: module, file, function and line, those that matter. Not by bin or
+/// tag.
+using ROW_KEY = std::tuple<std::string_view, std::string_view, std::string_view, std::uint32_t>;
+ROW_KEY row_key_of(const PLACE& place, BY by);
 
 /// The texts are those of the run.
 struct GROUP {

@@ -14,6 +14,7 @@ struct PLACE {
   std::string_view file;
   std::uint32_t line = 0;
   std::string_view function;
+  bool is_catch_all = false;  ///< blocks of no site: the row OTHER
 
   bool operator==(const PLACE&) const = default;
 };
@@ -21,7 +22,6 @@ struct PLACE {
 /// An allocation site: one address.
 struct SITE : PLACE {
   std::uint64_t address = 0;
-  bool is_catch_all = false;  ///< blocks of no site: the row OTHER
   FIGURES figures;
 
   /// Whether blocks of it are live. The catch-all may be below zero, by releases of blocks from
