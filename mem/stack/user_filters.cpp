@@ -1,12 +1,12 @@
 #include "mem/stack/user_filters.h"
 
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "include/tuk_mem.h"
 #include "mem/base/static_storage.h"
 #include "mem/host/settings.h"
+#include "mem/stack/frame_filters.h"
 
 constinit MEM_USER_FILTERS* mem_user_filters_modules = nullptr;
 constinit MEM_USER_FILTERS* mem_user_filters_functions = nullptr;
@@ -25,25 +25,17 @@ void create(MEM_TRACKING_GRANULARITY granularity) {
   if (granularity != MEM_TRACK_NONE) mem_read_user_filters();
 }
 
-struct COMMAND_ROW {
-  char const* command;
-  char const* kind;
+struct KIND_ROW {
+  MEM_FILTER_LINE::KIND kind;
+  char const* name;
   MEM_USER_FILTERS** list;
 };
 
-constexpr COMMAND_ROW commands[] = {
-    {"filter_module", "module", &mem_user_filters_modules},
-    {"filter_file_basename", "file basename", &mem_user_filters_files},
-    {"filter_function", "function", &mem_user_filters_functions},
+constexpr KIND_ROW kinds[] = {
+    {MEM_FILTER_LINE::MODULE, "module", &mem_user_filters_modules},
+    {MEM_FILTER_LINE::FILE_BASENAME, "file basename", &mem_user_filters_files},
+    {MEM_FILTER_LINE::FUNCTION, "function", &mem_user_filters_functions},
 };
-
-constexpr char const* comment_mark = "#";
-
-const COMMAND_ROW* find_command(const std::string& word) {
-  for (const COMMAND_ROW& row : commands)
-    if (word == row.command) return &row;
-  return nullptr;
-}
 
 class FILTER_FILE_READER {
  public:
@@ -62,32 +54,25 @@ class FILTER_FILE_READER {
   static char const* plural(int count) { return count == 1 ? "" : "s"; }
 
   void read_line(const std::string& line) {
-    std::istringstream words(line);
-    std::string command;
-    if (!(words >> command) || command == comment_mark) return;
-    const COMMAND_ROW* row = find_command(command);
-    if (row == nullptr) {
-      ++m_errors;
-      mem_msg_vdebug("line %d: unexpected filter command: \"%s\"", m_line_number, command.c_str());
-      return;
+    const MEM_FILTER_LINE filter(line);
+    if (filter.fault != MEM_FILTER_LINE::WELL) return refuse(filter);
+    for (const KIND_ROW& row : kinds) {
+      if (row.kind != filter.kind) continue;
+      const auto& prefix = (*row.list)->emplace_back(filter.prefix);
+      ++m_accepted;
+      mem_msg_vdebug("accepting %s filter: \"%s\"", row.name, prefix.c_str());
     }
-    read_argument(*row, words);
   }
 
-  void read_argument(const COMMAND_ROW& row, std::istream& words) {
-    std::string argument;
-    std::string further;
-    if (!(words >> argument) || argument == comment_mark) {
-      ++m_errors;
+  void refuse(const MEM_FILTER_LINE& filter) {
+    ++m_errors;
+    if (filter.fault == MEM_FILTER_LINE::UNKNOWN_COMMAND)
+      mem_msg_vdebug("line %d: unexpected filter command: \"%s\"", m_line_number,
+                     std::string(filter.command).c_str());
+    else if (filter.fault == MEM_FILTER_LINE::NO_PREFIX)
       mem_msg_vdebug("lineno %d: missing filter argument", m_line_number);
-    } else if (words >> further && further != comment_mark) {
-      ++m_errors;
+    else
       mem_msg_vdebug("lineno %d: unexpected text following filter argument", m_line_number);
-    } else {
-      (*row.list)->emplace_back(argument.c_str());
-      ++m_accepted;
-      mem_msg_vdebug("accepting %s filter: \"%s\"", row.kind, argument.c_str());
-    }
   }
 
   int m_line_number = 0;
