@@ -7,10 +7,12 @@
 
 #include "tools/command/options.h"
 #include "tools/command/output.h"
+#include "tools/command/paths/resolver.h"
 #include "tools/command/pprof.h"
 #include "tools/command/run_json.h"
 #include "tools/command/subcommand.h"
 #include "tools/command/text.h"
+#include "tools/reports/call_tree.h"
 
 namespace command {
 
@@ -22,7 +24,8 @@ constexpr char const* description =
     "Writes a run in a format that other tools read:\n"
     "  csv     a row for each allocation site of each process, all figures\n"
     "  json    everything that the reports say; docs/command.md describes it\n"
-    "  folded  module;file;function:line and a figure, for flame graphs\n"
+    "  folded  stacks of functions and a figure, for flame graphs; of a run without call paths\n"
+    "          module;file;function:line\n"
     "  pprof   a gzip'd profile, for 'go tool pprof'";
 
 struct OPTIONS {
@@ -30,6 +33,11 @@ struct OPTIONS {
   std::string format;
   std::string file;
   FIGURE_OPTION figure;
+  bool all_frames = false;
+
+  reports::FRAMES frames() const {
+    return all_frames ? reports::FRAMES::ALL : reports::FRAMES::FOLDED;
+  }
 };
 
 void write_csv(OUTPUT& out, const RUN& run, const OPTIONS&) {
@@ -62,12 +70,12 @@ std::string frame(std::string_view text) {
   return result;
 }
 
-void write_folded(OUTPUT& out, const RUN& run, const OPTIONS& options) {
-  const FIGURE figure = options.figure.figure();
-  const auto groups = reports::group(all_processes(run), reports::BY::LINE_OF_FUNCTION);
+void write_folded_sites(OUTPUT& out, const RUN& run, const std::vector<const PROCESS*>& processes,
+                        FIGURE figure) {
+  const auto groups = reports::group(processes, reports::BY::LINE_OF_FUNCTION);
   if (!groups.known[figure])
-    throw std::runtime_error(
-        fmt::format("{}: no report has the column {}", run.path, options.figure.key()));
+    throw std::runtime_error(fmt::format("{}: no report has the column {}", run.path,
+                                         reports::figure_columns[figure].key));
   tell_if_all_are_zero(run, groups, figure);
   for (const reports::GROUP& row : groups.rows) {
     if (row.figures[figure] <= 0) continue;
@@ -79,9 +87,45 @@ void write_folded(OUTPUT& out, const RUN& run, const OPTIONS& options) {
   }
 }
 
-void write_profile(OUTPUT& out, const RUN& run, const OPTIONS&) {
+void write_folded_stacks(OUTPUT& out, const std::vector<reports::CALL_STACKS>& processes,
+                         FIGURE figure, reports::FRAMES frames) {
+  if (!reports::PATH_FIGURES::known()[figure])
+    throw std::runtime_error(
+        fmt::format("--column: call paths have no column {}", reports::figure_columns[figure].key));
+  reports::CALL_TREE_OPTIONS options;
+  options.direction = reports::CALL_TREE_OPTIONS::CALLEES;
+  options.by = reports::BY::FUNCTION;
+  options.frames = frames;
+  const auto tree = reports::CALL_TREE::build(processes, options);
+  const reports::PLACES& places = processes.front().places();
+  for (const auto& node : tree.nodes()) {
+    if (node.own[figure] <= 0) continue;
+    std::string stack;
+    for (auto const* at = &node; at != tree.nodes().data(); at = &tree.nodes()[at->parent]) {
+      const reports::PLACE& place = places[at->place];
+      stack.insert(0, frame(place.is_catch_all ? reports::other_name : place.function) +
+                          (stack.empty() ? "" : ";"));
+    }
+    out.write(fmt::format("{} {}\n", stack, node.own[figure]));
+  }
+}
+
+void write_folded(OUTPUT& out, const RUN& run, const OPTIONS& options) {
+  const FIGURE figure = options.figure.figure();
+  RESOLVER resolver;
+  std::vector<reports::CALL_STACKS> stacks;
+  for (const auto& process : resolver.resolve(run)) stacks.push_back(process.stacks);
+  std::vector<const PROCESS*> others;
+  for (const PROCESS& process : run.processes)
+    if (!process.call_paths) others.push_back(&process);
+  if (!stacks.empty()) write_folded_stacks(out, stacks, figure, options.frames());
+  if (!others.empty()) write_folded_sites(out, run, others, figure);
+}
+
+void write_profile(OUTPUT& out, const RUN& run, const OPTIONS& options) {
   std::ostringstream text;
-  write_pprof(text, run);
+  RESOLVER resolver;
+  write_pprof(text, run, resolver, options.frames());
   out.write(text.str());
 }
 
@@ -117,6 +161,8 @@ void add_export(CLI::App& program, ACTION& action) {
       ->check(CLI::IsMember(names).description(""));
   app.add_option("-o,--output", options->file, "File to write; standard output without it");
   options->figure.add_to(app, "--column", "What folded stacks count");
+  app.add_flag("--all-frames", options->all_frames,
+               "In stacks, the frames that the profiler looks through, too");
   options->run.add_lenient_to(app);
   app.callback([options, &action] { action = [options] { return export_run(*options); }; });
 }

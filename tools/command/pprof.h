@@ -3,12 +3,17 @@
 
 #include <iosfwd>
 
+#include "tools/reports/call_stacks.h"
 #include "tools/reports/run.h"
 
 namespace command {
 
-/// A gzip'd profile: a sample for each site with its bytes and blocks at the peak, live and ever
-/// allocated. Throws UNREADABLE when no process has a report per line.
-void write_pprof(std::ostream& out, const reports::RUN& run);
+class RESOLVER;
+
+/// A gzip'd profile: samples with bytes and blocks at the peak, live and ever allocated, of each
+/// stack where there are call paths, else of each site. Throws UNREADABLE when no process has a
+/// report of either.
+void write_pprof(std::ostream& out, const reports::RUN& run, RESOLVER& resolver,
+                 reports::FRAMES frames);
 
 }  // namespace command

@@ -32,6 +32,15 @@ void add_tracking(CLI::App& app, RUN_OPTIONS& options) {
   app.add_flag("--process,!--no-process", options.process,
                "The process's own figures over time (on)");
   app.add_flag("--bins,!--no-bins", options.bins, "Figures per phase that the program tells (on)");
+  auto* const paths = app.add_flag("--call-paths", options.call_paths,
+                                   "Figures per stack, for 'show --tree' and flame graphs");
+  app.add_option("--call-path-depth", options.call_path_depth, "Frames kept of a stack (64)")
+      ->type_name("FRAMES")
+      ->check(CLI::Range(1, 250))
+      ->needs(paths);
+  app.add_flag("--call-paths-per-bin", options.call_paths_per_bin,
+               "Tell the stacks of one phase from those of others")
+      ->needs(paths);
 }
 
 void add_periods(CLI::App& app, RUN_OPTIONS& options) {

@@ -1,6 +1,5 @@
 // tuk-mem show: rows of a run, as a table, JSON or CSV.
 #include <fmt/core.h>
-#include <re2/re2.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -9,7 +8,9 @@
 
 #include "tools/command/options.h"
 #include "tools/command/output.h"
+#include "tools/command/pattern.h"
 #include "tools/command/run_json.h"
+#include "tools/command/show_tree.h"
 #include "tools/command/subcommand.h"
 #include "tools/command/text.h"
 #include "tools/command/text_table.h"
@@ -18,7 +19,7 @@ namespace command {
 
 namespace {
 
-using reports::FIGURE, reports::GROUP, reports::GROUPS, reports::PROCESS;
+using reports::BY, reports::FIGURE, reports::GROUP, reports::GROUPS, reports::PROCESS;
 
 constexpr char const* description =
     "Shows where memory is: one row for each source line, or function, file, module, bin or tag.\n"
@@ -34,7 +35,9 @@ constexpr char const* columns_help =
     "  tuk-mem show RUN --top 10                        the lines that hold most at the peak\n"
     "  tuk-mem show RUN --sort current_bytes            what is live at the end: leaks\n"
     "  tuk-mem show RUN --by module --match 'lib.*'     modules whose name matches\n"
-    "  tuk-mem show RUN --csv >lines.csv";
+    "  tuk-mem show RUN --csv >lines.csv\n"
+    "  tuk-mem show RUN --tree --top 3                  who called the lines that hold most\n"
+    "  tuk-mem show RUN --from main --by function       what main's callees hold";
 
 // Columns of text, beside the figures.
 struct TEXT_KEY {
@@ -62,19 +65,20 @@ struct OPTIONS {
   bool per_process = false;
   bool json = false;
   bool csv = false;
+  bool tree = false;
+  TREE_REQUEST of_tree;
+
+  bool is_tree() const { return tree || !of_tree.from.empty(); }
 };
 
-bool matches(const GROUP& row, const RE2& pattern) {
-  const auto found_in = [&](std::string_view text) {
-    return RE2::PartialMatch(re2::StringPiece(text.data(), text.size()), pattern);
-  };
-  return found_in(row.name) || found_in(row.module) || found_in(row.function) ||
-         found_in(row.line == 0 ? std::string(row.file) : fmt::format("{}:{}", row.file, row.line));
+bool matches(const GROUP& row, const PATTERN& pattern) {
+  return pattern.is_found_in(row.name) ||
+         pattern.is_found_in_place(row.module, row.function, row.file, row.line);
 }
 
 // The rows that match, in their order; the total is theirs.
 GROUPS chosen_rows(const std::vector<const PROCESS*>& processes, const OPTIONS& options,
-                   const RE2& pattern) {
+                   const PATTERN& pattern) {
   GROUPS groups = reports::group(processes, options.by.by());
   if (!options.match.empty()) {
     std::erase_if(groups.rows, [&](const GROUP& row) { return !matches(row, pattern); });
@@ -168,7 +172,8 @@ struct PART {
   GROUPS groups;
 };
 
-std::vector<PART> parts_of(const reports::RUN& run, const OPTIONS& options, const RE2& pattern) {
+std::vector<PART> parts_of(const reports::RUN& run, const OPTIONS& options,
+                           const PATTERN& pattern) {
   std::vector<PART> parts;
   if (!options.per_process) {
     parts.push_back({"", chosen_rows(all_processes(run), options, pattern)});
@@ -212,11 +217,41 @@ void print_all(OUTPUT& out, const reports::RUN& run, const std::vector<PART>& pa
   }
 }
 
+TREE_REQUEST tree_request_of(const OPTIONS& options, FIGURE sort) {
+  TREE_REQUEST request = options.of_tree;
+  request.by = options.by.by();
+  request.by_name = options.by.name();
+  request.sort = sort;
+  GROUPS known;
+  known.known = reports::PATH_FIGURES::known();
+  request.columns = shown_figures(known, options);
+  request.match = options.match;
+  request.top = options.top;
+  request.bytes = options.bytes;
+  request.full_paths = options.full_paths;
+  request.per_process = options.per_process;
+  request.json = options.json;
+  return request;
+}
+
+int show_as_tree(const OPTIONS& options) {
+  const auto sort = reports::figure_of_key(options.sort);
+  if (!sort || !reports::PATH_FIGURES::known()[*sort])
+    throw std::runtime_error(fmt::format("--sort: call paths have no column {}", options.sort));
+  const BY by = options.by.by();
+  if (by == BY::BIN || by == BY::TAG)
+    throw std::runtime_error(fmt::format(
+        "--by: call paths are not of {}s; --bin shows those of one", options.by.name()));
+  const reports::RUN run = options.run.read();
+  OUTPUT out;
+  show_tree(out, run, tree_request_of(options, *sort));
+  out.close();
+  return SUCCEEDED;
+}
+
 int show(const OPTIONS& options) {
-  const RE2 pattern(options.match, RE2::Quiet);
-  if (!pattern.ok())
-    throw std::runtime_error(fmt::format("--match: \"{}\" is no regular expression: {}",
-                                         options.match, pattern.error()));
+  const PATTERN pattern("--match", options.match);
+  if (options.is_tree()) return show_as_tree(options);
   const reports::RUN run = options.run.read();
   tell_of_processes_without(run, options.by.by());
   OUTPUT out;
@@ -229,6 +264,25 @@ std::vector<std::string> sort_keys() {
   std::vector<std::string> keys = figure_keys();
   for (const TEXT_KEY& text : text_keys) keys.emplace_back(text.key);
   return keys;
+}
+
+void add_tree_options(CLI::App& app, OPTIONS& options, CLI::Option* csv) {
+  constexpr char const* group = "Of a run with --call-paths";
+  TREE_REQUEST& request = options.of_tree;
+  const std::initializer_list<CLI::Option*> all = {
+      app.add_flag("--tree", options.tree, "Rows with their callers below")->excludes(csv),
+      app.add_option("--from", request.from,
+                     "Functions of this name with what they call, as 'main' (RE2 syntax)")
+          ->excludes(csv),
+      app.add_option("--focus", request.focus, "Only stacks with a frame that matches"),
+      app.add_option("--ignore", request.ignore, "Only stacks without one"),
+      app.add_option("--bin", request.bin, "Only what was allocated in this bin"),
+      app.add_option("--percent-limit", request.percent_limit,
+                     "Leave out what is less of the total (1; 0 in JSON)"),
+      app.add_flag("--all-frames", request.all_frames,
+                   "Show frames that the profiler looks through, too"),
+  };
+  for (CLI::Option* const option : all) option->group(group);
 }
 
 }  // namespace
@@ -252,7 +306,8 @@ void add_show(CLI::App& program, ACTION& action) {
   app.add_flag("--full-paths", options->full_paths, "Files with their directories");
   app.add_flag("--per-process", options->per_process, "A table for each process");
   auto* const json = app.add_flag("--json", options->json, "As JSON");
-  app.add_flag("--csv", options->csv, "As CSV, all figures")->excludes(json);
+  auto* const csv = app.add_flag("--csv", options->csv, "As CSV, all figures")->excludes(json);
+  add_tree_options(app, *options, csv);
   options->run.add_lenient_to(app);
   app.callback([options, &action] { action = [options] { return show(*options); }; });
 }

@@ -23,7 +23,7 @@ CALL_STACKS::CALL_STACKS(const CALL_PATHS& paths, const RESOLVED_FRAMES& frames,
     : m_paths(&paths), m_frames(&frames), m_places(&places) {
   for (const SITE& site : paths.sites) m_places_of_sites.push_back(places.number({site}));
   FRAME_PLACE unknown;
-  unknown.function = "(beyond the limit)";
+  unknown.function = paths.beyond_limit != 0 ? "(beyond the limit)" : "(no call path)";
   m_beyond_limit = places.number(unknown);
 }
 

@@ -20,11 +20,6 @@ const std::optional<TABLE<NAMED_ROW>>& named_rows(const PROCESS& process, BY by)
   return by == BY::MODULE ? process.modules : none;
 }
 
-// A file of that name stands for none.
-bool is_known_file(std::string_view file) {
-  return !file.empty() && file != "Unknown" && file != "??";
-}
-
 class GROUPING {
  public:
   explicit GROUPING(BY by) { m_groups.by = by; }
@@ -116,6 +111,10 @@ class GROUPING {
 }
 
 }  // namespace
+
+bool is_known_file(std::string_view file) {
+  return !file.empty() && file != "Unknown" && file != "??";
+}
 
 ROW_KEY row_key_of(const PLACE& place, BY by) {
   if (place.is_catch_all) return {other_name, {}, {}, 0};

@@ -23,6 +23,9 @@ enum class BY {
 /// The catch-all, of no line, function, file or module.
 inline constexpr std::string_view other_name = "OTHER";
 
+/// A file of some names stands for none.
+bool is_known_file(std::string_view file);
+
 /// What makes two places one row: module, file, function and line, those that matter. Not by bin or
 /// tag.
 using ROW_KEY = std::tuple<std::string_view, std::string_view, std::string_view, std::uint32_t>;

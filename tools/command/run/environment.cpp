@@ -76,7 +76,11 @@ void ask_for_tracking(ENVIRONMENT& environment, const RUN_OPTIONS& options) {
   environment.set_switch("KORVANE_MEM_PROFILE_AUXILIARY_TIMELINE", options.process);
   environment.set_switch("KORVANE_MEM_PROFILE_PER_BIN", options.bins);
   environment.set_switch("KORVANE_MEM_PROFILE_BIN_TAG_PLOT", options.bins);
+  environment.set_switch("KORVANE_MEM_PROFILE_CALL_PATHS", options.call_paths);
   environment.set_switch("KORVANE_MEM_FOLLOW_FORK", options.children);
+  if (options.call_path_depth != 0)
+    environment.set("mem_call_path_depth", std::to_string(options.call_path_depth));
+  if (options.call_paths_per_bin) environment.set("mem_call_paths_per_bin", "on");
   environment.set("KORVANE_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
                   std::to_string(options.peak_step));
   if (options.sample_every != 0)

@@ -19,6 +19,9 @@ struct RUN_OPTIONS {
   bool leaks = true;
   bool process = true;  ///< the process's own figures over time
   bool bins = true;
+  bool call_paths = false;
+  unsigned call_path_depth = 0;  ///< frames kept of a stack; 0: the library's default
+  bool call_paths_per_bin = false;
 
   std::string only;      ///< the base name of the one executable to profile; empty: all
   bool children = true;  ///< profile what the program starts, too

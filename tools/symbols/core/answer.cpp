@@ -84,4 +84,18 @@ bool is_whole_answer(std::string_view bytes) {
   return bytes.empty();
 }
 
+std::vector<FRAME> decoded(std::string_view answer) {
+  std::vector<FRAME> frames;
+  std::uint32_t number = 0;
+  cut(answer, number);
+  for (WIRE_FRAME frame; number > 0 && cut(answer, frame); --number) {
+    const std::string_view file = answer.substr(frame.function);
+    frames.push_back({.function = std::string(answer.substr(0, frame.function)),
+                      .file = std::string(file.substr(0, frame.file)),
+                      .line = frame.line});
+    answer.remove_prefix(std::size_t{frame.function} + frame.file);
+  }
+  return frames;
+}
+
 }  // namespace symbols

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/symbols/core/module.h"
 
@@ -24,5 +25,8 @@ std::string first_frames(const std::string& answer, std::size_t most_bytes);
 
 /// Whether the bytes are such an answer, and nothing behind it.
 bool is_whole_answer(std::string_view bytes);
+
+/// The frames of a whole answer.
+std::vector<FRAME> decoded(std::string_view answer);
 
 }  // namespace symbols

@@ -1,0 +1,96 @@
+#include "tools/command/paths/module_symbols.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "mem/symbolizer/elf_identity.h"
+#include "tools/symbols/core/answer.h"
+
+namespace command {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Beside what this process has itself, which those that read the files are born with.
+constexpr std::uint64_t most_memory = std::uint64_t{4} << 30;
+
+std::string build_id_of(const MEM_ELF_IDENTITY& identity) {
+  std::string text;
+  for (const unsigned char byte : identity.build_id) text += fmt::format("{:02x}", byte);
+  return text;
+}
+
+// The file may have one without zeros at its end, the other has them.
+bool is_same(std::string a, std::string b) {
+  const std::size_t size = std::max(a.size(), b.size());
+  a.resize(size, '0');
+  b.resize(size, '0');
+  return a == b;
+}
+
+// Why the file is not that module, if it is not.
+std::optional<std::string> fault_of(const symbols::DESCRIPTOR& file,
+                                    const MODULE_SYMBOLS::MODULE& module) {
+  if (!file.is_open()) return std::strerror(errno);
+  const MEM_ELF_IDENTITY identity = MEM_ELF_IDENTITY::of_file(file.number());
+  if (!module.build_id.empty() && !is_same(build_id_of(identity), module.build_id))
+    return "another build than the one that ran";
+  return std::nullopt;
+}
+
+}  // namespace
+
+MODULE_SYMBOLS::MODULE_SYMBOLS() : m_store(m_loop, most_memory) {
+  unsetenv("DEBUGINFOD_URLS");  // what is not on this machine is not waited for
+}
+
+void MODULE_SYMBOLS::ask(const QUESTIONS& questions, READER& reader) {
+  m_reader = &reader;
+  m_modules.clear();
+  for (const auto& [module, addresses] : questions) ask(module, addresses);
+  wait();
+}
+
+void MODULE_SYMBOLS::ask(const MODULE& module, const std::vector<std::uint64_t>& addresses) {
+  symbols::DESCRIPTOR file(open(module.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (const auto fault = fault_of(file, module)) return m_reader->refused(module, *fault);
+  const auto opened = m_store.open(std::move(file), module.path);
+  auto const* const known = std::get_if<std::shared_ptr<symbols::KNOWN_MODULE>>(&opened);
+  if (known == nullptr) return m_reader->refused(module, "no module that can be read");
+  ASKER& asker = *this;
+  const auto question = std::make_shared<symbols::QUESTION>(
+      asker, static_cast<std::uint32_t>(m_modules.size()), *known);
+  m_modules.push_back(&module);
+  question->addresses = addresses;
+  ++m_open;
+  (*known)->ask(question);
+}
+
+void MODULE_SYMBOLS::settled(const std::shared_ptr<symbols::QUESTION>& question) {
+  --m_open;
+  const MODULE& module = *m_modules[question->number];
+  if (question->refusal != 0) return m_reader->refused(module, "it can't be read");
+  for (const std::uint64_t address : question->addresses)
+    m_reader->answered(module, address, symbols::decoded(question->module->answer_to(address)));
+}
+
+void MODULE_SYMBOLS::wait() {
+  constexpr auto longest_turn = 2s;
+  auto next_sweep = symbols::KNOWN_MODULE::CLOCK::now() + longest_turn;
+  while (m_open > 0) {
+    m_loop.turn(longest_turn);
+    m_store.start_waiting();
+    if (symbols::KNOWN_MODULE::CLOCK::now() < next_sweep) continue;
+    m_store.sweep();
+    next_sweep += longest_turn;
+  }
+}
+
+}  // namespace command
