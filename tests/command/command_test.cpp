@@ -1,12 +1,15 @@
 // The command as a user runs it, and the reader below it.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "tests/support/run_program.h"
 #include "tests/support/temporary_directory.h"
+#include "tools/reports/call_tree.h"
 #include "tools/reports/read_run.h"
 #include "tools/reports/row_groups.h"
 #include "tools/reports/row_pairs.h"
@@ -38,6 +41,42 @@ std::string sites(const std::string& rows) { return sites_head + rows + end; }
 void write(const fs::path& path, const std::string& text) {
   fs::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << text;
+}
+
+extern "C" void outer_of_the_test() {}
+extern "C" void helper_of_the_test() {}
+
+/// The function's address as its module's file counts it.
+std::string offset(void (*function)()) {
+  Dl_info info{};
+  dladdr(reinterpret_cast<void*>(function), &info);
+  std::ostringstream text;
+  text << std::hex << "0x"
+       << reinterpret_cast<std::uintptr_t>(function) -
+              reinterpret_cast<std::uintptr_t>(info.dli_fbase);
+  return text.str();
+}
+
+const std::string paths_name = "mem_tbb_call_paths.kvi.log";
+constexpr char const* whole = "end\t3\n";
+
+/// Two sites: f() called by helper_of_the_test(), which outer_of_the_test() calls, at once or by
+/// way of a module that is gone; and the catch-all. The first path and what is behind the last are
+/// given.
+std::string call_paths(std::string first_path = "", const std::string& last = whole,
+                       std::string second_caller = "", const std::string& build_id = "") {
+  if (first_path.empty()) first_path = "3\t1\t0\t10\t20\t30\t1\t2\t3\t1\n";
+  if (second_caller.empty()) second_caller = "2\t1\t2\n";
+  return "Call paths\t1\nsetting\tdepth\t64\nsetting\tlimit\t9\nsetting\tper_bin\t0\n"
+         "beyond_limit\t7\nmodules\t2\n1\t0x1000\t4096\t" +
+         build_id + "\tcommand_tests\t" + fs::read_symlink("/proc/self/exe").string() +
+         "\n2\t0x9000\t4096\t\tgone\t/nowhere/libgone.so\nframes\t4\n1\t1\t" +
+         offset(outer_of_the_test) + "\n2\t1\t" + offset(helper_of_the_test) +
+         "\n3\t2\t0x77\n4\t2\t0x88\nsites\t2\n"
+         "1\t0x9077\tgone\t/x/a\tb.cpp\t5\tf()\t15\t26\t37\t4\t5\t6\n"
+         "2\tOTHER\t\t\t0\t\t3\t3\t3\t1\t1\t1\ncallers\t5\n1\t0\t1\n" +
+         second_caller + "3\t2\t3\n4\t1\t4\n5\t4\t2\nbins\t0\npaths\t3\n" + first_path +
+         "0\t1\t0\t5\t6\t7\t3\t3\t3\t0\n5\t2\t0\t3\t3\t3\t1\t1\t1\t0\n" + last;
 }
 
 class THE_COMMAND : public testing::Test {
@@ -82,6 +121,11 @@ TEST_F(THE_COMMAND, TellsWhatIsWrongWithAnInput) {
        "leaked bytes: 6\n",
        ":5: the total is not the sum of the lines, which is 5"},
       {"mem_tbb_run.kvi.log", "executable\t/bin/a\npid\t5\n", ":2: the file ends here, without .*"},
+      {paths_name, "Call paths\t2\n", ":1: call paths are written in version \"2\", .*"},
+      {paths_name, call_paths("", "", "2\t3\t2\n"), ":19: .3. is the number of no row before"},
+      {paths_name, call_paths("9\t1\t0\t1\t1\t1\t1\t1\t1\t0\n"), ":25: .9. is the number .*"},
+      {paths_name, call_paths("", "end\t4\n"), ":28: the report has other numbers of paths .*"},
+      {paths_name, call_paths("", ""), ":27: the report ends here, before its end"},
       {
           "missing/",
           "",
@@ -197,6 +241,89 @@ TEST_F(THE_COMMAND, ShowsOneRowForALineAndNamesAsText) {
   }
   EXPECT_THAT(run({"export", in("mem_tbb_fileline.a.log"), "--to", "folded"}).out(),
               HasSubstr("g(,):9 400\n"));
+}
+
+TEST_F(THE_COMMAND, ShowsAndExportsStacks) {
+  write(in("run/" + paths_name), call_paths());
+  const std::tuple<std::vector<std::string>, std::string> rows[] = {
+      {{"show", "--tree", "--bytes", "--columns", "peak_bytes,current_bytes"},
+       "kvi\nPEAK%  PEAK  CURRENT  CALLERS\n"
+       " 89.7    26       15  f..  a.{1,2}tb.cpp:5\n"
+       " 69.0    20       10    - helper_of_the_test[^\n]*\n"
+       " 69.0    20       10      outer_of_the_test[^\n]*\n"
+       " 20.7     6        5    - .beyond the limit.\n"
+       " 10.3     3        3  OTHER\n 10.3     3        3    helper_of_the_test[^\n]*\n"
+       " 10.3     3        3    gone.0x88  .gone.\n 10.3     3        3    outer[^\n]*\n"
+       "100.0    29       18  total\n"},
+      {{"show", "--from", "outer_.*", "--by", "function", "--columns", "temporary_blocks"},
+       "kvi\nPEAK%  TEMPORARY#  OWN  CALLEES\n100.0           1    0  outer[^\n]*\n"
+       " 87.0           1    0    - helper[^\n]*\n 87.0           1   20      f[^\n]*\n"
+       " 13.0           0    0    - gone.0x88  .gone.\n 13[^\n]*\n 13[^\n]*OTHER\n"
+       "100.0           1    0  total\n"},
+      {{"show", "--tree", "--focus", "gone.0x88", "--by", "module", "--columns", "peak_blocks"},
+       "kvi\nPEAK%  PEAK#  CALLERS\n100.0      1  OTHER\n[^\n]*  command_tests\n[^\n]*  gone\n"
+       "[^\n]*  command_tests\n100.0      1  total\n"},
+      {{"show", "--tree", "--ignore", "outer", "--top", "1", "--columns", "peak_bytes"},
+       "kvi\nPEAK%  PEAK  CALLERS\n100.0     6  f[^\n]*\n[^\n]*  .beyond the limit.\n[^\n]*\n"},
+      {{"export", "--to", "folded"},
+       "outer_of_the_test;helper_of_the_test;f.. 20\n.beyond the limit.;f.. 6\n"
+       "outer_of_the_test;gone.0x88;helper_of_the_test;OTHER 3\n"}};
+  for (auto [words, text] : rows) {
+    words.insert(words.begin() + 1, in("run"));
+    const RUN shown = run(words);
+    EXPECT_THAT(shown.out(), MatchesRegex(text)) << shown.err();
+    EXPECT_THAT(shown.err(),
+                HasSubstr("/nowhere/libgone.so: No such file or directory: its frames"));
+  }
+  EXPECT_THAT(run({"show", in("run"), "--tree", "--json"}).out(),
+              HasSubstr("{\"module\":\"gone\",\"file\":\"/x/a\\tb.cpp\",\"line\":5,\"function\":"
+                        "\"f()\",\"parent\":null,\"current_bytes\":15,\"peak_bytes\":26,"));
+  write(in("run/" + paths_name), call_paths("", whole, "", "ab"));
+  const RUN other_build = run({"show", in("run"), "--tree"});
+  EXPECT_THAT(other_build.out(), HasSubstr("command_tests+" + offset(helper_of_the_test)));
+  EXPECT_THAT(other_build.err(), HasSubstr("another build than the one that ran"));
+}
+
+// Functions that are inlined are frames of their own; the stack begins at the site's.
+TEST(Stacks, ShowInlinedFunctionsAndFoldFrames) {
+  using reports::FRAMES;
+  reports::CALL_PATHS paths;
+  paths.modules.emplace_back();
+  paths.frames = {{1, 1}, {1, 2}};
+  paths.callers = {{0, 1}, {1, 2}, {2, 2}};
+  paths.sites.emplace_back().function = "site";
+  paths.sites.back().line = 5;
+  paths.paths = {{3, 1, 0, {}}};
+  reports::PLACES places;
+  const auto place = [&](std::string_view function, std::uint32_t line, bool is_folded) {
+    reports::FRAME_PLACE one;
+    one.function = function;
+    one.line = line;
+    one.is_folded = is_folded;
+    return places.number(one);
+  };
+  reports::RESOLVED_FRAMES frames;
+  frames.add(std::vector{place("main", 1, false)});
+  frames.add(std::vector{place("std::inner", 4, true), place("site", 5, false),
+                         place("std::outer", 6, true), place("caller", 7, false)});
+  const reports::CALL_STACKS stacks(paths, frames, places);
+  const auto names = [&](FRAMES which) {
+    reports::CALL_STACKS::STACK stack;
+    stacks.get(paths.paths[0], which, stack);
+    std::string text;
+    for (const auto& frame : stack) text.append(places[frame.place].function).append(" ");
+    return text;
+  };
+  EXPECT_EQ(names(FRAMES::FOLDED), "site caller site caller main ");
+  EXPECT_EQ(names(FRAMES::ALL), "site std::outer caller std::inner site std::outer caller main ");
+
+  reports::CALL_TREE_OPTIONS options;
+  options.direction = reports::CALL_TREE_OPTIONS::CALLEES;
+  options.by = reports::BY::FUNCTION;
+  const auto before = reports::CALL_TREE::build({&stacks, 1}, options);
+  options.frames = FRAMES::ALL;
+  const auto pairs = pair_nodes(before, reports::CALL_TREE::build({&stacks, 1}, options), places);
+  EXPECT_EQ(pairs.size(), 1U + 5 + 8 - 2) << "main and caller are in both at the same place";
 }
 
 TEST(Diff, PairsLinesThatHaveMoved) {

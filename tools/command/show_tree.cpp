@@ -145,7 +145,8 @@ class TREE_TABLE {
   TREE_TABLE(const CALL_TREE& tree, const PLACES& places, const TREE_REQUEST& request)
       : m_tree(tree), m_places(places), m_request(request), m_view(tree, places, request) {
     m_has_own = !request.from.empty();
-    m_table.add_column("%", TEXT_TABLE::COLUMN::FIGURE);
+    m_table.add_column(fmt::format("{}%", reports::figure_columns[request.sort].heading),
+                       TEXT_TABLE::COLUMN::FIGURE);
     for (const FIGURE figure : request.columns)
       m_table.add_column(std::string(reports::figure_columns[figure].heading),
                          TEXT_TABLE::COLUMN::FIGURE);
