@@ -78,8 +78,7 @@ class PROFILE {
 
   void add(const PROCESS& process, const CALL_STACKS& stacks, reports::FRAMES frames) {
     begin(process);
-    std::vector<std::uint64_t> mappings;
-    for (const auto& module : stacks.paths().modules) mappings.push_back(add_mapping(module));
+    const std::vector<std::uint64_t> mappings = add_mappings(process, stacks.paths().modules);
     LOCATIONS known;
     CALL_STACKS::STACK stack;
     for (const auto& path : stacks.paths().paths) {
@@ -178,10 +177,20 @@ class PROFILE {
     return found->second;
   }
 
-  std::uint64_t add_mapping(const reports::CALL_PATHS::MODULE& module) {
-    auto& mapping = new_mapping(module.path);
-    place(mapping, module.base, module.size, text(module.build_id));
-    return mapping.id();
+  // By number of module. The first mapping of a profile is taken for the program.
+  std::vector<std::uint64_t> add_mappings(const PROCESS& process,
+                                          const std::vector<reports::CALL_PATHS::MODULE>& modules) {
+    const std::string program = process.facts ? process.facts->value("executable") : "";
+    std::vector<std::uint64_t> ids(modules.size());
+    for (const bool is_program : {true, false})
+      for (std::size_t i = 0; i < modules.size(); ++i) {
+        const auto& module = modules[i];
+        if ((module.path == program) != is_program) continue;
+        auto& mapping = new_mapping(module.path);
+        place(mapping, module.base, module.size, text(module.build_id));
+        ids[i] = mapping.id();
+      }
+    return ids;
   }
 
   std::uint64_t function(const reports::PLACE& place) {
