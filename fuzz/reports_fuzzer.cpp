@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "tools/reports/call_tree.h"
 #include "tools/reports/read_report.h"
 #include "tools/reports/row_groups.h"
 #include "tools/reports/row_pairs.h"
@@ -32,6 +33,27 @@ void expect_whole(const reports::CALL_PATHS& paths) {
       std::abort();
 }
 
+// Every path is somewhere in a tree, once.
+void expect_whole_trees(const reports::CALL_PATHS& paths) {
+  reports::PLACES places;
+  reports::RESOLVED_FRAMES frames;
+  for (const auto& frame : paths.frames) {
+    reports::FRAME_PLACE place;
+    place.line = static_cast<std::uint32_t>(frame.offset);
+    frames.add({{places.number(place)}});
+  }
+  const reports::CALL_STACKS stacks(paths, frames, places);
+  reports::PATH_FIGURES sum;
+  for (const auto& path : paths.paths) sum += path.figures;
+  reports::CALL_TREE_OPTIONS options;
+  for (const auto direction : {options.CALLERS, options.CALLEES}) {
+    options.direction = direction;
+    const auto tree = reports::CALL_TREE::build({&stacks, 1}, options);
+    if (tree.nodes()[reports::CALL_TREE::root].all != sum) std::abort();
+    if (pair_nodes(tree, tree, places).size() > tree.nodes().size()) std::abort();
+  }
+}
+
 }  // namespace
 
 // The first byte chooses the kind, beyond the last the one that the text itself tells.
@@ -51,7 +73,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   for (const auto* timeline : {&process.module_bytes, &process.module_blocks, &process.tag_bytes})
     expect_whole(*timeline);
-  if (process.call_paths) expect_whole(*process.call_paths);
+  if (process.call_paths) {
+    expect_whole(*process.call_paths);
+    expect_whole_trees(*process.call_paths);
+  }
   process.highest_bytes();
   using reports::BY;
   for (const BY by :

@@ -276,8 +276,8 @@ TEST_F(THE_COMMAND, ShowsAndExportsStacks) {
                 HasSubstr("/nowhere/libgone.so: No such file or directory: its frames"));
   }
   EXPECT_THAT(run({"show", in("run"), "--tree", "--json"}).out(),
-              HasSubstr("{\"module\":\"gone\",\"file\":\"/x/a\\tb.cpp\",\"line\":5,\"function\":"
-                        "\"f()\",\"parent\":null,\"current_bytes\":15,\"peak_bytes\":26,"));
+              MatchesRegex(".*\"frames\":.{\"module\":\"gone\",\"file\":\"/x/a[^}]*,\"line\":5,.*"
+                           "\"nodes\":.{\"frame\":0,\"parent\":null,\"current_bytes\":15,.*"));
   write(in("run/" + paths_name), call_paths("", whole, "", "ab"));
   const RUN other_build = run({"show", in("run"), "--tree"});
   EXPECT_THAT(other_build.out(), HasSubstr("command_tests+" + offset(helper_of_the_test)));

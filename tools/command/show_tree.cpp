@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <map>
 
 #include "tools/command/options.h"
 #include "tools/command/output.h"
@@ -240,6 +241,8 @@ JSON json_of(const PART& part, const PLACES& places, const TREE_REQUEST& request
   if (!part.name.empty()) json["process"] = part.name;
   const auto& nodes = part.tree.nodes();
   const auto known = PATH_FIGURES::known();
+  std::map<std::uint32_t, std::size_t> frames;  // by place
+  JSON& names = json["frames"] = JSON::array();
   add_figures(json["total"] = JSON::object(), nodes[CALL_TREE::root].all.figures(), known);
   JSON& rows = json["nodes"] = JSON::array();
   std::vector<std::pair<std::uint32_t, JSON>> waiting;
@@ -254,7 +257,10 @@ JSON json_of(const PART& part, const PLACES& places, const TREE_REQUEST& request
     waiting.pop_back();
     const CALL_TREE::NODE& node = nodes[number];
     const std::size_t row = rows.size();
-    JSON& object = rows.emplace_back(json_of(places[node.place]));
+    const auto [frame, is_new] = frames.emplace(node.place, frames.size());
+    if (is_new) names.push_back(json_of(places[node.place]));
+    JSON& object = rows.emplace_back();
+    object["frame"] = frame->second;
     object["parent"] = parent;
     add_figures(object, node.all.figures(), known);
     add_figures(object["own"] = JSON::object(), node.own.figures(), known);

@@ -14,6 +14,9 @@ using reports::FRAME_PLACE, reports::RESOLVED_FRAMES;
 
 namespace {
 
+// As the reports of the profiler put it: the same function has one name, as a site and as a caller.
+constexpr std::string_view unknown_file = "Unknown";
+
 MODULE_SYMBOLS::MODULE key_of(const reports::CALL_PATHS::MODULE& module) {
   return {std::string(module.path), module.build_id};
 }
@@ -72,7 +75,7 @@ void RESOLVER::answered(const MODULE_SYMBOLS::MODULE& module, std::uint64_t addr
     if (frame.function.empty()) continue;
     FRAME_PLACE place;
     place.module = known.name;
-    place.file = m_texts.keep(frame.file);
+    place.file = frame.file.empty() ? unknown_file : m_texts.keep(frame.file);
     place.line = frame.line;
     place.function = m_texts.keep(frame.function);
     place.is_folded = m_folding.is_folded(place);
