@@ -36,7 +36,7 @@ void add_tracking(CLI::App& app, RUN_OPTIONS& options) {
                                    "Figures per stack, for 'show --tree' and flame graphs");
   app.add_option("--call-path-depth", options.call_path_depth, "Frames kept of a stack (64)")
       ->type_name("FRAMES")
-      ->check(CLI::Range(1, 250))
+      ->check(CLI::Range(1, 250).description(""))
       ->needs(paths);
   app.add_flag("--call-paths-per-bin", options.call_paths_per_bin,
                "Tell the stacks of one phase from those of others")

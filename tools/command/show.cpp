@@ -29,7 +29,8 @@ constexpr char const* columns_help =
     "Columns: current_bytes (live at the end), peak_bytes (at the process's peak), max_bytes (the\n"
     "row's own maximum), cumulative_bytes (ever allocated), cumulative_requested_bytes,\n"
     "cumulative_mismatched_bytes (freed by another thread), current_blocks, max_blocks,\n"
-    "peak_blocks, cumulative_blocks. A maximum of several addresses is the sum of theirs.\n"
+    "peak_blocks, cumulative_blocks; in a tree also temporary_blocks (freed before their thread's\n"
+    "next allocation), and no maxima. A maximum of several addresses is the sum of theirs.\n"
     "A '+' behind a name: the row is of several, and this one holds most.\n\n"
     "Examples:\n"
     "  tuk-mem show RUN --top 10                        the lines that hold most at the peak\n"
@@ -69,6 +70,10 @@ struct OPTIONS {
   TREE_REQUEST of_tree;
 
   bool is_tree() const { return tree || !of_tree.from.empty(); }
+  bool asks_for_tree_only() const {
+    return !of_tree.focus.empty() || !of_tree.ignore.empty() || !of_tree.bin.empty() ||
+           of_tree.percent_limit || of_tree.all_frames;
+  }
 };
 
 bool matches(const GROUP& row, const PATTERN& pattern) {
@@ -252,6 +257,9 @@ int show_as_tree(const OPTIONS& options) {
 int show(const OPTIONS& options) {
   const PATTERN pattern("--match", options.match);
   if (options.is_tree()) return show_as_tree(options);
+  if (options.asks_for_tree_only())
+    throw std::runtime_error(
+        "--focus, --ignore, --bin, --percent-limit and --all-frames need --tree or --from");
   const reports::RUN run = options.run.read();
   tell_of_processes_without(run, options.by.by());
   OUTPUT out;
@@ -266,23 +274,27 @@ std::vector<std::string> sort_keys() {
   return keys;
 }
 
+// Of a run with call paths.
 void add_tree_options(CLI::App& app, OPTIONS& options, CLI::Option* csv) {
-  constexpr char const* group = "Of a run with --call-paths";
   TREE_REQUEST& request = options.of_tree;
-  const std::initializer_list<CLI::Option*> all = {
-      app.add_flag("--tree", options.tree, "Rows with their callers below")->excludes(csv),
-      app.add_option("--from", request.from,
-                     "Functions of this name with what they call, as 'main' (RE2 syntax)")
-          ->excludes(csv),
-      app.add_option("--focus", request.focus, "Only stacks with a frame that matches"),
-      app.add_option("--ignore", request.ignore, "Only stacks without one"),
-      app.add_option("--bin", request.bin, "Only what was allocated in this bin"),
-      app.add_option("--percent-limit", request.percent_limit,
-                     "Leave out what is less of the total (1; 0 in JSON)"),
-      app.add_flag("--all-frames", request.all_frames,
-                   "Show frames that the profiler looks through, too"),
-  };
-  for (CLI::Option* const option : all) option->group(group);
+  app.add_flag("--tree", options.tree, "Rows with their callers below ('run --call-paths')")
+      ->excludes(csv);
+  app.add_option("--from", request.from,
+                 "Instead: functions of this whole name, as main, with what they call")
+      ->type_name("REGEX")
+      ->excludes(csv);
+  app.add_option("--focus", request.focus, "In a tree, only stacks with a frame that matches")
+      ->type_name("REGEX");
+  app.add_option("--ignore", request.ignore, "In a tree, only stacks without such a frame")
+      ->type_name("REGEX");
+  app.add_option("--bin", request.bin, "In a tree, only what was allocated in this bin")
+      ->type_name("NAME");
+  app.add_option("--percent-limit", request.percent_limit,
+                 "Leave out of a tree what is less of the total (1; 0 in JSON)")
+      ->type_name("PERCENT")
+      ->check(CLI::Range(0.0, 100.0).description(""));
+  app.add_flag("--all-frames", request.all_frames,
+               "In a tree, the frames that the profiler looks through, too");
 }
 
 }  // namespace
