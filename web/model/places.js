@@ -27,7 +27,7 @@ export function placesTree(run, sites, key) {
     node.value += values[site];
   }
   return hierarchy(root, (node) => [...node.children.values()])
-    .sum((node) => (node.children.size === 0 ? Math.max(0, node.value) : 0))
+    .sum(({ value }) => Math.max(0, value))
     .sort((a, b) => b.value - a.value);
 }
 
@@ -39,6 +39,14 @@ function childOf(node, name) {
   }
   return child;
 }
+
+/** What has no size below a node: [place, sum below zero], the lowest first. */
+export const belowZero = (node) =>
+  node
+    .descendants()
+    .filter(({ data }) => data.value < 0)
+    .map(({ data: { place, value } }) => [place, value])
+    .sort((a, b) => a[1] - b[1]);
 
 /** The node of a place; its nearest parent where there is none. */
 export function findPlace(root, place) {

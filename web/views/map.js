@@ -4,8 +4,8 @@ import { select } from "d3-selection";
 import { add, addSection, addSelect } from "../base/elements.js";
 import { colourOf } from "../base/colours.js";
 import { baseName, beginning, visible } from "../base/text.js";
-import { exactly, inUnit, share } from "../base/units.js";
-import { findPlace, levels, placesTree } from "../model/places.js";
+import { exactly, inUnit, plural, share } from "../base/units.js";
+import { belowZero, findPlace, levels, placesTree } from "../model/places.js";
 
 const rowHeight = 36;
 const narrowest = 4; // pixels; what is smaller is one hatched cell
@@ -31,10 +31,12 @@ export function showMap(content, run, state) {
     role: "group",
     "aria-label": "Places by size",
   });
+  const note = add(section, "p", { class: "axis-note" });
   let tree;
   const draw = () => {
     const node = findPlace(tree, state.get("place"));
     showPath(path, node, state);
+    showBelowZero(note, node, run.column(state.get("figure")));
     showCells(frame, read, node, tree, run.column(state.get("figure")), state);
   };
   state.watch(["process", "figure"], () => {
@@ -66,6 +68,17 @@ function showPath(path, node, state) {
     .attr("aria-current", (step) => (step === node ? "location" : null))
     .text((step) => beginning(nameOf(step), 60))
     .on("click", (step) => state.set({ place: step.data.place, open: null }));
+}
+
+// A tile has no negative size.
+function showBelowZero(note, node, { unit }) {
+  const [lowest, ...others] = belowZero(node);
+  note.hidden = !lowest;
+  if (!lowest) return;
+  const [place, sum] = lowest;
+  const name = visible(place.map(baseName).join(" \u203a "));
+  const rest = others.length > 0 ? ` and ${plural(others.length, "other")}` : "";
+  note.textContent = `Below zero, so not drawn: ${beginning(name)} ${inUnit(sum, unit)}${rest}. Blocks from before the count began were released there.`;
 }
 
 function showCells(frame, read, node, tree, column, state) {
