@@ -22,7 +22,7 @@ export function addSection(parent, id, title, help) {
   return { section, controls: add(head, "div", { class: "controls" }) };
 }
 
-/** Buttons of which one is pressed. `choices` is [[value, title, help]]. */
+/** Buttons of which one is pressed. `choices` is [[value, title, help]]; a title may be a function. */
 export function addChoice(parent, label, choices, chosen, onchoose) {
   const group = add(parent, "div", { class: "choice", role: "group", "aria-label": label });
   const show = (value) => {
@@ -34,9 +34,9 @@ export function addChoice(parent, label, choices, chosen, onchoose) {
           .append("button")
           .attr("type", "button")
           .attr("title", ([, , help]) => help ?? null)
-          .text(([, title]) => title)
           .on("click", ([choice]) => onchoose(choice)),
       )
+      .text(([, title]) => (typeof title === "function" ? title() : title))
       .attr("aria-pressed", ([choice]) => choice === value);
   };
   show(chosen);

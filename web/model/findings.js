@@ -16,7 +16,7 @@ export function findings(run, process) {
   return [
     peak(run, sites, rows),
     growth(process === null && run.processes.length > 1 ? undefined : one),
-    neverFreed(run, rows),
+    neverFreed(run.titleOfLive(process), rows),
     elsewhere(run, sites, rows),
   ].filter(Boolean);
 }
@@ -54,12 +54,11 @@ function growth(process) {
   };
 }
 
-function neverFreed(run, rows) {
+function neverFreed(title, rows) {
   const leaking = rows.filter(
     ({ figures }) => figures.current_blocks > 0 || figures.current_bytes > 0,
   );
   const row = highestBy(leaking, "current_bytes");
-  const title = run.titleOfLive;
   if (!row) return { title, place: "", text: "Nothing that was charged to a line." };
   const sum = (key) => leaking.reduce((all, { figures }) => all + (figures[key] ?? 0), 0);
   return {

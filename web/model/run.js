@@ -57,13 +57,14 @@ export class Run {
     this.known = json.columns.filter(({ key }) => key in this.sites.figures);
   }
 
-  /** Of blocks that are live in the end; before it, nobody knows yet. */
-  get titleOfLive() {
-    return this.processes.some(
+  /** Of blocks that are live in the end; before it, nobody knows yet. Of all processes for null. */
+  titleOfLive(process) {
+    const shown = process === null ? this.processes : [this.processes[process]];
+    const running = shown.filter(
       ({ is_snapshot, facts }) => is_snapshot || facts?.ended === "not yet",
-    )
-      ? "Live"
-      : "Never freed";
+    );
+    if (running.length === 0) return "Never freed";
+    return running.length === shown.length ? "Live" : "Live or never freed";
   }
 
   column(key) {

@@ -57,7 +57,7 @@ function showTiles(tiles, run, chosen, processes) {
   if ("current_bytes" in run.sites.figures) {
     const left = sum("current_bytes");
     tile(
-      run.titleOfLive,
+      run.titleOfLive(chosen),
       bytes(left),
       `in ${plural(sum("current_blocks"), "block")}`,
       exactly(left, "bytes"),

@@ -19,7 +19,7 @@ export function showProcesses(content, run, state) {
     "Started",
     "Ran",
     "Peak",
-    run.titleOfLive,
+    run.titleOfLive(null),
     "Allocations",
   ])
     add(headings, "th", {

@@ -70,7 +70,7 @@ const shownWith = (state, key) =>
 function addViews(controls, run, state) {
   const choices = Object.entries(views)
     .filter(([, { figure }]) => !figure || figure in run.sites.figures)
-    .map(([key, { title }]) => [key, title ?? run.titleOfLive]);
+    .map(([key, { title }]) => [key, title ?? (() => run.titleOfLive(state.get("process")))]);
   const show = addChoice(controls, "Rows", choices, state.get("view"), (view) => {
     const figure = views[view].figure ?? state.get("figure");
     state.set({
@@ -80,7 +80,7 @@ function addViews(controls, run, state) {
       columns: shownWith(state, figure),
     });
   });
-  state.watch(["view"], () => show(state.get("view")));
+  state.watch(["view", "process"], () => show(state.get("view")));
 }
 
 function columnsOf(run, state) {
