@@ -6,6 +6,7 @@ import { showHead } from "./views/head.js";
 import { showProcesses } from "./views/processes.js";
 import { showTimeline } from "./views/timeline.js";
 import { showMap } from "./views/map.js";
+import { showPaths } from "./views/paths.js";
 import { showSites } from "./views/sites_table.js";
 import { showBins } from "./views/bins.js";
 import { showRunFacts } from "./views/run_facts.js";
@@ -33,21 +34,21 @@ export function showRun(run) {
       "cumulative_blocks",
     ],
     open: null, // the row whose details are seen
+    subject: null, // whose callers and callees
   });
   giveColours(namesByPeak(run));
   showBar(run, state);
   showHead(content, run, state);
   if (run.processes.length > 1) showProcesses(content, run, state);
   showTimeline(content, run, state);
-  if (run.sites.count > 0) {
-    showMap(content, run, state);
-    showSites(content, run, state);
-  }
+  if (run.sites.count > 0) showMap(content, run, state);
+  showPaths(content, run, state);
+  if (run.sites.count > 0) showSites(content, run, state);
   showBins(content, run, state);
   showRunFacts(content, run, state);
 }
 
-function namesByPeak({ sites, known, processes }) {
+function namesByPeak({ sites, known, processes, paths }) {
   const values =
     sites.figures[known[0] && ("peak_bytes" in sites.figures ? "peak_bytes" : known[0].key)];
   const sums = new Map();
@@ -60,5 +61,6 @@ function namesByPeak({ sites, known, processes }) {
       largest.filter(({ isRest }) => !isRest).map(({ name }) => name),
     ),
   );
-  return [...modules, ...series].filter((name) => name !== "OTHER" && name !== "Misc");
+  const callers = paths ? new Set(paths.frames.module) : [];
+  return [...modules, ...series, ...callers].filter((name) => name !== "OTHER" && name !== "Misc");
 }

@@ -52,3 +52,10 @@ export function addSelect(parent, label, options, chosen, onchoose) {
   list.value = chosen;
   return list;
 }
+
+/** Shows a part of the page and moves the focus into it. */
+export function goTo(id) {
+  const part = document.getElementById(id);
+  part.scrollIntoView({ block: "start" });
+  (part.querySelector("[tabindex='0']") ?? part.querySelector("button"))?.focus({ preventScroll: true });
+}

@@ -19,3 +19,10 @@ export const baseName = (path) => path.slice(path.lastIndexOf("/") + 1);
 /** The beginning, for where a whole template would only be cut off by the border. */
 export const beginning = (text, length = 300) =>
   text.length <= length ? text : `${text.slice(0, length)}\u2026`;
+
+/** The beginning that fits into so many pixels: six and a half are the width of a usual letter. */
+export function fitting(text, width) {
+  const letters = Math.floor(width / 6.5);
+  if (text.length <= letters) return text;
+  return letters < 3 ? "" : `${text.slice(0, letters - 1)}\u2026`;
+}

@@ -1,4 +1,5 @@
 // The data of a run, in columns, as the page brings it.
+import { CallPaths } from "./call_paths.js";
 import { Timeline } from "./timeline.js";
 
 /** Allocation sites of all processes: a number in every column for each. */
@@ -54,6 +55,7 @@ export class Run {
     this.columns = json.columns;
     this.processes = json.processes.map((process) => new Process(process));
     this.sites = new Sites(json.sites, json.texts);
+    this.paths = json.call_paths && new CallPaths(json.call_paths, json.texts);
     this.known = json.columns.filter(({ key }) => key in this.sites.figures);
   }
 

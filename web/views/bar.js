@@ -6,6 +6,8 @@ import { visible } from "../base/text.js";
 const parts = [
   ["timeline", "Timeline"],
   ["map", "Where"],
+  ["paths", "Flame graph"],
+  ["callers", "Callers"],
   ["sites", "Lines"],
   ["bins", "Bins and tags"],
   ["run", "Run"],

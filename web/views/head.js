@@ -1,5 +1,5 @@
 // The head: the run in five figures, and what strikes one who reads all of it.
-import { add } from "../base/elements.js";
+import { add, goTo } from "../base/elements.js";
 import { beginning, visible } from "../base/text.js";
 import { bytes, duration, exactly, plural, whole } from "../base/units.js";
 import { findings } from "../model/findings.js";
@@ -110,9 +110,7 @@ function showFindings(found, run, state) {
     if (set || target)
       box.addEventListener("click", () => {
         if (set) state.set({ ...set, isRegex: false, columns: [...new Set([...state.get("columns"), set.sort.key])] });
-        const part = document.getElementById(target ?? "sites");
-        part.scrollIntoView({ block: "start" });
-        part.querySelector("[tabindex='0']")?.focus({ preventScroll: true });
+        goTo(target ?? "sites");
       });
   }
 }

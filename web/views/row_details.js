@@ -5,7 +5,8 @@ import { exactly, inUnit, plural, share, whole } from "../base/units.js";
 
 const mostAddresses = 200;
 
-export function showRowDetails(frame, run, row) {
+/** `onwho` is asked for who called the row's code, where that is known. */
+export function showRowDetails(frame, run, row, onwho) {
   const names = add(frame, "dl", { class: "names" });
   const name = (title, value) => {
     if (!value) return;
@@ -19,6 +20,13 @@ export function showRowDetails(frame, run, row) {
   name("Function", row.function);
   name("File", row.file && row.line > 0 ? `${row.file}:${row.line}` : row.file);
   name("Module", row.module);
+  if (onwho)
+    add(frame, "button", {
+      type: "button",
+      class: "quiet who",
+      text: "Callers and callees",
+      onclick: onwho,
+    });
   const figures = add(frame, "dl", { class: "figures" });
   const all = Int32Array.from({ length: run.sites.count }, (_, site) => site);
   for (const { key, title, unit } of run.known) {

@@ -1,15 +1,16 @@
-// The search field: "/" goes there from anywhere, escape leaves it and shows all.
+// A search field: "/" goes to that of the part in which the focus is, or else to the table's; escape leaves
+// it and shows all.
 import { add } from "../base/elements.js";
 
 /** Sets `search` and `isRegex` of the state; gives where an error of the expression is shown. */
-export function addSearch(controls, state) {
+export function addSearch(controls, state, id = "search", placeholder = "Search names (press /)") {
   const frame = add(controls, "div", { class: "search" });
   const field = add(frame, "input", {
     type: "search",
-    id: "search",
-    placeholder: "Search names (press /)",
+    id,
+    placeholder,
     "aria-label": "Search",
-    "aria-describedby": "search-error",
+    "aria-describedby": `${id}-error`,
     spellcheck: "false",
     autocomplete: "off",
   });
@@ -20,7 +21,7 @@ export function addSearch(controls, state) {
     "aria-label": "Regular expression",
     "aria-pressed": false,
   });
-  const error = add(frame, "p", { id: "search-error", class: "error", role: "alert" });
+  const error = add(frame, "p", { id: `${id}-error`, class: "error", role: "alert" });
   field.addEventListener("input", () => state.set({ search: field.value, open: null }));
   regex.addEventListener("click", () => state.set({ isRegex: !state.get("isRegex") }));
   state.watch(["search", "isRegex"], () => {
@@ -28,7 +29,10 @@ export function addSearch(controls, state) {
     regex.setAttribute("aria-pressed", state.get("isRegex"));
   });
   document.addEventListener("keydown", (key) => {
-    if (key.key !== "/" || /^(INPUT|SELECT|TEXTAREA)$/.test(document.activeElement.tagName)) return;
+    const at = document.activeElement;
+    if (key.key !== "/" || /^(INPUT|SELECT|TEXTAREA)$/.test(at.tagName)) return;
+    const nearest = at.closest("section")?.querySelector("input[type=search]");
+    if ((nearest?.id ?? "search") !== id) return;
     field.focus();
     key.preventDefault();
   });

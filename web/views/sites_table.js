@@ -1,5 +1,5 @@
 // The table of lines: views, search, order, columns; its rows are in grid.js.
-import { add, addChoice, addSection, addSelect } from "../base/elements.js";
+import { add, addChoice, addSection, addSelect, goTo } from "../base/elements.js";
 import { visible } from "../base/text.js";
 import { inUnit, plural } from "../base/units.js";
 import { isIn } from "../model/places.js";
@@ -33,7 +33,7 @@ export function showSites(content, run, state) {
     onsort: (key) => state.set({ sort: turned(state.get("sort"), key) }),
     open: () => state.get("open"),
     onopen: (open) => state.set({ open }),
-    details: (frame, row) => showRowDetails(frame, run, row),
+    details: (frame, row) => showRowDetails(frame, run, row, whoCalled(run, row, state)),
     onescape: () => state.set({ place: state.get("place").slice(0, -1) }),
   });
 
@@ -59,6 +59,17 @@ export function showSites(content, run, state) {
   state.on(["view", "search", "isRegex", "sort"], show);
   state.on(["columns", "open"], () => grid.refresh());
   state.on(["figure"], () => sortBy(state, state.get("figure")));
+}
+
+// Of the frames that the row's sites were charged to.
+function whoCalled({ paths }, row, state) {
+  const by = state.get("by");
+  const keys = paths?.keysOfSites(row.sites, by) ?? [];
+  if (keys.length === 0) return undefined;
+  return () => {
+    state.set({ subject: { title: row.place, keys, by } });
+    goTo("callers");
+  };
 }
 
 const sortBy = (state, key) =>

@@ -1,7 +1,7 @@
 // What stands around the areas of the timeline: axes, phases, and marks of peaks and snapshots.
 import { axisBottom, axisLeft, axisRight } from "d3-axis";
 import { select } from "d3-selection";
-import { visible } from "../base/text.js";
+import { fitting, visible } from "../base/text.js";
 import { byteSteps, bytes, whole } from "../base/units.js";
 import { bandTop, height, margin } from "./timeline_size.js";
 
@@ -36,13 +36,6 @@ export function drawPhases(layer, { x }, phases) {
     .attr("x", ({ left, right }) => (left + right) / 2)
     .attr("y", bandTop + 13)
     .text(({ label, left, right }) => fitting(visible(label), right - left - 6));
-}
-
-// Six and a half pixels are the width of a usual letter.
-function fitting(text, width) {
-  const letters = Math.floor(width / 6.5);
-  if (text.length <= letters) return text;
-  return letters < 3 ? "" : `${text.slice(0, letters - 1)}\u2026`;
 }
 
 export function drawAxes(layer, width, { x, y, resident, hasResident }, step) {
