@@ -5,10 +5,12 @@ import { State } from "./base/state.js";
 import { visible } from "./base/text.js";
 import { addThemeSwitch } from "./base/theme.js";
 import { change, exactly, inUnit, plural } from "./base/units.js";
+import { CallPaths } from "./model/call_paths.js";
 import { Differences } from "./model/differences.js";
 import { matcher, sorted } from "./model/rows.js";
 import { showDifferencesHead } from "./views/differences_head.js";
 import { addGrid } from "./views/grid.js";
+import { showPathsDifference } from "./views/paths_difference.js";
 import { addSearch } from "./views/search.js";
 
 const groupings = {
@@ -31,6 +33,7 @@ export function showDifferences(data) {
   const content = document.getElementById("content");
   showBar();
   showDifferencesHead(content, data, differences);
+  if (data.call_paths) showPathsDifference(content, new CallPaths(data.call_paths, data.texts));
   if (differences.groupings.length > 0) showTable(content, differences);
   else
     add(content, "p", {

@@ -1,0 +1,71 @@
+// What changed between two runs as a flame graph: what has grown rises in red, what has shrunk falls in blue.
+import { addChoice, addSection } from "../base/elements.js";
+import { State } from "../base/state.js";
+import { change, exactly, inUnit } from "../base/units.js";
+import { addFlameControls } from "./flame_controls.js";
+import { addFlameGraph } from "./flame_graph.js";
+
+const [before, after] = [0, 1]; // the "processes" of the paths
+
+const widths = [
+  ["changed", "Changed", "As wide as what has changed below"],
+  ["all", "All", "As wide as the larger of before and after"],
+];
+
+export function showPathsDifference(content, paths) {
+  const view = new State({
+    figure: "peak_bytes",
+    from: "main",
+    by: "function", // lines move between two runs
+    isFolded: true,
+    bin: null,
+    kind: "changed",
+    zoom: [],
+    search: "",
+    isRegex: false,
+  });
+  const { section, controls } = addSection(
+    content,
+    "paths",
+    "What changed, by callers",
+    "\u25b2 red, rising lines: grown. \u25bc blue, falling lines: shrunk.",
+  );
+  const show = addChoice(controls, "Width", widths, "changed", (kind) => view.set({ kind }));
+  view.on(["kind"], () => show(view.get("kind")));
+  const search = addFlameControls(controls, paths, view);
+  const unit = () => paths.column(view.get("figure")).unit;
+  addFlameGraph(section, view, {
+    watched: ["figure", "bin", "kind"],
+    tree: () => paths.tree(view.get("by"), view.get("isFolded")),
+    measure: (tree) => measure(paths.paths, tree, view),
+    look: (_, { sums, weight }) => {
+      const grown = sums[after] - sums[before];
+      return {
+        colour: grown === 0 ? "var(--rest)" : grown > 0 ? "var(--grown)" : "var(--shrunk)",
+        strength: 0.14 + 0.5 * Math.min(1, Math.abs(grown) / weight),
+        sign: grown === 0 ? "" : grown > 0 ? "grown" : "shrunk",
+      };
+    },
+    tell: ({ sums }) =>
+      `${change(sums[after] - sums[before], unit())} (${exactly(sums[after] - sums[before], unit())}), ` +
+      `${inUnit(sums[before], unit())} \u2192 ${inUnit(sums[after], unit())}`,
+    setError: search.setError,
+  });
+}
+
+function measure(paths, tree, view) {
+  const bin = view.get("bin");
+  const own = [before, after].map((side) =>
+    tree.own(
+      paths,
+      view.get("figure"),
+      (path) => paths.process[path] === side && (bin === null || paths.bin[path] === bin),
+    ),
+  );
+  const weight = own[before].map((value, node) =>
+    view.get("kind") === "changed"
+      ? Math.abs(own[after][node] - value)
+      : Math.max(0, value, own[after][node]),
+  );
+  return { own, weight };
+}
