@@ -62,5 +62,5 @@ function namesByPeak({ sites, known, processes, paths }) {
     ),
   );
   const callers = paths ? new Set(paths.frames.module) : [];
-  return [...modules, ...series, ...callers].filter((name) => name !== "OTHER" && name !== "Misc");
+  return [...modules, ...series, ...callers].filter((name) => !["", "OTHER", "Misc"].includes(name));
 }

@@ -13,6 +13,7 @@ from selenium import webdriver
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import Select
 
 import made_up_run
 
@@ -109,7 +110,7 @@ class RealRun(PageTest):
         self.assertEqual(exact(find_all(".grid .row .cell:last-child"))[:5], wanted[:5])
         ActionChains(browser).send_keys("/", "LINE_store.cpp").perform()
         self.assertTrue(all(name.startswith("line_store.cpp") for name in texts(".place-name")))
-        find(".search button").click()
+        find("#sites .search button").click()
         find("#search").send_keys("(")
         self.assertIn("Invalid regular expression", find("#search-error").text)
         find("#search").clear()
@@ -157,6 +158,56 @@ class RealRun(PageTest):
         self.assertIn("\u25b2 +", row.text)
 
 
+class CallPaths(PageTest):
+    """Two ways to the function that allocates: by 0x20, and by 0x30 that calls itself."""
+
+    def setUp(self):
+        self.write("paths", 3000)
+        open_run("paths")
+
+    def write(self, name, recursive):
+        site = (b"host", b"/a.c", 1, b"allocate", made_up_run.figures(4000))
+        made_up_run.write_sites(f"{work.name}/{name}", [site])
+        made_up_run.write_call_paths(f"{work.name}/{name}", [
+            ((0x10, 0x20, 0x40), 1, 1, [100, 1000, 1500, 1, 1, 2, 0]),
+            ((0x10, 0x30, 0x30, 0x40), 1, 2, [0, recursive, 9000, 0, 3, 8, 5])], [site], [b"input", b"index"])
+
+    def choose(self, label, text):
+        Select(browser.find_element(By.XPATH, f"//section[@id='paths']//label[span='{label}']/select")).select_by_visible_text(text)
+
+    def told(self, *keys):
+        find(".flames").send_keys(*keys)
+        return find("#paths .read").text
+
+    def test_flame_graph_shows_what_is_chosen(self):
+        self.assertRegex(self.told(Keys.DOWN), r"\(4,000 bytes\), 100 % of all host\+0x10")
+        self.assertRegex(self.told(Keys.DOWN), r"\(3,000 bytes\), 75 % of all host\+0x30")
+        self.assertRegex(self.told(Keys.RIGHT, Keys.ENTER, Keys.DOWN), r"\(1,000 bytes\), 25 % of all allocate")
+        find("#search-frames").send_keys("0x20")
+        self.assertIn("1 frame found, in 25 % of it", find("#paths [role=status]").text)
+        find_all("#paths .choice button")[1].click()
+        self.choose("Of", "Temporary blocks")
+        self.assertRegex(self.told(Keys.DOWN, Keys.DOWN, Keys.DOWN), r"\(5 blocks\), 100 % of all host\+0x30")
+        self.choose("Phase", "input")
+        self.assertIn("Nothing to draw", find("#paths [role=status]").text)
+
+    def test_callers_and_callees(self):
+        sides = lambda: [exact(find_all(f"#callers > div > :nth-child({n}) td[title]")) for n in (1, 3)]
+        self.told(Keys.DOWN, Keys.DOWN, "c")
+        self.assertEqual(find("#callers code").text, "host+0x30")
+        self.assertEqual(sides(), [[3000], [3000]])
+        find(".grid").send_keys(Keys.ENTER)
+        find(".details .who").click()
+        self.assertEqual(sides(), [[3000, 1000], []])
+        find("#callers .link").click()
+        self.assertEqual(find("#callers code").text, "host+0x30")
+
+    def test_difference_has_signs(self):
+        self.write("more", 8000)
+        open_page("diff", f"{work.name}/paths", f"{work.name}/more", "--html")
+        self.assertRegex(self.told(Keys.DOWN, Keys.DOWN), r"\u25b2 \+4.88 KiB \(5,000 bytes\), 2.93 KiB \u2192 7.81 KiB")
+
+
 class MadeUpRuns(PageTest):
     def test_hostile_names_are_shown_as_text(self):
         long_name = b"f<" + b"std::pair<int, " * 700 + b">"
@@ -200,11 +251,14 @@ class MadeUpRuns(PageTest):
         script = """const began = performance.now(); arguments[0].click?.();
             if (arguments[1]) { arguments[0].value = arguments[1]; arguments[0].dispatchEvent(new Event('input')); }
             document.body.offsetHeight; return performance.now() - began"""
+        self.assertEqual(len(texts("#paths canvas")), 1)
         timing = browser.execute_script("return performance.timing.loadEventEnd - performance.timing.navigationStart")
         sort = browser.execute_script(script, find("[data-key=current_bytes]"))
         search = browser.execute_script(script, find("#search"), "insert_29")
-        print(f"10,000 sites, 20,000 samples of 20: {os.path.getsize(page) / 1e6:.1f} MB, opened in {timing} ms, "
-              f"sorted in {sort:.0f} ms, searched in {search:.0f} ms; all {time.monotonic() - began:.1f} s")
+        turn = browser.execute_script(script, find_all("#paths .choice button")[1])
+        print(f"10,000 sites, 20,000 samples of 20, 100,000 call paths: {os.path.getsize(page) / 1e6:.1f} MB, opened in {timing} ms, "
+              f"sorted in {sort:.0f} ms, searched in {search:.0f} ms, "
+              f"turned the flame graph in {turn:.0f} ms; all {time.monotonic() - began:.1f} s")
         self.assertLess(os.path.getsize(page), 15e6)
         self.assertGreater(len(texts(".place-name")), 10)
         self.assertLess(len(find_all(".grid .row")), 100)

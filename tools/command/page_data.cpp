@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/command/page_call_paths.h"
+#include "tools/command/page_texts.h"
 #include "tools/reports/row_pairs.h"
 #include "tools/reports/snapshot_samples.h"
 
@@ -31,27 +33,9 @@ constexpr std::pair<char const*, BY> compared_groupings[] = {
     {"line", BY::LINE_OF_FUNCTION}, {"function", BY::FUNCTION}, {"file", BY::FILE},
     {"module", BY::MODULE},         {"tag", BY::TAG},           {"bin", BY::BIN}};
 
-// Numbers for texts, in the order in which they come.
-class TEXT_TABLE {
- public:
-  std::size_t number(std::string_view text) {
-    const auto [found, is_new] = m_numbers.emplace(text, m_numbers.size());
-    if (is_new) m_texts.push_back(text);
-    return found->second;
-  }
-  JSON json() && { return std::move(m_texts); }
-
- private:
-  std::unordered_map<std::string_view, std::size_t> m_numbers;
-  JSON m_texts = JSON::array();
-};
-
 JSON columns() {
   JSON json = JSON::array();
-  for (const FIGURE_COLUMN& column : figure_columns)
-    json.push_back({{"key", column.key},
-                    {"title", column.title},
-                    {"unit", column.is_bytes ? "bytes" : "blocks"}});
+  for (const FIGURE_COLUMN& column : figure_columns) json.push_back(json_of(column));
   return json;
 }
 
@@ -79,7 +63,7 @@ JSON rows_of(const SITES& sites, const std::vector<const PROCESS*>& processes, B
   return json;
 }
 
-JSON sites_of(const RUN& run, TEXT_TABLE& texts) {
+JSON sites_of(const RUN& run, PAGE_TEXTS& texts) {
   JSON json;
   SITES sites;
   std::vector<const PROCESS*> processes;
@@ -220,7 +204,7 @@ bool tells(const RUN& run, BY by) {
 }
 
 // Both sides of each pair, null where a row is on one side alone.
-JSON names_of(const std::vector<ROW_PAIR>& pairs, TEXT_TABLE& texts) {
+JSON names_of(const std::vector<ROW_PAIR>& pairs, PAGE_TEXTS& texts) {
   JSON json;
   for (const ROW_PAIR& pair : pairs) {
     const GROUP& row = pair.after != nullptr ? *pair.after : *pair.before;
@@ -247,7 +231,7 @@ JSON figures_of(const std::vector<ROW_PAIR>& pairs, const GROUP* ROW_PAIR::*side
   return json;
 }
 
-JSON pairs_of(const RUN& before, const RUN& after, BY by, TEXT_TABLE& texts) {
+JSON pairs_of(const RUN& before, const RUN& after, BY by, PAGE_TEXTS& texts) {
   const GROUPS rows_before = group(all_processes(before), by);
   const GROUPS rows_after = group(all_processes(after), by);
   const auto pairs = pair_rows(rows_before, rows_after);
@@ -259,11 +243,44 @@ JSON pairs_of(const RUN& before, const RUN& after, BY by, TEXT_TABLE& texts) {
   return json;
 }
 
+std::string note_of_summed(std::size_t paths) {
+  return fmt::format("The {} call paths that hold least are summed, for each line.", paths);
+}
+
+void add_call_paths(JSON& json, const RUN& run, RESOLVER& resolver, PAGE_TEXTS& texts) {
+  PAGE_CALL_PATHS paths;
+  std::int64_t first_site = 0;
+  auto next = resolver.resolve(run);
+  auto of = next.begin();
+  for (std::size_t i = 0; i < run.processes.size(); ++i) {
+    if (of != next.end() && of->process == &run.processes[i]) paths.add(*of++, i, first_site);
+    if (const auto* const sites = run.processes[i].any_sites())
+      first_site += static_cast<std::int64_t>(sites->rows.size());
+  }
+  if (paths.is_empty()) return;
+  json["call_paths"] = paths.json(texts);
+  if (paths.summed() > 0) json["notes"].push_back(note_of_summed(paths.summed()));
+}
+
+// Where both sides have some, as of one process before and one after.
+void add_call_paths(JSON& json, const RUN& before, const RUN& after, RESOLVER& resolver,
+                    PAGE_TEXTS& texts) {
+  const auto stacks_before = resolver.resolve(before);
+  const auto stacks_after = resolver.resolve(after);
+  if (stacks_before.empty() || stacks_after.empty()) return;
+  PAGE_CALL_PATHS paths;
+  for (const auto& of : stacks_before) paths.add(of, 0, 0);
+  for (const auto& of : stacks_after) paths.add(of, 1, 0);
+  json["call_paths"] = paths.json(texts);
+  if (paths.summed() > 0) json["after"]["notes"].push_back(note_of_summed(paths.summed()));
+}
+
 }  // namespace
 
 JSON page_data_of(const RUN& run) {
   JSON json;
-  TEXT_TABLE texts;
+  RESOLVER resolver;  // has texts of the page
+  PAGE_TEXTS texts;
   json["kind"] = "run";
   json["path"] = run.path;
   json["notes"] = run.notes;
@@ -271,13 +288,15 @@ JSON page_data_of(const RUN& run) {
   JSON& processes = json["processes"] = JSON::array();
   for (const PROCESS& process : run.processes) processes.push_back(process_of(run, process));
   json["sites"] = sites_of(run, texts);
+  add_call_paths(json, run, resolver, texts);
   json["texts"] = std::move(texts).json();
   return json;
 }
 
 JSON page_data_of(const RUN& before, const RUN& after) {
   JSON json;
-  TEXT_TABLE texts;
+  RESOLVER resolver;  // has texts of the page
+  PAGE_TEXTS texts;
   json["kind"] = "differences";
   json["columns"] = columns();
   json["before"] = side_of(before);
@@ -285,6 +304,7 @@ JSON page_data_of(const RUN& before, const RUN& after) {
   JSON& rows = json["rows"] = JSON::object();
   for (const auto& [name, by] : compared_groupings)
     if (tells(before, by) && tells(after, by)) rows[name] = pairs_of(before, after, by, texts);
+  add_call_paths(json, before, after, resolver, texts);
   json["texts"] = std::move(texts).json();
   return json;
 }

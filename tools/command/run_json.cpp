@@ -224,16 +224,18 @@ JSON json_of(const std::string& process, const GROUPS& groups, std::size_t shown
   return json;
 }
 
+JSON json_of(const FIGURE_COLUMN& column) {
+  return {
+      {"key", column.key}, {"title", column.title}, {"unit", column.is_bytes ? "bytes" : "blocks"}};
+}
+
 JSON json_of(const RUN& run) {
   JSON json;
   json["format"] = "tuk-mem run";
   json["format_version"] = 1;
   json["path"] = run.path;
   JSON& columns = json["columns"] = JSON::array();
-  for (const FIGURE_COLUMN& column : figure_columns)
-    columns.push_back({{"key", column.key},
-                       {"title", column.title},
-                       {"unit", column.is_bytes ? "bytes" : "blocks"}});
+  for (const FIGURE_COLUMN& column : figure_columns) columns.push_back(json_of(column));
   json["notes"] = run.notes;
   JSON& processes = json["processes"] = JSON::array();
   for (const PROCESS& process : run.processes) processes.push_back(json_of(process));

@@ -16,6 +16,8 @@ using JSON = nlohmann::ordered_json;
 JSON json_of(const reports::RUN& run);
 /// What its run file says.
 JSON json_of_facts(const reports::RUN_FACTS& facts);
+/// Its key, title and unit.
+JSON json_of(const reports::FIGURE_COLUMN& column);
 /// What the heap held in each phase, by all samples.
 JSON json_of_phases(const reports::TIMELINE& timeline);
 /// The first `shown` rows of a table.

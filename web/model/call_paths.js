@@ -70,8 +70,7 @@ export class CallPaths {
     const where = baseName(file[frame]) || module[frame] || "(unknown file)";
     if (by === "module") return module[frame] || "(no module)";
     if (by === "file") return where;
-    const name =
-      functions[frame] || (module[frame] ? `(unknown function of ${module[frame]})` : "OTHER");
+    const name = functions[frame] || `(unknown function of ${module[frame] || "no module"})`;
     return by === "line" && line[frame] > 0 ? `${name} ${where}:${line[frame]}` : name;
   }
 }
