@@ -35,7 +35,7 @@ def setUpModule():
 
 
 def profile(name, *arguments):
-    environment = dict(os.environ, KORVANE_MEM_PROFILE_ALL="1",
+    environment = dict(os.environ, KORVANE_MEM_PROFILE_ALL="1", KORVANE_MEM_PROFILE_CALL_PATHS="1",
                        KORVANE_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD="500",
                        KORVANE_MEM_REPORT_DIRECTORY=f"{work.name}/{name}")
     subprocess.run([PROGRAM, *arguments], env=environment, check=True, stdout=subprocess.DEVNULL)
@@ -138,6 +138,14 @@ class RealRun(PageTest):
             find_all(".choice button")[[b.text for b in find_all(".choice button")].index(view)].click()
             wanted = [place for place, figures in self.expected if figures[figure] > 0]
             self.assertCountEqual(texts(".place-name"), wanted)
+
+    def test_callers_of_a_line_have_its_figure(self):
+        find(".grid").send_keys(Keys.ENTER)
+        find(".details .who").click()
+        place, figures = self.expected[0]
+        self.assertIn(place, find("#callers code").text)
+        self.assertEqual(sum(exact(find_all("#callers .scroller:first-child td[title]"))), figures["Peak bytes"])
+        self.assertIn(f"({sum(figures['Peak bytes'] for _, figures in self.expected):,} bytes)", find("#paths .read").text)
 
     def test_dragging_zooms_the_timeline(self):
         plot = find(".plot")
