@@ -1,6 +1,7 @@
 // Report files: their names, and that none is missing or cut short in silence. Relies on platform,
 // mem/modules, mem/base, mem/host, mem/state, mem/output, mem/allocator, mem/oom, mem/settings,
-// mem/symbolizer, mem/records, mem/paths, mem/timeline and mem/bins, like everything in this folder.
+// mem/symbolizer, mem/records, mem/paths, mem/timeline and mem/bins, like everything in this
+// folder.
 #pragma once
 
 #include <new>
