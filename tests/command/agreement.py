@@ -123,4 +123,26 @@ if go := shutil.which("go"):
     assert f"of {sum(int(row['Peak bytes']) for row in raw)}B total" in top, top
 else:
     print("no go: pprof's own reading of the profile is not tried")
+
+# Of call paths: the highest level of the tree is the table, and below it nothing gets lost.
+subprocess.run([program], cwd=work, check=True, stdout=subprocess.DEVNULL, env=environment |
+               {"KORVANE_MEM_PROFILE_CALL_PATHS": "1",
+                "KORVANE_MEM_REPORT_DIRECTORY": work + "/paths/%p"})
+table = json.loads(tuk_mem("show", work + "/paths", "--json"))["tables"][0]
+tree = json.loads(tuk_mem("show", work + "/paths", "--tree", "--json"))["tables"][0]
+keys = [name for name in tree["total"] if name != "temporary_blocks"]
+top = [node | tree["frames"][node["frame"]] for node in tree["nodes"] if node["parent"] is None]
+line = lambda row: (row.get("name"), row.get("file"), row.get("line"))
+expected = {line(row): [row[key] for key in keys] for row in table["rows"]}
+found = {line(row): [row[key] for key in keys] for row in top}
+assert len(top) > 5 and found == {name: row for name, row in expected.items() if any(row)}, found
+below = [Counter() for _ in tree["nodes"]]
+for node in tree["nodes"]:
+    if node["parent"] is not None:
+        below[node["parent"]].update({key: node[key] for key in keys})
+for node, sums_below in zip(tree["nodes"], below):
+    assert all(node[key] == node["own"][key] + sums_below[key] for key in keys), node
+assert any("main" == frame.get("function") for frame in tree["frames"])
+stacks = tuk_mem("export", work + "/paths", "--to", "folded").decode().splitlines()
+assert sum(int(stack.rsplit(" ", 1)[1]) for stack in stacks) == table["total"]["peak_bytes"]
 shutil.rmtree(work)

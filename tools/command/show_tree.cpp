@@ -242,9 +242,9 @@ JSON json_of(const PART& part, const PLACES& places, const TREE_REQUEST& request
   const auto& nodes = part.tree.nodes();
   const auto known = PATH_FIGURES::known();
   std::map<std::uint32_t, std::size_t> frames;  // by place
-  JSON& names = json["frames"] = JSON::array();
+  JSON names = JSON::array();
   add_figures(json["total"] = JSON::object(), nodes[CALL_TREE::root].all.figures(), known);
-  JSON& rows = json["nodes"] = JSON::array();
+  JSON rows = JSON::array();
   std::vector<std::pair<std::uint32_t, JSON>> waiting;
   const auto push_children = [&](std::uint32_t node, const JSON& number) {
     const auto children = view.children(node).nodes;
@@ -266,6 +266,8 @@ JSON json_of(const PART& part, const PLACES& places, const TREE_REQUEST& request
     add_figures(object["own"] = JSON::object(), node.own.figures(), known);
     push_children(number, row);
   }
+  json["frames"] = std::move(names);
+  json["nodes"] = std::move(rows);
   return json;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -22,7 +23,9 @@ class MODULE_SYMBOLS : private symbols::ASKER {
   struct MODULE {
     std::string path;
     std::string build_id;  ///< hexadecimal; empty when it is not known to have one
-    auto operator<=>(const MODULE&) const = default;
+    bool operator<(const MODULE& other) const {
+      return std::tie(path, build_id) < std::tie(other.path, other.build_id);
+    }
   };
   /// Addresses as the files count them, in any order.
   using QUESTIONS = std::map<MODULE, std::vector<std::uint64_t>>;
