@@ -30,7 +30,8 @@ enum tuk_mem_tracking_granularity {
   TUK_MEM_TRACK_LEAKS = 16,              /* full leak report */
   TUK_MEM_TRACK_LEAKS_FAST = 32,         /* two-line leak summary */
   TUK_MEM_TRACK_AUXILIARY_TIMELINE = 64, /* sampled process figures */
-  TUK_MEM_TRACK_ALL = 95                 /* everything but TUK_MEM_TRACK_LEAKS_FAST */
+  TUK_MEM_TRACK_CALL_PATHS = 128,        /* figures per stack that leads to a site */
+  TUK_MEM_TRACK_ALL = 95 /* everything but TUK_MEM_TRACK_LEAKS_FAST and TUK_MEM_TRACK_CALL_PATHS */
 };
 
 /* Whether the process's allocator has the hook interface: without it no heap block is seen. */

@@ -25,7 +25,8 @@ static_assert(are_same(TUK_MEM_TRACK_NONE, MEM_TRACK_NONE, TUK_MEM_TRACK_PER_BIN
                        MEM_TRACK_PER_FILELINE, TUK_MEM_TRACK_LEAKS, MEM_TRACK_LEAKS,
                        TUK_MEM_TRACK_LEAKS_FAST, MEM_TRACK_LEAKS_FAST,
                        TUK_MEM_TRACK_AUXILIARY_TIMELINE, MEM_TRACK_AUXILIARY_TIMELINE,
-                       TUK_MEM_TRACK_ALL, MEM_TRACK_ALL));
+                       TUK_MEM_TRACK_CALL_PATHS, MEM_TRACK_CALL_PATHS, TUK_MEM_TRACK_ALL,
+                       MEM_TRACK_ALL));
 
 // No exception may leave to a caller in C; the end of a cancelled thread must.
 template <class FUNCTION>
