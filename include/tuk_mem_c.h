@@ -86,6 +86,9 @@ TUK_MEM_C_API struct tuk_mem_base_stats tuk_mem_enter_local_region(void);
 /* Closes it and returns its peak. */
 TUK_MEM_C_API struct tuk_mem_base_stats tuk_mem_exit_local_region(struct tuk_mem_base_stats saved);
 
+/* The next five are those of tuk_mem.h. */
+#ifndef TUK_MEM_H
+
 /* ---- The calling thread, in or out of all figures. ---- */
 
 /* Leaves it out. Returns whether it was out already; unblock only where this answered false. */
@@ -99,6 +102,8 @@ TUK_MEM_C_API bool mem_am_blocked(void);
 
 TUK_MEM_C_API void mem_notify_memory_mapping_added(const void* address, unsigned long size);
 TUK_MEM_C_API void mem_notify_memory_mapping_removed(const void* address, unsigned long size);
+
+#endif
 
 /* ---- Peaks, samples and reports. ---- */
 

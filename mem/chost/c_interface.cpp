@@ -1,6 +1,4 @@
 // include/tuk_mem_c.h by the functions of include/tuk_mem.h.
-#include "include/tuk_mem_c.h"
-
 #include <cxxabi.h>
 
 #include <ostream>
@@ -8,6 +6,7 @@
 #include <utility>
 
 #include "include/tuk_mem.h"
+#include "include/tuk_mem_c.h"
 #include "include/tuk_mem_scopes.h"
 
 namespace {
