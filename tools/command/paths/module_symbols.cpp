@@ -1,13 +1,16 @@
 #include "tools/command/paths/module_symbols.h"
 
 #include <fcntl.h>
-#include <fmt/core.h>
+#include <fmt/chrono.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "mem/symbolizer/elf_identity.h"
 #include "tools/symbols/core/answer.h"
@@ -35,6 +38,12 @@ bool is_same(std::string a, std::string b) {
   return a == b;
 }
 
+bool is_written_after(int file, const std::string& moment) {
+  struct stat status {};
+  return fstat(file, &status) == 0 &&
+         fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(status.st_mtime)) > moment;
+}
+
 // Why the file is not that module, if it is not.
 std::optional<std::string> fault_of(const symbols::DESCRIPTOR& file,
                                     const MODULE_SYMBOLS::MODULE& module) {
@@ -42,7 +51,15 @@ std::optional<std::string> fault_of(const symbols::DESCRIPTOR& file,
   const MEM_ELF_IDENTITY identity = MEM_ELF_IDENTITY::of_file(file.number());
   if (!module.build_id.empty() && !is_same(build_id_of(identity), module.build_id))
     return "another build than the one that ran";
+  if (module.build_id.empty() && !module.ended.empty() &&
+      is_written_after(file.number(), module.ended))
+    return "no build id, and written after the program had ended";
   return std::nullopt;
+}
+
+bool names_function(const std::vector<symbols::FRAME>& frames) {
+  return std::any_of(frames.begin(), frames.end(),
+                     [](const symbols::FRAME& frame) { return !frame.function.empty(); });
 }
 
 }  // namespace
@@ -77,8 +94,13 @@ void MODULE_SYMBOLS::settled(const std::shared_ptr<symbols::QUESTION>& question)
   --m_open;
   const MODULE& module = *m_modules[question->number];
   if (question->refusal != 0) return m_reader->refused(module, "it can't be read");
+  std::vector<std::vector<symbols::FRAME>> answers;
   for (const std::uint64_t address : question->addresses)
-    m_reader->answered(module, address, symbols::decoded(question->module->answer_to(address)));
+    answers.push_back(symbols::decoded(question->module->answer_to(address)));
+  if (std::none_of(answers.begin(), answers.end(), names_function))
+    return m_reader->refused(module, "it has nothing that tells of its functions, or not any more");
+  for (std::size_t i = 0; i < answers.size(); ++i)
+    m_reader->answered(module, question->addresses[i], std::move(answers[i]));
 }
 
 void MODULE_SYMBOLS::wait() {

@@ -17,8 +17,10 @@ namespace {
 // As the reports of the profiler put it: the same function has one name, as a site and as a caller.
 constexpr std::string_view unknown_file = "Unknown";
 
-MODULE_SYMBOLS::MODULE key_of(const reports::CALL_PATHS::MODULE& module) {
-  return {std::string(module.path), module.build_id};
+MODULE_SYMBOLS::MODULE key_of(const reports::CALL_PATHS::MODULE& module,
+                              const reports::PROCESS& process) {
+  const bool has_end = module.build_id.empty() && process.facts;
+  return {std::string(module.path), module.build_id, has_end ? process.facts->value("end") : ""};
 }
 
 }  // namespace
@@ -28,7 +30,7 @@ std::vector<RESOLVER::PROCESS_STACKS> RESOLVER::resolve(const reports::RUN& run)
   for (const reports::PROCESS& process : run.processes) {
     if (!process.call_paths) continue;
     m_folding.add_filters_of(process);
-    for (auto& [module, addresses] : unknown_frames_of(*process.call_paths)) {
+    for (auto& [module, addresses] : unknown_frames_of(process)) {
       auto& wanted = questions[module];
       wanted.insert(wanted.end(), addresses.begin(), addresses.end());
     }
@@ -42,20 +44,21 @@ std::vector<RESOLVER::PROCESS_STACKS> RESOLVER::resolve(const reports::RUN& run)
   std::vector<PROCESS_STACKS> result;
   for (const reports::PROCESS& process : run.processes) {
     if (!process.call_paths) continue;
-    m_frames.push_back(frames_of(*process.call_paths));
+    m_frames.push_back(frames_of(process));
     result.push_back(
         {&process, reports::CALL_STACKS(*process.call_paths, m_frames.back(), m_places)});
   }
   return result;
 }
 
-MODULE_SYMBOLS::QUESTIONS RESOLVER::unknown_frames_of(const CALL_PATHS& paths) {
+MODULE_SYMBOLS::QUESTIONS RESOLVER::unknown_frames_of(const reports::PROCESS& process) {
+  const CALL_PATHS& paths = *process.call_paths;
   MODULE_SYMBOLS::QUESTIONS questions;
   std::vector<std::pair<KNOWN_MODULE*, std::vector<std::uint64_t>*>> by_number;
   for (const CALL_PATHS::MODULE& module : paths.modules) {
-    KNOWN_MODULE& known = m_modules[key_of(module)];
+    KNOWN_MODULE& known = m_modules[key_of(module, process)];
     known.name = m_texts.keep(module.name);
-    by_number.emplace_back(&known, &questions[key_of(module)]);
+    by_number.emplace_back(&known, &questions[key_of(module, process)]);
   }
   for (const CALL_PATHS::FRAME& frame : paths.frames) {
     if (frame.module == 0) continue;
@@ -110,11 +113,12 @@ RESOLVER::NUMBERS RESOLVER::unknown(std::string_view module, std::uint64_t offse
   return {m_places.number(place)};
 }
 
-RESOLVED_FRAMES RESOLVER::frames_of(const CALL_PATHS& paths) {
+RESOLVED_FRAMES RESOLVER::frames_of(const reports::PROCESS& process) {
+  const CALL_PATHS& paths = *process.call_paths;
   RESOLVED_FRAMES frames;
   std::vector<const KNOWN_MODULE*> modules;
   for (const CALL_PATHS::MODULE& module : paths.modules)
-    modules.push_back(&m_modules[key_of(module)]);
+    modules.push_back(&m_modules[key_of(module, process)]);
   const KNOWN_MODULE none;
   for (const CALL_PATHS::FRAME& frame : paths.frames) {
     const KNOWN_MODULE& module = frame.module == 0 ? none : *modules[frame.module - 1];

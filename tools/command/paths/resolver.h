@@ -37,11 +37,11 @@ class RESOLVER : private MODULE_SYMBOLS::READER {
     std::unordered_map<std::uint64_t, NUMBERS> places;  // by address
   };
 
-  MODULE_SYMBOLS::QUESTIONS unknown_frames_of(const CALL_PATHS& paths);
+  MODULE_SYMBOLS::QUESTIONS unknown_frames_of(const reports::PROCESS& process);
   void answered(const MODULE_SYMBOLS::MODULE& module, std::uint64_t address,
                 std::vector<symbols::FRAME> frames) override;
   void refused(const MODULE_SYMBOLS::MODULE& module, const std::string& sentence) override;
-  reports::RESOLVED_FRAMES frames_of(const CALL_PATHS& paths);
+  reports::RESOLVED_FRAMES frames_of(const reports::PROCESS& process);
   NUMBERS unknown(std::string_view module, std::uint64_t offset, bool is_folded);
   void tell_of_refused();
 
