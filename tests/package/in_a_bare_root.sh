@@ -49,9 +49,13 @@ use() { # what the version must be
   inside gcc /host.c -o /host -ltuk_mem
   inside /host
 }
-apt install --no-install-recommends /packages/{libtuk-mem1,libtuk-mem-dev,tuk-mem}_*.deb
+install_packages() { # the beginning of their names
+  local packages=("$root"/packages/$1*.deb)
+  apt install --no-install-recommends "${packages[@]#"$root"}"
+}
+install_packages '[lt]'
 use "$version"
-apt install --no-install-recommends /packages/newer_{libtuk-mem1,libtuk-mem-dev,tuk-mem}_*.deb
+install_packages newer_
 use "$newer"
 apt purge libtuk-mem1 libtuk-mem-dev tuk-mem
 [ "$(files)" = "$before" ] || { diff <(echo "$before") <(files); exit 1; }
