@@ -81,7 +81,7 @@ struct PART {
 
 std::string label_of(const FRAME_PLACE& place, const TREE_REQUEST& request) {
   if (place.is_catch_all) return std::string(reports::other_name);
-  const std::string module = printable(place.module);
+  std::string module = printable(place.module);
   const bool has_file = reports::is_known_file(place.file);
   if (request.by == BY::MODULE) return module;
   const std::string function = request.by == BY::FILE ? "" : printable(place.function);
@@ -197,8 +197,9 @@ class TREE_TABLE {
         shown.more != 0 && (node == CALL_TREE::root || m_view.is_worth_a_line(shown.others));
     const bool branches = node == CALL_TREE::root || shown.nodes.size() + (has_more ? 1 : 0) > 1;
     if (has_more) waiting.push_back({0, branches ? first : alone, "", shown.more, shown.others});
-    for (auto child = shown.nodes.rbegin(); child != shown.nodes.rend(); ++child)
-      waiting.push_back({*child, branches ? first : alone, branches ? indent : alone});
+    std::for_each(shown.nodes.rbegin(), shown.nodes.rend(), [&](std::uint32_t child) {
+      waiting.push_back({child, branches ? first : alone, branches ? indent : alone});
+    });
   }
 
   void add(const PATH_FIGURES& all, const PATH_FIGURES& own, std::string text) {
@@ -248,8 +249,8 @@ JSON json_of(const PART& part, const PLACES& places, const TREE_REQUEST& request
   std::vector<std::pair<std::uint32_t, JSON>> waiting;
   const auto push_children = [&](std::uint32_t node, const JSON& number) {
     const auto children = view.children(node).nodes;
-    for (auto child = children.rbegin(); child != children.rend(); ++child)
-      waiting.emplace_back(*child, number);
+    std::for_each(children.rbegin(), children.rend(),
+                  [&](std::uint32_t child) { waiting.emplace_back(child, number); });
   };
   push_children(CALL_TREE::root, nullptr);
   while (!waiting.empty()) {
