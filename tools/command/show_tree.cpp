@@ -292,6 +292,7 @@ void show_tree(OUTPUT& out, const reports::RUN& run, const TREE_REQUEST& request
   expect_bin(processes, request.bin);
   const CALL_TREE_OPTIONS options = options_of(request, resolver.places());
   std::vector<CALL_STACKS> stacks;
+  stacks.reserve(processes.size());
   for (const auto& process : processes) stacks.push_back(process.stacks);
   std::vector<PART> parts;
   if (request.per_process)
