@@ -1,5 +1,6 @@
 // The cells of a flame graph on a canvas as large as what is seen of it: tens of thousands are too many for
 // elements, and a deep recursion is taller than a canvas may be.
+import { sharpContext } from "../base/canvas.js";
 import { resolve } from "../base/colours.js";
 import { fitting, visible } from "../base/text.js";
 
@@ -9,13 +10,7 @@ const leastForText = 26;
 /** `how` tells title and look of a node, what is selected and what a search has found. */
 export function paintFlames(canvas, frame, cells, how) {
   const [width, height] = [frame.clientWidth, frame.clientHeight];
-  const ratio = window.devicePixelRatio || 1;
-  canvas.width = width * ratio;
-  canvas.height = height * ratio;
-  canvas.style.width = `${width}px`;
-  canvas.style.height = `${height}px`;
-  const context = canvas.getContext("2d");
-  context.scale(ratio, ratio);
+  const context = sharpContext(canvas, width, height);
   context.translate(0, -frame.scrollTop);
   context.textBaseline = "middle";
   const colours = new Map();

@@ -1,6 +1,7 @@
 // The stacked areas of the timeline, with the names of their series in them, on a canvas: thousands of
 // points are too many for elements.
 import { area, line, stack } from "d3-shape";
+import { sharpContext } from "../base/canvas.js";
 import { colourOf, resolve } from "../base/colours.js";
 import { visible } from "../base/text.js";
 
@@ -13,13 +14,7 @@ export function paintAreas(
   resident,
   marked,
 ) {
-  const ratio = window.devicePixelRatio || 1;
-  canvas.width = width * ratio;
-  canvas.height = height * ratio;
-  canvas.style.width = `${width}px`;
-  canvas.style.height = `${height}px`;
-  const context = canvas.getContext("2d");
-  context.scale(ratio, ratio);
+  const context = sharpContext(canvas, width, height);
   if (drawn.length === 0) return; // a run may end before its first sample
   const series = timeline.largest;
   const layers = stack()
