@@ -52,6 +52,14 @@ char const* text_of(Dwarf_Die& die, unsigned name) {
   return dwarf_formstring(dwarf_attr_integrate(&die, name, &attribute));
 }
 
+std::uint32_t number_of(Dwarf_Die& die, unsigned name) {
+  Dwarf_Attribute attribute;
+  Dwarf_Word value = 0;
+  return dwarf_attr(&die, name, &attribute) != nullptr && dwarf_formudata(&attribute, &value) == 0
+             ? static_cast<std::uint32_t>(value)
+             : 0;
+}
+
 std::optional<std::uint64_t> line_table_of(Dwarf_Die& unit) {
   Dwarf_Attribute attribute;
   Dwarf_Word offset = 0;
@@ -233,18 +241,18 @@ std::uint32_t DEBUG_INFORMATION::scope_at(const UNIT& unit, TABLES& tables, std:
 SOURCE_FUNCTION DEBUG_INFORMATION::function_of(const UNIT& unit, const TABLES& tables,
                                                std::uint32_t number) const {
   const SCOPES::SCOPE& scope = tables.scopes[number];
+  const bool is_inlined = scope.outer != SCOPES::none;
   SOURCE_FUNCTION function;
-  if (scope.outer == SCOPES::none) {
-    function.low = scope.low;
-  } else {
-    function.call_file = tables.lines.file_name(scope.call_file);
-    function.call_line = scope.call_line;
-  }
+  if (!is_inlined) function.low = scope.low;
   Dwarf_Die root = inner_die_of(unit);
   Dwarf_Die die;
   if (root.cu == nullptr ||
       dwarf_offdie(dwarf_cu_getdwarf(root.cu), dwarf_dieoffset(&root) + scope.die, &die) == nullptr)
     return function;
+  if (is_inlined) {
+    function.call_file = tables.lines.file_name(number_of(die, DW_AT_call_file));
+    function.call_line = number_of(die, DW_AT_call_line);
+  }
   char const* name = text_of(die, DW_AT_linkage_name);
   if (name == nullptr) name = text_of(die, DW_AT_MIPS_linkage_name);
   function.is_linker_name = name != nullptr || has_plain_names(root);

@@ -22,6 +22,8 @@ struct LINE_TABLE::HEADER {
 
 namespace {
 
+constexpr std::size_t usual_bytes_of_row = 4;  // of a program
+
 std::string_view string_at(std::string_view section, std::uint64_t offset) {
   if (offset >= section.size()) return {};
   return BYTE_READER(section.substr(offset)).take_string();
@@ -87,6 +89,7 @@ class LINE_TABLE::PROGRAM {
 
   void run() {
     BYTE_READER reader(m_header.program);
+    m_table.m_rows.reserve(m_header.program.size() / usual_bytes_of_row);
     while (!reader.at_end()) step(reader);
   }
 
@@ -265,7 +268,6 @@ void LINE_TABLE::finish() {
   std::uint64_t highest = 0;
   for (SEQUENCE& sequence : m_sequences)
     sequence.highest_so_far = highest = std::max(highest, sequence.high);
-  m_rows.shrink_to_fit();
 }
 
 const LINE_TABLE::ROW* LINE_TABLE::find(std::uint64_t address) const {
@@ -300,7 +302,7 @@ std::string LINE_TABLE::file_name(std::uint64_t number) const {
 }
 
 std::size_t LINE_TABLE::bytes() const {
-  return m_rows.capacity() * sizeof(ROW) + m_sequences.capacity() * sizeof(SEQUENCE) +
+  return m_rows.size() * sizeof(ROW) + m_sequences.capacity() * sizeof(SEQUENCE) +
          m_files.capacity() * sizeof(SOURCE_FILE) +
          m_directories.capacity() * sizeof(std::string_view);
 }

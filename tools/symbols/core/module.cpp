@@ -1,6 +1,7 @@
 #include "tools/symbols/core/module.h"
 
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "tools/symbols/core/debug_files.h"
@@ -45,8 +46,17 @@ class MODULE::PARTS {
   std::string name_of(const SOURCE_FUNCTION& function) {
     if (!function.is_linker_name && function.low != 0)
       if (const auto symbol = symbols().starting_at(function.low + m_bias))
-        return demangled(symbol->name);
-    return demangled(function.name.c_str());
+        return readable(symbol->name);
+    return readable(function.name);
+  }
+
+  // The same few functions are inlined everywhere.
+  const std::string& readable(const std::string& name) {
+    constexpr std::size_t most_known = 4096;
+    if (m_readable.size() >= most_known) m_readable.clear();
+    const auto [known, is_new] = m_readable.try_emplace(name);
+    if (is_new) known->second = demangled(name.c_str());
+    return known->second;
   }
 
   void complete(FRAME& frame, std::uint64_t address) {
@@ -82,6 +92,7 @@ class MODULE::PARTS {
   std::optional<DEBUG_INFORMATION> m_debug_information;
   std::optional<SYMBOL_TABLE> m_symbols;
   std::optional<UNNAMED_FUNCTIONS> m_unnamed;
+  std::unordered_map<std::string, std::string> m_readable;  // of names as the linker knows them
 };
 
 MODULE::MODULE(std::unique_ptr<PARTS> parts) : m_parts(std::move(parts)) {}

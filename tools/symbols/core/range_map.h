@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <vector>
 
@@ -40,6 +39,8 @@ class RANGE_MAP {
     std::uint32_t value;
   };
   static constexpr std::uint32_t nothing = UINT32_MAX;
+
+  void cut_at_borders();
 
   std::vector<RANGE> m_ranges;
   std::vector<PIECE> m_pieces;

@@ -6,8 +6,6 @@ namespace symbols {
 
 namespace {
 
-constexpr int deepest = 256;  // of a damaged file; others come nowhere near
-
 // In C and C++ a type outside of a function holds declarations only, and such types are most of
 // what there is.
 bool types_may_hold_code(Dwarf_Die& unit) {
@@ -26,30 +24,16 @@ bool types_may_hold_code(Dwarf_Die& unit) {
   }
 }
 
-std::uint32_t number_of(Dwarf_Die& die, unsigned name) {
-  Dwarf_Attribute attribute;
-  Dwarf_Word value = 0;
-  return dwarf_attr(&die, name, &attribute) != nullptr && dwarf_formudata(&attribute, &value) == 0
-             ? static_cast<std::uint32_t>(value)
-             : 0;
-}
-
 }  // namespace
 
-SCOPES::SCOPES(Dwarf_Die unit)
-    : m_unit(dwarf_dieoffset(&unit)), m_types_may_hold_code(types_may_hold_code(unit)) {
-  add_children(m_map, unit, {});
-  finish(m_map);
-}
-
-void SCOPES::finish(RANGE_MAP& map) {
-  map.finish();
-  m_bytes_of_maps += map.bytes();
+SCOPES::SCOPES(Dwarf_Die unit) : m_unit(dwarf_dieoffset(&unit)), m_dies(unit) {
+  fill(m_map, unit, m_dies.outer_functions(unit, types_may_hold_code(unit)));
 }
 
 std::optional<std::uint32_t> SCOPES::find(Dwarf_Die unit, std::uint64_t address) {
   std::optional<std::uint32_t> found = m_map.find(address);
-  if (!found && !m_is_whole) {  // a function inside of another one
+  if (!found &&
+      !m_is_whole) {  // a function inside of another one, or a part that it is silent about
     read_whole(unit);
     found = m_map.find(address);
   }
@@ -63,88 +47,59 @@ const RANGE_MAP& SCOPES::whole_map(Dwarf_Die unit) {
   return m_map;
 }
 
-void SCOPES::read_whole(Dwarf_Die unit) {
+void SCOPES::read_whole(Dwarf_Die& unit) {
   m_is_whole = true;
   m_scopes.clear();
   m_insides.clear();
   m_map = {};
   m_bytes_of_maps = 0;
-  add_children(m_map, unit, {.enters_functions = true});
-  finish(m_map);
+  fill(m_map, unit, m_dies.all_inside(unit, m_unit));
 }
 
-const RANGE_MAP& SCOPES::inside_of(Dwarf_Die unit, std::uint32_t function) {
+const RANGE_MAP& SCOPES::inside_of(Dwarf_Die& unit, std::uint32_t function) {
   const auto [known, is_new] = m_insides.try_emplace(function);
-  RANGE_MAP& map = known->second;
-  Dwarf_Die die;
-  if (is_new && unit.cu != nullptr &&
-      dwarf_offdie(dwarf_cu_getdwarf(unit.cu), m_unit + m_scopes[function].die, &die) != nullptr) {
-    add_children(map, die, {.outer = function, .is_function = true, .enters_functions = true});
-    finish(map);
-  }
-  return map;
+  if (is_new) fill(known->second, unit, m_dies.all_inside(unit, m_unit + m_scopes[function].die));
+  return known->second;
 }
 
-void SCOPES::add_children(RANGE_MAP& map, Dwarf_Die& parent, PLACE place) {
-  Dwarf_Die die;
-  if (place.depth == deepest || dwarf_child(&parent, &die) != 0) return;
-  Dwarf_Off last = 0;
-  do {
-    // A damaged file may lead back.
-    if (dwarf_dieoffset(&die) <= last) return;
-    last = dwarf_dieoffset(&die);
-    add(map, die, place);
-  } while (dwarf_siblingof(&die, &die) == 0);
-}
-
-void SCOPES::add(RANGE_MAP& map, Dwarf_Die& die, PLACE place) {
-  ++place.depth;
-  switch (dwarf_tag(&die)) {
-    case DW_TAG_subprogram:
-      place.outer = add_scope(map, die, none);
-      place.is_function = true;
-      if (place.enters_functions) add_children(map, die, place);
-      return;
-    case DW_TAG_inlined_subroutine:
-      place.outer = add_scope(map, die, place.outer);
-      return add_children(map, die, place);
-    case DW_TAG_class_type:
-    case DW_TAG_structure_type:
-    case DW_TAG_union_type:
-    case DW_TAG_enumeration_type:
-    case DW_TAG_interface_type:
-      if (!m_types_may_hold_code && !place.is_function) return;
-      [[fallthrough]];
-    case DW_TAG_lexical_block:
-    case DW_TAG_try_block:
-    case DW_TAG_catch_block:
-    case DW_TAG_namespace:
-    case DW_TAG_module:
-    case DW_TAG_with_stmt:
-      return add_children(map, die, place);
-    default:
-      return;
-  }
+void SCOPES::fill(RANGE_MAP& map, Dwarf_Die& unit, std::span<const CODE_DIE> dies) {
+  std::vector<std::uint32_t> numbers;
+  numbers.reserve(dies.size());
+  for (const CODE_DIE& die : dies)
+    numbers.push_back(
+        add_scope(map, unit, die, die.outer == CODE_DIE::none ? none : numbers[die.outer]));
+  map.finish();
+  m_bytes_of_maps += map.bytes();
 }
 
 // What has no code is none: a declaration, or the pattern that others are instances of.
-std::uint32_t SCOPES::add_scope(RANGE_MAP& map, Dwarf_Die& die, std::uint32_t outer) {
+std::uint32_t SCOPES::add_scope(RANGE_MAP& map, Dwarf_Die& unit, const CODE_DIE& die,
+                                std::uint32_t outer) {
   const auto number = static_cast<std::uint32_t>(m_scopes.size());
+  const std::uint64_t low = add_ranges(map, unit, die, number);
+  if (low == 0) return outer;
+  m_scopes.push_back({.low = low, .die = die.offset - m_unit, .outer = outer});
+  return number;
+}
+
+// Returns where the first one begins, or 0.
+std::uint64_t SCOPES::add_ranges(RANGE_MAP& map, Dwarf_Die& unit, const CODE_DIE& code,
+                                 std::uint32_t number) {
+  if (code.low != 0 && code.bytes != 0) {
+    map.add(code.low, code.low + code.bytes, number);
+    return code.low;
+  }
+  Dwarf_Die die;
+  if (dwarf_offdie(dwarf_cu_getdwarf(unit.cu), code.offset, &die) == nullptr) return 0;
   Dwarf_Addr base = 0;
   Dwarf_Addr low = 0;
   Dwarf_Addr high = 0;
-  std::uint64_t lowest = 0;
+  std::uint64_t first = 0;
   for (std::ptrdiff_t next = 0; (next = dwarf_ranges(&die, next, &base, &low, &high)) > 0;) {
-    if (lowest == 0) lowest = low;
+    if (first == 0) first = low;
     map.add(low, high, number);
   }
-  if (lowest == 0) return outer;
-  m_scopes.push_back({.low = lowest,
-                      .die = dwarf_dieoffset(&die) - m_unit,
-                      .outer = outer,
-                      .call_file = outer == none ? 0 : number_of(die, DW_AT_call_file),
-                      .call_line = outer == none ? 0 : number_of(die, DW_AT_call_line)});
-  return number;
+  return first;
 }
 
 }  // namespace symbols

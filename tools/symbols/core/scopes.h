@@ -5,9 +5,11 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
+#include "tools/symbols/core/code_dies.h"
 #include "tools/symbols/core/range_map.h"
 
 namespace symbols {
@@ -17,11 +19,9 @@ class SCOPES {
   static constexpr std::uint32_t none = UINT32_MAX;
 
   struct SCOPE {
-    std::uint64_t low;        ///< where it begins; 0 when unknown
-    std::uint64_t die;        ///< its offset behind the unit's own
-    std::uint32_t outer;      ///< the scope that it is inlined into; `none` for a function
-    std::uint32_t call_file;  ///< where it is inlined, as its unit's line table counts
-    std::uint32_t call_line;
+    std::uint64_t low;    ///< where it begins; 0 when unknown
+    std::uint64_t die;    ///< its offset behind the unit's own
+    std::uint32_t outer;  ///< the scope that it is inlined into; `none` for a function
   };
 
   SCOPES() = default;
@@ -35,27 +35,24 @@ class SCOPES {
   /// Where there is code of any scope.
   const RANGE_MAP& whole_map(Dwarf_Die unit);
   const SCOPE& operator[](std::uint32_t number) const { return m_scopes[number]; }
-  std::size_t bytes() const { return m_scopes.capacity() * sizeof(SCOPE) + m_bytes_of_maps; }
+  std::size_t bytes() const {
+    return m_scopes.capacity() * sizeof(SCOPE) + m_dies.bytes() + m_bytes_of_maps;
+  }
 
  private:
-  struct PLACE {
-    std::uint32_t outer = none;  // the innermost scope around
-    int depth = 0;
-    bool is_function = false;  // inside of one, be it with code or without
-    bool enters_functions = false;
-  };
-  void read_whole(Dwarf_Die unit);
-  const RANGE_MAP& inside_of(Dwarf_Die unit, std::uint32_t function);
-  void finish(RANGE_MAP& map);
-  void add_children(RANGE_MAP& map, Dwarf_Die& parent, PLACE place);
-  void add(RANGE_MAP& map, Dwarf_Die& die, PLACE place);
-  std::uint32_t add_scope(RANGE_MAP& map, Dwarf_Die& die, std::uint32_t outer);
+  void read_whole(Dwarf_Die& unit);
+  const RANGE_MAP& inside_of(Dwarf_Die& unit, std::uint32_t function);
+  void fill(RANGE_MAP& map, Dwarf_Die& unit, std::span<const CODE_DIE> dies);
+  std::uint32_t add_scope(RANGE_MAP& map, Dwarf_Die& unit, const CODE_DIE& die,
+                          std::uint32_t outer);
+  static std::uint64_t add_ranges(RANGE_MAP& map, Dwarf_Die& unit, const CODE_DIE& die,
+                                  std::uint32_t number);
 
   Dwarf_Off m_unit = 0;
-  bool m_types_may_hold_code = false;
+  CODE_DIES m_dies;
   bool m_is_whole = false;
   std::vector<SCOPE> m_scopes;
-  RANGE_MAP m_map;  // of functions that are inside of none, or of everything
+  RANGE_MAP m_map;                                         // of functions
   std::unordered_map<std::uint32_t, RANGE_MAP> m_insides;  // of those asked about
   std::size_t m_bytes_of_maps = 0;
 };
