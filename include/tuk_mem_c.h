@@ -115,7 +115,7 @@ TUK_MEM_C_API bool tuk_mem_user_snapshot_tracking_data(void);
 TUK_MEM_C_API bool tuk_mem_write_report_snapshot(void);
 
 /* Write a report to an open file, which is the host's: neither flushed nor closed. False as the
-   function of the same name, and when the file didn't take all of it. */
+   function of the same name, when the file didn't take all of it, and for a null file. */
 TUK_MEM_C_API bool tuk_mem_dump_tbb_fileline_tracking(FILE* out);
 TUK_MEM_C_API bool tuk_mem_dump_tbb_subsystem_tracking(FILE* out);
 TUK_MEM_C_API bool tuk_mem_dump_tbb_profile_bin_stats_tracking(FILE* out);

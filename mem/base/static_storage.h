@@ -31,7 +31,9 @@ void mem_destroy(OBJECT*& object) {
   if (OBJECT* const ended = std::exchange(object, nullptr)) ended->~OBJECT();
 }
 
-/// An object that is there from load and never destroyed; its constructor has to be constexpr.
+/// An object that is there from load and never destroyed; its constructor has to be constexpr. At
+/// namespace scope: in a function the compiler has its end registered by the first call, which in a
+/// hook may come while the C library holds the lock of such registrations.
 template <class OBJECT>
 union MEM_NEVER_DESTROYED {
   OBJECT object;

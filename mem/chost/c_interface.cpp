@@ -83,6 +83,7 @@ class FILE_STREAM {
 };
 
 bool dump(std::FILE* out, bool (*to_stream)(std::ostream&)) {
+  if (out == nullptr) return false;
   return answer_of([&] {
     FILE_STREAM file(out);
     return to_stream(file.stream()) && file.took_all();
@@ -91,6 +92,7 @@ bool dump(std::FILE* out, bool (*to_stream)(std::ostream&)) {
 
 bool dump_two(std::FILE* summary, std::FILE* detailed,
               bool (*to_streams)(std::ostream&, std::ostream&)) {
+  if (summary == nullptr || detailed == nullptr) return false;
   return answer_of([&] {
     FILE_STREAM first(summary);
     FILE_STREAM second(detailed);

@@ -9,22 +9,22 @@
 
 namespace {
 
-const MEM_COUNTER_COLUMN counter_columns[] = {
-    MEM_COLUMN::current_bytes,
-    MEM_COLUMN::max_bytes,
-    MEM_COLUMN::peak_bytes,
-    MEM_COLUMN::cumulative_bytes,
-    MEM_COLUMN::cumulative_requested_bytes,
-    MEM_COLUMN::cumulative_mismatched_bytes,
-    MEM_COLUMN::current_blocks,
-    MEM_COLUMN::max_blocks,
-    MEM_COLUMN::peak_blocks,
-    MEM_COLUMN::cumulative_blocks,
+constexpr const MEM_COUNTER_COLUMN* counter_columns[] = {
+    &MEM_COLUMN::current_bytes,
+    &MEM_COLUMN::max_bytes,
+    &MEM_COLUMN::peak_bytes,
+    &MEM_COLUMN::cumulative_bytes,
+    &MEM_COLUMN::cumulative_requested_bytes,
+    &MEM_COLUMN::cumulative_mismatched_bytes,
+    &MEM_COLUMN::current_blocks,
+    &MEM_COLUMN::max_blocks,
+    &MEM_COLUMN::peak_blocks,
+    &MEM_COLUMN::cumulative_blocks,
 };
 
 void write_header(MEM_REPORT_TEXT& out) {
   out << "Address";
-  for (const MEM_COUNTER_COLUMN& column : counter_columns) out << '\t' << column.title;
+  for (const MEM_COUNTER_COLUMN* column : counter_columns) out << '\t' << column->title;
   out << "\tModule\tFile\tLine\tFunction\n";
 }
 
@@ -38,9 +38,9 @@ void write_row(MEM_REPORT_TEXT& out, const MEM_SITE_ROW& row) {
     out << "OTHER";
   else
     out << row.address;
-  for (const MEM_COUNTER_COLUMN& column : counter_columns) {
+  for (const MEM_COUNTER_COLUMN* column : counter_columns) {
     out << '\t';
-    column.print(out, row.counters);
+    column->print(out, row.counters);
   }
   const MEM_ADDRESS_INFO& info = row.info();
   out << '\t' << info.module_name_buffer << '\t' << info.file_name_buffer << '\t' << info.line

@@ -177,7 +177,7 @@ MEM_ADDR2LINE_TOOL::EXCHANGE MEM_ADDR2LINE_TOOL::collect_rest(int usecs, DEADLIN
 
 MEM_ADDR2LINE_TOOL::EXCHANGE MEM_ADDR2LINE_TOOL::read_piece(DEADLINE deadline,
                                                             MEM_ANSWER_TEXT& answer) {
-  char piece[4096];
+  char piece[1024];  // small: the stack is the host's, maybe a fiber's
   std::size_t count = 0;
   const int ready = wait_for_output(deadline);
   if (ready == 0) return EXCHANGE::silent;

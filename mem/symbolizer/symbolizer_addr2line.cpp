@@ -14,9 +14,14 @@ using ADDR2LINE_HANDLE = IMPL::ADDR2LINE_HANDLE;
 
 constinit IMPL::CACHE IMPL::CACHE::singleton_instance;
 
+namespace {
+
+constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE> only_addr2line;
+
+}  // namespace
+
 MEM_SYMBOLIZER_ADDR2LINE* MEM_SYMBOLIZER_ADDR2LINE::get_instance() {
-  static constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE> instance;
-  return &instance.object;
+  return &only_addr2line.object;
 }
 
 bool MEM_SYMBOLIZER_ADDR2LINE::get_module_info(void const* address, MEM_ADDRESS_INFO& info) {

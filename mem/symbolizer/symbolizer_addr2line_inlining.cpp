@@ -36,11 +36,12 @@ int get_wait_usecs() {
   return wait_usecs;
 }
 
+constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE_INLINING> only_addr2line_inlining;
+
 }  // namespace
 
 MEM_SYMBOLIZER_ADDR2LINE_INLINING* MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_instance() {
-  static constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_ADDR2LINE_INLINING> instance;
-  return &instance.object;
+  return &only_addr2line_inlining.object;
 }
 
 bool MEM_SYMBOLIZER_ADDR2LINE_INLINING::get_module_info(void const* address,

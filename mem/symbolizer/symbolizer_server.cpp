@@ -55,12 +55,11 @@ OUTCOME look_up(MEM_MODULE_FILE& file, const ADDRESSES& addresses, MEM_SYMBOL_BY
   return outcome;
 }
 
+constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_SERVER> only_server;
+
 }  // namespace
 
-MEM_SYMBOLIZER_SERVER* MEM_SYMBOLIZER_SERVER::get_instance() {
-  static constinit MEM_NEVER_DESTROYED<MEM_SYMBOLIZER_SERVER> instance;
-  return &instance.object;
-}
+MEM_SYMBOLIZER_SERVER* MEM_SYMBOLIZER_SERVER::get_instance() { return &only_server.object; }
 
 bool MEM_SYMBOLIZER_SERVER::get_module_info(void const* address, MEM_ADDRESS_INFO& info) {
   return mem_get_module_info(address, info);

@@ -38,6 +38,31 @@ TEST(TheHost, FindsItsBooksConfirmedWhateverGoesOn) {
   EXPECT_EQ(run.status(), 0) << run.out() << run.err();
 }
 
+void expect_well(const PROGRAM& c_host) {
+  const RUN run(c_host);
+  EXPECT_EQ(run.status(), 0) << testing::PrintToString(c_host.arguments);
+  EXPECT_EQ(run.out() + run.err(), "") << testing::PrintToString(c_host.arguments);
+}
+
+TEST(AHostInC, MayCallEverythingAtAnyTime) {
+  for (const char* when : {"before_the_library", "before_main", "in_main", "in_a_thread",
+                           "in_a_child", "at_exit", "after_main"})
+    expect_well(tracked("c_host", {when, "everything"}, everything));
+  expect_well(tracked("c_host", {"cancelled", "dump_to_nobody"}, everything));
+}
+
+TEST(AHostInC, MayRegisterFunctionsForItsEnd) {
+  for (const char* symbolizer : {"addr2line", "addr2line_inlining", "server"}) {
+    PROGRAM host = tracked("c_host", {"in_main", "register_exit_functions"}, per_fileline);
+    host.environment["KORVANE_MEM_SYMBOLIZER"] = symbolizer;
+    // Where no server is found, so that addr2line is asked in its stead.
+    host.shell_prefix = "cp " TUK_MEM_LIBRARY " libtuk_mem.so.1;";
+    host.environment["LD_LIBRARY_PATH"] = ".";
+    host.preload = {MALLOC_LIBRARY};
+    expect_well(host);
+  }
+}
+
 // The child tracks nothing and reports nothing; the parent's figures are its own.
 TEST(Fork, LeavesTheParentTrackingAndTheChildNot) {
   const RUN run(tracked("survival", {"fork_a_child"}, everything));
