@@ -11,6 +11,7 @@ set(CPACK_COMPONENTS_ALL library development command)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SOURCE tuk-mem)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -19,7 +20,11 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libtuk-mem${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_RECOMMENDS binutils)  # addr2line
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${debian_directory}/shlibs ${debian_directory}/triggers)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SUGGESTS tuk-mem)
+# What is built with this version may call what older ones don't have.
+configure_file(${debian_directory}/shlibs.in shlibs @ONLY)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/shlibs
+    ${debian_directory}/triggers)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
     "in-process heap profiler, the libraries\nCharges every heap block of a process to the line of code that asked for it,\nto its module, to the phase that the program says it is in, and to timelines.\n.\nThe library is linked or preloaded; a second one makes any allocator one that\nit can hook.")
 
@@ -29,13 +34,14 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libtuk-mem${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "tuk-mem, libgoogle-perftools4")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "in-process heap profiler, for building hosts\nHeaders for C++ and C, a CMake package and a pkg-config file of the profiler\nthat libtuk-mem1 holds: a host tells it its phases, and asks it for figures.")
+    "in-process heap profiler, for building hosts\nHeaders for C++ and C, a CMake package and a pkg-config file of the profiler\nthat libtuk-mem${PROJECT_VERSION_MAJOR} holds: a host tells it its phases, and asks it for figures.")
 
 set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tuk-mem)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS
     "libtuk-mem${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)")
+set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS libgoogle-perftools4)  # run --allocator tcmalloc
 set(CPACK_COMPONENT_COMMAND_DESCRIPTION
     "runs programs under a heap profiler, and shows what they held\nOne command from a program to an answer: which lines of code hold the memory of\nan unchanged program, when, and what leaks; as a table, as a page with\ntimelines, as a gate for a build, or for other tools to read.")
 
