@@ -19,9 +19,18 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
+// The pages of docs/ that are named in the text are not beside the manual.
+std::string without_links(std::string_view effect) {
+  constexpr std::string_view link = ", see [";
+  std::string result(effect);
+  if (const auto begin = result.find(link); begin != std::string::npos)
+    result.erase(begin, result.find(')', begin) + 1 - begin);
+  return result;
+}
+
 // `name` in the effect's text is set in bold.
 std::string paragraph(std::string_view effect) {
-  std::string result = escaped(effect);
+  std::string result = escaped(without_links(effect));
   for (bool opens = true;; opens = !opens) {
     const auto tick = result.find('`');
     if (tick == std::string::npos) return result;
