@@ -121,6 +121,8 @@ TEST_F(THE_COMMAND, TellsWhatIsWrongWithAnInput) {
        "leaked bytes: 6\n",
        ":5: the total is not the sum of the lines, which is 5"},
       {"mem_tbb_run.kvi.log", "executable\t/bin/a\npid\t5\n", ":2: the file ends here, without .*"},
+      {"mem_tbb_run.kvi.log", "executable\t/bin/a\nversion\t2.0.0\n",
+       ":2: the reports are of version \"2.0.0\", .*"},
       {paths_name, "Call paths\t2\n", ":1: call paths are written in version \"2\", .*"},
       {paths_name, call_paths("", "", "2\t3\t2\n"), ":19: .3. is the number of no row before"},
       {paths_name, call_paths("9\t1\t0\t1\t1\t1\t1\t1\t1\t0\n"), ":25: .9. is the number .*"},

@@ -37,8 +37,8 @@ constexpr char const* footer =
 constexpr char const* formats =
     "tuk-mem " TUK_MEM_VERSION_STRING
     "\n"
-    "reads: reports of version 1, call paths 1, run.json 1\n"
-    "writes: JSON of runs 1, CSV, folded stacks, profiles of pprof, JUnit\n";
+    "reads: reports of major version 1, call paths 1\n"
+    "writes: run.json 1, JSON of runs 1, CSV, folded stacks, profiles of pprof, JUnit\n";
 
 // Without the value that a flag gives when it negates another: "--no-lines{false}".
 class FORMATTER : public CLI::Formatter {

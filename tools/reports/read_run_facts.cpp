@@ -53,12 +53,20 @@ RUN_FACTS::MODULE module_of(LINE_READER& lines, std::string_view value) {
   return module;
 }
 
+// Of the library that wrote the reports. A newer minor version only adds to them.
+void check_version(LINE_READER& lines, std::string_view version) {
+  if (!version.starts_with("1."))
+    lines.fail("the reports are of version " + quoted(version) +
+               ", and only those of major version 1 are known here");
+}
+
 void read_line(LINE_READER& lines, std::string_view line, RUN_FACTS& facts) {
   const std::size_t tab = line.find('\t');
   if (tab == std::string_view::npos || tab == 0)
     lines.fail("a key, a tab and a value are expected here");
   const std::string_view key = line.substr(0, tab);
   const std::string_view value = line.substr(tab + 1);
+  if (key == "version") check_version(lines, value);
   if (key == "argument")
     facts.arguments.push_back(unescaped(value));
   else if (key == "setting")
