@@ -250,8 +250,8 @@ bool CODE_DIES::add(Dwarf_Abbrev* entry, const UNIT& unit) {
 bool CODE_DIES::add_step(unsigned name, unsigned form, const UNIT& unit, std::uint32_t first_step) {
   const std::optional<STEP> step = step_over(form, unit);
   if (!step) return false;
-  const STEP::KIND kind = step->kind == STEP::bytes ? of_interest(name, form) : step->kind;
-  if (kind == STEP::bytes && m_steps.size() > first_step && m_steps.back().kind == STEP::bytes) {
+  const STEP::KIND kind = step->kind == STEP::plain ? of_interest(name, form) : step->kind;
+  if (kind == STEP::plain && m_steps.size() > first_step && m_steps.back().kind == STEP::plain) {
     m_steps.back().size += step->size;
   } else {
     m_steps.push_back({kind, step->size});
@@ -265,11 +265,11 @@ CODE_DIES::STEP::KIND CODE_DIES::of_interest(unsigned name, unsigned form) {
     case DW_AT_sibling:
       return STEP::sibling;
     case DW_AT_low_pc:
-      return form == DW_FORM_addr ? STEP::low : STEP::bytes;
+      return form == DW_FORM_addr ? STEP::low : STEP::plain;
     case DW_AT_high_pc:
-      return form == DW_FORM_addr ? STEP::bytes : STEP::length;
+      return form == DW_FORM_addr ? STEP::plain : STEP::length;
     default:
-      return STEP::bytes;
+      return STEP::plain;
   }
 }
 
@@ -301,45 +301,45 @@ std::optional<CODE_DIES::STEP> CODE_DIES::step_over(std::uint64_t form, const UN
   switch (form) {
     case DW_FORM_flag_present:
     case DW_FORM_implicit_const:
-      return STEP{STEP::bytes, 0};
+      return STEP{STEP::plain, 0};
     case DW_FORM_data1:
     case DW_FORM_ref1:
     case DW_FORM_flag:
     case DW_FORM_strx1:
     case DW_FORM_addrx1:
-      return STEP{STEP::bytes, 1};
+      return STEP{STEP::plain, 1};
     case DW_FORM_data2:
     case DW_FORM_ref2:
     case DW_FORM_strx2:
     case DW_FORM_addrx2:
-      return STEP{STEP::bytes, 2};
+      return STEP{STEP::plain, 2};
     case DW_FORM_strx3:
     case DW_FORM_addrx3:
-      return STEP{STEP::bytes, 3};
+      return STEP{STEP::plain, 3};
     case DW_FORM_data4:
     case DW_FORM_ref4:
     case DW_FORM_strx4:
     case DW_FORM_addrx4:
     case DW_FORM_ref_sup4:
-      return STEP{STEP::bytes, 4};
+      return STEP{STEP::plain, 4};
     case DW_FORM_data8:
     case DW_FORM_ref8:
     case DW_FORM_ref_sig8:
     case DW_FORM_ref_sup8:
-      return STEP{STEP::bytes, 8};
+      return STEP{STEP::plain, 8};
     case DW_FORM_data16:
-      return STEP{STEP::bytes, 16};
+      return STEP{STEP::plain, 16};
     case DW_FORM_addr:
-      return STEP{STEP::bytes, unit.address_size};
+      return STEP{STEP::plain, unit.address_size};
     case DW_FORM_ref_addr:
-      return STEP{STEP::bytes, unit.version == 2 ? unit.address_size : unit.offset_size};
+      return STEP{STEP::plain, unit.version == 2 ? unit.address_size : unit.offset_size};
     case DW_FORM_strp:
     case DW_FORM_line_strp:
     case DW_FORM_strp_sup:
     case DW_FORM_sec_offset:
     case DW_FORM_GNU_ref_alt:
     case DW_FORM_GNU_strp_alt:
-      return STEP{STEP::bytes, unit.offset_size};
+      return STEP{STEP::plain, unit.offset_size};
     case DW_FORM_sdata:
     case DW_FORM_udata:
     case DW_FORM_ref_udata:

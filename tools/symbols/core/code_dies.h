@@ -43,7 +43,7 @@ class CODE_DIES {
   /// How one form is passed over, or several.
   struct STEP {
     enum KIND : std::uint8_t {
-      bytes,
+      plain,
       number,
       string,
       block,
@@ -54,7 +54,7 @@ class CODE_DIES {
       length
     };
     KIND kind;
-    std::uint32_t size;  // of the bytes, or of the block's count
+    std::uint32_t size;  // in bytes, of what is plain, or of a block's count
   };
   struct ABBREVIATION {
     enum KIND : std::uint8_t { unknown, other, scope, type, function, inlined };
