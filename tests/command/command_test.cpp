@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temporary_directory.h"
+#include "tests/command/the_command.h"
+#include "tests/command/written_reports.h"
 #include "tools/reports/call_tree.h"
 #include "tools/reports/read_run.h"
 #include "tools/reports/row_groups.h"
@@ -18,30 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf, testing::ElementsAre, testing::HasSubstr, testing::MatchesRegex;
-
-const std::string titles =
-    "Address\tCurrent bytes\tMax bytes\tPeak bytes\tCumulative bytes\tCurrent blocks\tModule\tFile"
-    "\tLine\tFunction\n";
-const std::string sites_head =
-    "MEM: TBB Fileline Tracking Memory Snapshot. [at index 3]\n\n" + titles;
-const std::string end = "Time spent dumping:\t9 clicks.\t9e-06 seconds.\n";
-const std::string bins_head =
-    "Memory Tracking - Profile Bin Stats\n\nName\tMax bytes\tPeak bytes\n";
-
-/// A site; blocks are of 100 bytes.
-std::string site(const std::string& address, int live, int peak, const std::string& names) {
-  const std::string current = std::to_string(100 * live);
-  const std::string most = std::to_string(100 * peak);
-  return address + "\t" + current + "\t" + most + "\t" + most + "\t" + most + "\t" +
-         std::to_string(live) + "\t" + names + "\n";
-}
-
-std::string sites(const std::string& rows) { return sites_head + rows + end; }
-
-void write(const fs::path& path, const std::string& text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << text;
-}
 
 extern "C" void outer_of_the_test() {}
 extern "C" void helper_of_the_test() {}
@@ -78,16 +53,6 @@ std::string call_paths(std::string first_path = "", const std::string& last = wh
          second_caller + "3\t2\t3\n4\t1\t4\n5\t4\t2\nbins\t0\npaths\t3\n" + first_path +
          "0\t1\t0\t5\t6\t7\t3\t3\t3\t0\n5\t2\t0\t3\t3\t3\t1\t1\t1\t0\n" + last;
 }
-
-class THE_COMMAND : public testing::Test {
- protected:
-  RUN run(const std::vector<std::string>& words, const std::string& prefix = "") const {
-    return RUN({.path = TUK_MEM_COMMAND, .arguments = words, .shell_prefix = prefix});
-  }
-  std::string in(const std::string& name) const { return m_directory.path + "/" + name; }
-
-  TEMPORARY_DIRECTORY m_directory;
-};
 
 // One sentence that names the file, the line and what is wrong; never a crash, never much memory.
 TEST_F(THE_COMMAND, TellsWhatIsWrongWithAnInput) {
