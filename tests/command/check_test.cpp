@@ -33,7 +33,7 @@ TEST_F(THE_GATE, TellsWhatItCanNotTellAndCountsWhatItCan) {
   write("lost/mem_tbb_fileline.x.log", some);
   write("lost/mem_tbb_run.x.log", run_file(5, "hooks", 7));
   write("killed/snapshot-0001/mem_tbb_fileline.x.log", some);
-  write_file("returns.supp", "# of another system\r\nleak:^f(*$\r\n\tleak:b*$ \r\n");
+  write_file("returns.supp", "# of another system\r\nleak:^f(*$\r\n\tleak:b.c \r\n");
   write_file("path.supp", "leak:/opt/one/\n");
   write_file("empty.supp", "leak:a\nleak:\n");
   const std::tuple<std::vector<std::string>, int, std::string> rows[] = {

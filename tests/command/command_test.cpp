@@ -375,6 +375,26 @@ TEST_F(THE_COMMAND, HoldsARunAgainstLimits) {
       MatchesRegex(".*tests=\"2\" failures=\"1\">.*message=\"300 [^\n]*\">\n.*b&lt;.cpp.*"));
 }
 
+TEST_F(THE_COMMAND, SaysWhichReportsTellNothingOfWhatIsAsked) {
+  write(in("run/1/mem_tbb_fileline.kvi.log"), sites(site("0x1", 0, 20, "app\ta.cpp\t5\tf()")));
+  write(in("run/2/mem_tbb_pbin_stats.kvi.log"), bins_head + "Root\t1\t2\n");
+  const std::string without = ": 1 of 2 processes have no report of such rows, as 2\n";
+  const std::string no_column = ": no report has the column max_blocks\n";
+  const std::tuple<std::vector<std::string>, int, std::string> rows[] = {
+      {{"export", in("run"), "--to", "csv"}, 0, without},
+      {{"export", in("run"), "--to", "folded", "--column", "current_bytes"},
+       0,
+       without + "tuk-mem: " + in("run") +
+           ": no row has current_bytes above zero; --column peak_bytes tells more\n"},
+      {{"export", in("run/1"), "--to", "folded", "--column", "max_blocks"}, 2, no_column},
+      {{"diff", in("run/1"), in("run/1"), "--column", "max_blocks"}, 2, no_column}};
+  for (const auto& [words, status, said] : rows) {
+    const RUN asked = run(words);
+    EXPECT_EQ(asked.status(), status);
+    EXPECT_EQ(asked.err(), "tuk-mem: " + words[1] + said);
+  }
+}
+
 // As any tool in a pipeline.
 TEST_F(THE_COMMAND, KeepsTheMannersOfAPipeline) {
   write(in("mem_tbb_fileline.kvi.log"), sites(site("0x1", 2, 20, "app\ta.cpp\t5\tf()")));

@@ -68,7 +68,7 @@ TEST_F(READERS, SayWhereAndWhyAReportIsNone) {
        ":3: this is no line of a leak report"},
       {"mem_tbb_fast_leak_warning.log",
        "For more detail, use INI mem_check_leaks=on\na memory leak summary\n=\n"
-       "x Leaked bytes: 5\n",
+       "x Leaked bytes: 5\nPeak bytes on heap: 9\n",
        ":4: this is no line of a leak report"},
       {"mem_tbb_subsystem_base_addresses.x.log",
        modules_head + "\"0x1\",\"a\n\"0x2\",\"b\",\"/b\"\n",
