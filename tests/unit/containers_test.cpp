@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "include/tuk_mem.h"
+#include "mem/paths/numbered.h"
 #include "mem/records/block_bank.h"
 #include "mem/timeline/repetitive_vector.h"
 
@@ -52,6 +53,48 @@ TEST(BlockBank, KnowsWhatAPlainMapKnows) {
       expected.erase(address);
   }
   bank.clear(allocator);
+}
+
+// Records that never move, over several stretches, and an index over them of few digests, so that
+// runs are long, go around the end, and are closed up when modules are removed.
+TEST(Numbered, RecordsStayAndAreFoundByTheirDigests) {
+  struct RECORD {
+    std::uint64_t key;
+    std::uint64_t digest;
+  };
+  MEM_NUMBERED<RECORD> records;
+  MEM_NUMBER_INDEX index;
+  std::map<std::uint64_t, std::uint32_t> expected;
+  std::vector<const RECORD*> places;
+  std::minstd_rand random(1);
+  const auto digest_of = [&](std::uint32_t number) { return records[number].digest; };
+  const auto found = [&](std::uint64_t key, std::uint64_t digest) {
+    return index.find(digest, [&](std::uint32_t number) { return records[number].key == key; });
+  };
+  EXPECT_EQ(found(1, 1), MEM_NUMBER_INDEX::none);
+  for (int round = 0; round < 40; ++round) {
+    for (int i = 0; i < 100; ++i) {
+      const std::uint64_t key = random() % 5000;
+      const std::uint64_t digest = key % 7 * 37;
+      const auto known = expected.find(key);
+      ASSERT_EQ(found(key, digest), known == expected.end() ? 0 : known->second);
+      if (known != expected.end()) continue;
+      index.make_room(digest_of);
+      const std::uint32_t number = records.add(key, digest);
+      index.add(digest, number);
+      expected[key] = number;
+      places.push_back(&records[number]);
+    }
+    const std::uint64_t gone = random() % 3;  // of three modules, and not every time
+    index.keep(digest_of, [&](std::uint32_t number) {
+      return round % 4 != 0 || records[number].key % 3 != gone;
+    });
+    if (round % 4 == 0)
+      std::erase_if(expected, [&](const auto& one) { return one.first % 3 == gone; });
+    for (const auto& [key, number] : expected) ASSERT_EQ(found(key, digest_of(number)), number);
+  }
+  for (std::uint32_t number = 1; number <= records.count(); ++number)
+    ASSERT_EQ(&records[number], places[number - 1]);
 }
 
 TEST(BoundedStrings, CutTerminateAndTellTheLengthWanted) {
