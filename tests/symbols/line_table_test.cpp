@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
+#include <cstring>
 #include <optional>
 #include <random>
 
@@ -111,7 +111,7 @@ class WRITER {
   std::string to_address(std::uint64_t address) {
     if (address == m_row.address) return {};
     const std::uint64_t step = address - m_row.address;
-    constexpr unsigned const_add = (255 - opcode_base) / line_range;
+    constexpr std::uint64_t const_add = (255 - opcode_base) / line_range;
     switch (m_row.address == 0 || address < m_row.address ? 9 : m_random() % 4) {
       case 0:
         if (step < 0x10000)
@@ -230,13 +230,21 @@ TEST(LineTable, TellsWholePathsAsFarAsItKnowsThem) {
     const auto at = [&](std::uint32_t offset) {
       return is_64_bit ? word(std::uint64_t{offset}) : word(offset);
     };
-    const std::string md5(16, 'm');
-    const std::string names =
-        byte(1) + field(DW_LNCT_path, DW_FORM_line_strp) + uleb(3) + at(2) + at(11) + at(99) +
-        byte(4) + field(DW_LNCT_path, DW_FORM_strp) + field(DW_LNCT_MD5, DW_FORM_data16) +
-        field(DW_LNCT_directory_index, DW_FORM_data2) + field(DW_LNCT_size, DW_FORM_block) +
-        uleb(3) + at(0) + md5 + word(std::uint16_t{0}) + uleb(3) + "abc" + at(1) + md5 +
-        word(std::uint16_t{1}) + uleb(0) + at(4) + md5 + word(std::uint16_t{7}) + uleb(0);
+    std::string names = byte(1) + field(DW_LNCT_path, DW_FORM_line_strp) + uleb(3);
+    for (const std::uint32_t directory : {2, 11, 99}) names.append(at(directory));
+    names.append(byte(4))
+        .append(field(DW_LNCT_path, DW_FORM_strp))
+        .append(field(DW_LNCT_MD5, DW_FORM_data16))
+        .append(field(DW_LNCT_directory_index, DW_FORM_data2))
+        .append(field(DW_LNCT_size, DW_FORM_block))
+        .append(uleb(3));
+    for (const auto& [name, directory, block] :
+         {std::tuple(0U, 0, "abc"), std::tuple(1U, 1, ""), std::tuple(4U, 7, "")})
+      names.append(at(name))
+          .append(16, 'm')
+          .append(word(static_cast<std::uint16_t>(directory)))
+          .append(uleb(std::strlen(block)))
+          .append(block);
     const std::string lines = line_table({5, is_64_bit, 1}, names, "");
     const LINE_TABLE table({lines, line_strings, strings}, 0, "/cwd");
     EXPECT_EQ(table.file_name(0), "/cwd/line dir/??");
