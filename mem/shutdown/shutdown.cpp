@@ -1,11 +1,14 @@
 // Ending a tracked run: no further event is counted, every report is written.
 #include <algorithm>
+#include <exception>
 #include <new>
 
 #include "include/tuk_mem.h"
 #include "mem/allocator/allocation_log.h"
 #include "mem/base/host_thread.h"
 #include "mem/base/lifecycle.h"
+#include "mem/base/own_stack.h"
+#include "mem/base/signals_held.h"
 #include "mem/bins/tag_snapshots.h"
 #include "mem/bins/user_memory_tracker.h"
 #include "mem/host/message.h"
@@ -26,8 +29,11 @@
 #include "mem/tracker/hooks.h"
 #include "mem/tracker/peaks.h"
 #include "mem/tracker/snapshot_request.h"
+#include "mem/unwind/stack_bounds.h"
 
 namespace {
+
+constexpr std::size_t stack_for_reports = std::size_t{64} * 1024;
 
 void stop_bins(MEM_TRACKING_GRANULARITY granularity) {
   if ((granularity & MEM_TRACK_PER_BIN) != MEM_TRACK_NONE)
@@ -118,6 +124,7 @@ void forget_what_was_tracked() {
 }
 
 void write_reports(const MEM_REPORTS_WANTED& wanted) {
+  mem_write_run_report(nullptr, wanted, mem_how_the_run_ends());
   const MEM_INSIDE_AS_CAT cat;
   restore_global_peak(wanted.granularity);
   mem_restore_flushed_peak();
@@ -127,6 +134,31 @@ void write_reports(const MEM_REPORTS_WANTED& wanted) {
   write_all(figures);
   report_abandoned_events();
   forget_what_was_tracked();
+}
+
+struct WRITING {
+  const MEM_REPORTS_WANTED& wanted;
+  std::exception_ptr thrown = nullptr;  // by the host's part in it
+};
+
+void write_and_keep_exception(void* argument) {
+  auto& writing = *static_cast<WRITING*>(argument);
+  try {
+    write_reports(writing.wanted);
+  } catch (...) {
+    writing.thrown = std::current_exception();
+  }
+}
+
+// The thread that ends the process may have a small stack. Signals wait then, for the host's
+// handlers know nothing of ours.
+[[gnu::cold]] void write_reports_on_own_stack(const MEM_REPORTS_WANTED& wanted) {
+  const MEM_CANCELLATION_HELD not_cancelled;
+  const MEM_SIGNALS_HELD signals_wait;
+  WRITING writing{wanted};
+  if (!mem_run_on_own_stack(write_and_keep_exception, &writing))
+    mem_tracker_debug("Memory tracking: no report is written, for want of memory for a stack");
+  if (writing.thrown) std::rethrow_exception(writing.thrown);
 }
 
 }  // namespace
@@ -145,8 +177,10 @@ bool mem_end_tracking() {
   stop_bins(granularity);
   stop_counting();
   const MEM_REPORTS_WANTED wanted(granularity, mem_setting_is_on("MEM_LEAK_TRACKING_IN_VX_MODE"));
-  mem_write_run_report(nullptr, wanted, mem_how_the_run_ends());
-  write_reports(wanted);
+  if (mem_has_stack_left(stack_for_reports))
+    write_reports(wanted);
+  else
+    write_reports_on_own_stack(wanted);
   mem_tbb_reports_are_written = true;
   return true;
 }

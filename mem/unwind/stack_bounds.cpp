@@ -20,10 +20,11 @@ constexpr std::uintptr_t longest_search = std::uintptr_t{64} << 20;
 
 // The C library puts a thread's control block at the end of its stack, whoever allocated that. The
 // functions that tell a stack's bounds would allocate and lock.
+bool is_main_thread() { return syscall(SYS_gettid) == getpid(); }
+
 std::uintptr_t end_of_own_stack() {
-  const bool is_main_thread = syscall(SYS_gettid) == getpid();
-  return reinterpret_cast<std::uintptr_t>(is_main_thread ? __libc_stack_end
-                                                         : __builtin_thread_pointer());
+  return reinterpret_cast<std::uintptr_t>(is_main_thread() ? __libc_stack_end
+                                                           : __builtin_thread_pointer());
 }
 
 // Whether all of the thread's stack from `page` upward may be read; then it is known.
@@ -55,4 +56,10 @@ bool grow_down_to(MEM_OWN_STACK& own, std::uintptr_t page, std::uintptr_t end) {
   if (end == mem_own_stack.high || wanted - end > longest_search) return end;
   while (end < wanted && mem_is_readable(end, 1)) end += mem_page_size;
   return end;
+}
+
+bool mem_has_stack_left(std::size_t bytes) {
+  const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+  if (is_main_thread() && end_of_own_stack() - here < longest_search) return true;
+  return mem_is_readable(here - bytes, bytes);
 }

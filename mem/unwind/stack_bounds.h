@@ -1,6 +1,7 @@
 // How far the stack that a thread stands on may be read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// What is known of the calling thread's own stack.
@@ -26,3 +27,7 @@ inline std::uintptr_t mem_stack_end(std::uintptr_t stack_pointer) {
 /// The end of a stack again, when `wanted` lies beyond what was known: at `wanted` or behind it if
 /// all up to there may be read, else before it.
 std::uintptr_t mem_extend_stack_end(std::uintptr_t end, std::uintptr_t wanted);
+
+/// Whether a function called now may use so many bytes of stack, as far as can be told. The main
+/// thread's own stack grows when it is used.
+bool mem_has_stack_left(std::size_t bytes);

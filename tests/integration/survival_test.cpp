@@ -51,6 +51,12 @@ TEST(AHostInC, MayCallEverythingAtAnyTime) {
   expect_well(tracked("c_host", {"cancelled", "dump_to_nobody"}, everything));
 }
 
+TEST(AHostInC, MayEndInAThreadOfLittleStack) {
+  const RUN run(tracked("c_host", {"in_a_small_thread", "end_the_process"}, everything));
+  EXPECT_EQ(run.status(), 0);
+  EXPECT_NE(run.file("mem_tbb_fileline.kvi.log"), "");
+}
+
 TEST(AHostInC, MayRegisterFunctionsForItsEnd) {
   for (const char* symbolizer : {"addr2line", "addr2line_inlining", "server"}) {
     PROGRAM host = tracked("c_host", {"in_main", "register_exit_functions"}, per_fileline);

@@ -107,9 +107,13 @@ static void call_everything(void) {
   end_twice();
 }
 
+static void end_the_process(void) { exit(status); }
+
 static void act(void) {
   if (strcmp(what, "everything") == 0)
     call_everything();
+  else if (strcmp(what, "end_the_process") == 0)
+    end_the_process();
   else if (strcmp(what, "dump_to_nobody") == 0)
     dump_to_nobody();
   else
@@ -145,8 +149,11 @@ static void* run(void* none) {
 
 static void act_in_a_thread(void) {
   pthread_t thread;
+  pthread_attr_t attributes;
   void* result = NULL;
-  expect(pthread_create(&thread, NULL, run, NULL) == 0);
+  pthread_attr_init(&attributes);
+  if (is_time("in_a_small_thread")) pthread_attr_setstacksize(&attributes, PTHREAD_STACK_MIN);
+  expect(pthread_create(&thread, &attributes, run, NULL) == 0);
   if (is_time("cancelled")) {
     usleep(100000);
     expect(pthread_cancel(thread) == 0);
@@ -168,7 +175,8 @@ static void act_in_a_child(void) {
 int main(void) {
   atexit(at_exit);
   act_at("in_main");
-  if (is_time("in_a_thread") || is_time("cancelled")) act_in_a_thread();
+  if (is_time("in_a_thread") || is_time("in_a_small_thread") || is_time("cancelled"))
+    act_in_a_thread();
   if (is_time("in_a_child")) act_in_a_child();
   return status;
 }
