@@ -49,7 +49,8 @@ class FromMain extends Flame {
 }
 
 export const fromLine = (tree, own, weight) => {
-  const allocating = Int32Array.from(weight.keys()).filter((node) => node > 0 && weight[node] > 0);
+  const has = (node) => own.some((one) => one[node] !== 0); // sums are of those without width, too
+  const allocating = Int32Array.from(weight.keys()).filter((node) => node > 0 && has(node));
   const all = weight.reduce((sum, value) => sum + value, 0);
   const indexOf = new Int32Array(tree.groups.length).fill(-1); // of a group among some children
   return new FromLine(tree, { own, weight, indexOf }, -1, null, all, allocating, allocating);
