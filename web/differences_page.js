@@ -1,5 +1,5 @@
 // The page of what changed between two runs.
-import { add, addChoice, addSection, addSelect } from "./base/elements.js";
+import { add, addChoice, addSection, addSelect, goTo } from "./base/elements.js";
 import { giveColours } from "./base/colours.js";
 import { State } from "./base/state.js";
 import { visible } from "./base/text.js";
@@ -33,8 +33,11 @@ export function showDifferences(data) {
   const content = document.getElementById("content");
   showBar();
   showDifferencesHead(content, data, differences);
-  if (data.call_paths) showPathsDifference(content, new CallPaths(data.call_paths, data.texts));
-  if (differences.groupings.length > 0) showTable(content, differences);
+  const paths = data.call_paths && new CallPaths(data.call_paths, data.texts);
+  paths?.mergeMovedFiles();
+  const shared = new State({ subject: null }); // whose callers and callees
+  if (paths) showPathsDifference(content, paths, shared);
+  if (differences.groupings.length > 0) showTable(content, differences, paths, shared);
   else
     add(content, "p", {
       class: "empty",
@@ -50,7 +53,7 @@ function showBar() {
   addThemeSwitch(bar);
 }
 
-function showTable(content, differences) {
+function showTable(content, differences, paths, shared) {
   const state = new State({
     by: differences.groupings[0],
     figure: differences.known.some(({ key }) => key === "peak_bytes")
@@ -111,7 +114,12 @@ function showTable(content, differences) {
     open: () => state.get("open"),
     onopen: (open) => state.set({ open }),
     details: (frame, row) =>
-      showDetails(frame, row, differences.figuresOf(state.get("by"), row.id)),
+      showDetails(
+        frame,
+        row,
+        differences.figuresOf(state.get("by"), row.id),
+        whoCalled(paths, row, state.get("by"), shared),
+      ),
   });
   let rows = [];
   const show = () => {
@@ -150,7 +158,18 @@ function columnsOf(by, { unit }) {
   ];
 }
 
-function showDetails(frame, row, figures) {
+// A line that has moved is another one on each side.
+function whoCalled(paths, row, by, shared) {
+  if (!paths || by === "tag" || by === "bin") return undefined;
+  const keys = row.lines.map((line) => [...paths.keysOfRow(row, by, line)]);
+  if (keys.every(({ length }) => length === 0)) return undefined;
+  return () => {
+    shared.set({ subject: { title: row.place, keys, by } });
+    goTo("callers");
+  };
+}
+
+function showDetails(frame, row, figures, onwho) {
   const names = add(frame, "dl", { class: "names" });
   for (const [title, value] of [
     ["Function", row.function],
@@ -161,6 +180,13 @@ function showDetails(frame, row, figures) {
     add(names, "dt", { text: title });
     add(names, "dd", { text: visible(value) });
   }
+  if (onwho)
+    add(frame, "button", {
+      type: "button",
+      class: "quiet who",
+      text: "Callers and callees",
+      onclick: onwho,
+    });
   const table = add(add(frame, "div", { class: "scroller" }), "table", { class: "plain" });
   const head = add(add(table, "thead"), "tr");
   for (const title of ["", "Before", "After", "Change"])

@@ -3,8 +3,11 @@
 import { baseName } from "../base/text.js";
 import { CallTree } from "./call_tree.js";
 
+const unknownFiles = ["", "Unknown", "??"]; // as reports put it
+
 export class CallPaths {
   #trees = new Map();
+  #moved = new Map();
 
   constructor(json, texts) {
     const { frames, paths } = json;
@@ -56,12 +59,55 @@ export class CallPaths {
     return [...new Set(nodes.map((node) => this.keyOf(this.chargedFrame(node), by)))];
   }
 
+  /** The keys of frames that are of a row of reports that are not here, by its names. */
+  keysOfRow(row, by, wantedLine) {
+    const { count, module, file, line, function: functions } = this.frames;
+    const name = (text) => (unknownFiles.includes(text) ? "" : this.#nameOfFile(text));
+    const wanted = name(row.file);
+    const isInFile = (frame) =>
+      name(file[frame]) === wanted && (wanted !== "" || module[frame] === row.module);
+    const is = {
+      module: (frame) => module[frame] === row.module,
+      file: isInFile,
+      function: (frame) => functions[frame] === row.function && isInFile(frame),
+      line: (frame) => is.function(frame) && is.module(frame) && line[frame] === wantedLine,
+    };
+    const takes = row.name
+      ? (frame) => functions[frame] === row.name && module[frame] === ""
+      : is[by];
+    const found = Array.from({ length: count }, (_, frame) => frame).filter(takes);
+    return new Set(found.map((frame) => this.keyOf(frame, by)));
+  }
+
+  /** From now on a file that only one process, or run, has is known by its base name: sources move. */
+  mergeMovedFiles() {
+    const having = new Map(); // of each file, whose
+    const seen = new Map();
+    for (let path = 0; path < this.paths.count; ++path) {
+      const process = this.paths.process[path];
+      if (!seen.has(process)) seen.set(process, new Uint8Array(this.frame.length));
+      const nodes = seen.get(process);
+      for (let at = this.paths.node[path]; at >= 0 && !nodes[at]; at = this.caller[at]) {
+        nodes[at] = 1;
+        const file = this.frames.file[this.frame[at]];
+        having.set(file, (having.get(file) ?? new Set()).add(process));
+      }
+    }
+    for (const [file, processes] of having)
+      if (processes.size === 1) this.#moved.set(file, baseName(file));
+  }
+
+  #nameOfFile(file) {
+    return this.#moved.get(file) ?? file;
+  }
+
   /** What alike frames are merged by. */
   keyOf(frame, by) {
-    const { module, file, line, function: functions } = this.frames;
+    const { module, line, function: functions } = this.frames;
+    const file = this.#nameOfFile(this.frames.file[frame]);
     if (by === "module") return module[frame];
-    if (by === "file") return file[frame] || module[frame];
-    const name = `${functions[frame]}\0${module[frame]}\0${file[frame]}`;
+    if (by === "file") return file || module[frame];
+    const name = `${functions[frame]}\0${module[frame]}\0${file}`;
     return by === "line" ? `${name}\0${line[frame]}` : name;
   }
 

@@ -45,6 +45,7 @@ export class CallTree {
         numbers.set(key, (number = this.groups.length));
         this.groups.push({
           key,
+          frame, // one of them
           title: paths.titleOf(frame, by),
           module: paths.frames.module[frame],
           file: paths.frames.file[frame],

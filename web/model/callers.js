@@ -1,11 +1,13 @@
 // Who called some functions, lines, files or modules, and whom they called. A path counts once for each
 // pair that it has, however often it passes there.
 
-/** `isSubject(group)`; `own` sums of nodes. Callers and callees are [group, sum], -1 what called main. */
-export function callersAndCallees(tree, own, isSubject) {
+/** `isSubject(group)`; `own` sums of nodes. Callers and callees are sums by `nameOf(group)`, -1 that of what
+ * called main. */
+export function callersAndCallees(tree, own, isSubject, nameOf) {
   const inclusive = tree.inclusive(own);
   const { parent, group, count } = tree;
   const is = (node) => node > 0 && isSubject(group[node]);
+  const name = (node) => nameOf(group[node]);
   const callers = new Map();
   const callees = new Map();
   let all = 0;
@@ -18,16 +20,15 @@ export function callersAndCallees(tree, own, isSubject) {
     if (is(node)) {
       itself += own[node];
       if (is(parent[node])) continue;
-      const caller = group[parent[node]];
-      addOnce(callers, node, caller, (at) => is(at) && group[parent[at]] === caller);
+      const caller = name(parent[node]);
+      addOnce(callers, node, caller, (at) => is(at) && !is(parent[at]) && name(parent[at]) === caller);
       if (!hasAbove(parent, node, is)) all += inclusive[node];
     } else if (is(parent[node])) {
-      const callee = group[node];
-      addOnce(callees, node, callee, (at) => group[at] === callee && is(parent[at]));
+      const callee = name(node);
+      addOnce(callees, node, callee, (at) => !is(at) && is(parent[at]) && name(at) === callee);
     }
   }
-  const sorted = (sums) => [...sums].filter(([, sum]) => sum !== 0).sort((a, b) => b[1] - a[1]);
-  return { all, itself, callers: sorted(callers), callees: sorted(callees) };
+  return { all, itself, callers, callees };
 }
 
 function hasAbove(parent, node, is) {

@@ -87,7 +87,7 @@ class FlameGraph {
     this.#found = null;
     if (this.#view.get("search") !== "" && !error)
       this.#found = new Set(
-        [...this.tree.groups.keys()].filter((group) => matches(this.tree.groups[group])),
+        [...new Set(this.tree.group.subarray(1))].filter((group) => matches(this.tree.groups[group])),
       );
     this.#host.setError(error);
     this.#lay();

@@ -45,15 +45,26 @@ export function showPaths(content, run, state) {
     },
     setError: search.setError,
     onchoose: ({ key, title }) => {
-      state.set({ subject: { title, keys: [key], by: view.get("by") } });
+      state.set({ subject: { title, keys: [[key]], by: view.get("by") } });
       goTo("callers");
     },
   });
-  showCallers(content, paths, state, view);
+  showCallers(content, paths, state, view, {
+    watched: ["figure", "bin", "process"],
+    own: (tree) => [ownOf(paths, tree, view)],
+    size: ([sum]) => sum,
+    tell: told,
+    columns: (unit) => [
+      [unit === "bytes" ? "Bytes" : "Blocks", (sums) => told(sums, unit)],
+      ["Share", ([sum], [all]) => [share(sum, all)]],
+    ],
+  });
 }
 
+const told = ([sum], unit) => [inUnit(sum, unit), exactly(sum, unit)];
+
 /** The chosen figure of each node by itself, of the chosen process and phase. */
-export function ownOf({ paths }, tree, view) {
+function ownOf({ paths }, tree, view) {
   const [process, bin] = [view.get("process"), view.get("bin")];
   return tree.own(
     paths,

@@ -1,7 +1,8 @@
 // What changed between two runs as a flame graph: what has grown rises in red, what has shrunk falls in blue.
-import { addChoice, addSection } from "../base/elements.js";
+import { addChoice, addSection, goTo } from "../base/elements.js";
 import { State } from "../base/state.js";
 import { change, exactly, inUnit } from "../base/units.js";
+import { showCallers } from "./callers.js";
 import { addFlameControls } from "./flame_controls.js";
 import { addFlameGraph } from "./flame_graph.js";
 
@@ -12,7 +13,7 @@ const widths = [
   ["all", "All", "As wide as the larger of before and after"],
 ];
 
-export function showPathsDifference(content, paths) {
+export function showPathsDifference(content, paths, state) {
   const view = new State({
     figure: "peak_bytes",
     from: "main",
@@ -47,21 +48,45 @@ export function showPathsDifference(content, paths) {
       };
     },
     tell: ({ sums }) =>
-      `${change(sums[after] - sums[before], unit())} (${exactly(sums[after] - sums[before], unit())}), ` +
+      `${changed(sums[after] - sums[before], unit()).join(" (")}), ` +
       `${inUnit(sums[before], unit())} \u2192 ${inUnit(sums[after], unit())}`,
     setError: search.setError,
+    onchoose: ({ key, title }) => {
+      state.set({ subject: { title, keys: [[key]], by: view.get("by") } });
+      goTo("callers");
+    },
+  });
+  showCallers(content, paths, state, view, {
+    watched: ["figure", "bin"],
+    own: (tree) => ownOf(paths.paths, tree, view),
+    size: (sums) => Math.abs(sums[after] - sums[before]),
+    tell: (sums, unit) => [
+      `${inUnit(sums[before], unit)} \u2192 ${inUnit(sums[after], unit)}`,
+      `${exactly(sums[before], unit)} \u2192 ${exactly(sums[after], unit)}`,
+    ],
+    columns: (unit) => [
+      ["Before", (sums) => [inUnit(sums[before], unit), exactly(sums[before], unit)]],
+      ["After", (sums) => [inUnit(sums[after], unit), exactly(sums[after], unit)]],
+      ["Change", (sums) => changed(sums[after] - sums[before], unit)],
+    ],
   });
 }
 
-function measure(paths, tree, view) {
+const changed = (difference, unit) => [change(difference, unit), exactly(difference, unit)];
+
+function ownOf(paths, tree, view) {
   const bin = view.get("bin");
-  const own = [before, after].map((side) =>
+  return [before, after].map((side) =>
     tree.own(
       paths,
       view.get("figure"),
       (path) => paths.process[path] === side && (bin === null || paths.bin[path] === bin),
     ),
   );
+}
+
+function measure(paths, tree, view) {
+  const own = ownOf(paths, tree, view);
   const weight = own[before].map((value, node) =>
     view.get("kind") === "changed"
       ? Math.abs(own[after][node] - value)

@@ -67,7 +67,7 @@ function whoCalled({ paths }, row, state) {
   const keys = paths?.keysOfSites(row.sites, by) ?? [];
   if (keys.length === 0) return undefined;
   return () => {
-    state.set({ subject: { title: row.place, keys, by } });
+    state.set({ subject: { title: row.place, keys: [keys], by } });
     goTo("callers");
   };
 }
