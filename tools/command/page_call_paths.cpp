@@ -83,8 +83,9 @@ void PAGE_CALL_PATHS::add(const RESOLVER::PROCESS_STACKS& of, std::size_t proces
     bins.push_back(bin->second);
   }
   const auto& paths = stacks.paths().paths;
-  const std::vector<bool> is_whole =
-      largest(paths, most_paths - std::min(most_paths, m_paths.size()));
+  // Each process, or run, its share: one of which all are summed could not be compared.
+  const std::size_t most = paths.size() * most_paths / std::max(most_paths, m_all_paths);
+  const std::vector<bool> is_whole = largest(paths, most);
   std::map<std::tuple<std::uint32_t, std::int64_t, std::int64_t>, PATH_FIGURES> summed;
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const PATH path{.node = node_of(stacks, paths[i], is_whole[i]),

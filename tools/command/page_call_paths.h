@@ -19,6 +19,9 @@ class PAGE_CALL_PATHS {
   /// More would make a page that takes long to open. The others are summed for each line.
   static constexpr std::size_t most_paths = 250000;
 
+  /// So many paths are going to be added, of all processes.
+  explicit PAGE_CALL_PATHS(std::size_t all_paths) : m_all_paths(all_paths) {}
+
   /// The page's sites of the process begin at `first_site`.
   void add(const RESOLVER::PROCESS_STACKS& of, std::size_t process, std::int64_t first_site);
   bool is_empty() const { return m_paths.empty(); }
@@ -61,6 +64,7 @@ class PAGE_CALL_PATHS {
   std::map<std::string_view, std::int64_t> m_bin_numbers;
   std::vector<std::string_view> m_bins;
   std::vector<PATH> m_paths;
+  std::size_t m_all_paths;
   std::size_t m_summed = 0;
   reports::CALL_STACKS::STACK m_stack;  // kept for its memory
 };

@@ -243,23 +243,37 @@ JSON pairs_of(const RUN& before, const RUN& after, BY by, PAGE_TEXTS& texts) {
   return json;
 }
 
-std::string note_of_summed(std::size_t paths) {
-  return fmt::format("The {} call paths that hold least are summed, for each line.", paths);
+void add_call_path_notes(JSON& notes, const RUN& run,
+                         const std::vector<RESOLVER::PROCESS_STACKS>& stacks) {
+  for (std::string& note : notes_on_call_paths(run, stacks)) notes.push_back(std::move(note));
+}
+
+std::size_t paths_of(const std::vector<RESOLVER::PROCESS_STACKS>& processes) {
+  std::size_t count = 0;
+  for (const auto& process : processes) count += process.stacks.paths().paths.size();
+  return count;
+}
+
+void add_note_of_summed(JSON& notes, const PAGE_CALL_PATHS& paths) {
+  if (paths.summed() > 0)
+    notes.push_back(fmt::format("The {} call paths that hold least are summed, for each line.",
+                                paths.summed()));
 }
 
 void add_call_paths(JSON& json, const RUN& run, RESOLVER& resolver, PAGE_TEXTS& texts) {
-  PAGE_CALL_PATHS paths;
+  const auto stacks = resolver.resolve(run);
+  PAGE_CALL_PATHS paths(paths_of(stacks));
   std::int64_t first_site = 0;
-  auto next = resolver.resolve(run);
-  auto of = next.begin();
+  auto of = stacks.begin();
   for (std::size_t i = 0; i < run.processes.size(); ++i) {
-    if (of != next.end() && of->process == &run.processes[i]) paths.add(*of++, i, first_site);
+    if (of != stacks.end() && of->process == &run.processes[i]) paths.add(*of++, i, first_site);
     if (const auto* const sites = run.processes[i].any_sites())
       first_site += static_cast<std::int64_t>(sites->rows.size());
   }
   if (paths.is_empty()) return;
   json["call_paths"] = paths.json(texts);
-  if (paths.summed() > 0) json["notes"].push_back(note_of_summed(paths.summed()));
+  add_call_path_notes(json["notes"], run, stacks);
+  add_note_of_summed(json["notes"], paths);
 }
 
 // Where both sides have some, as of one process before and one after.
@@ -267,12 +281,19 @@ void add_call_paths(JSON& json, const RUN& before, const RUN& after, RESOLVER& r
                     PAGE_TEXTS& texts) {
   const auto stacks_before = resolver.resolve(before);
   const auto stacks_after = resolver.resolve(after);
-  if (stacks_before.empty() || stacks_after.empty()) return;
-  PAGE_CALL_PATHS paths;
+  if (stacks_before.empty() && stacks_after.empty()) return;
+  JSON& notes_before = json["before"]["notes"];
+  JSON& notes_after = json["after"]["notes"];
+  if (stacks_before.empty() || stacks_after.empty())
+    return (stacks_before.empty() ? notes_before : notes_after)
+        .push_back("There are no call paths to compare with those of the other run.");
+  PAGE_CALL_PATHS paths(paths_of(stacks_before) + paths_of(stacks_after));
   for (const auto& of : stacks_before) paths.add(of, 0, 0);
   for (const auto& of : stacks_after) paths.add(of, 1, 0);
   json["call_paths"] = paths.json(texts);
-  if (paths.summed() > 0) json["after"]["notes"].push_back(note_of_summed(paths.summed()));
+  add_call_path_notes(notes_before, before, stacks_before);
+  add_call_path_notes(notes_after, after, stacks_after);
+  add_note_of_summed(notes_after, paths);
 }
 
 }  // namespace

@@ -129,21 +129,28 @@ RESOLVED_FRAMES RESOLVER::frames_of(const reports::PROCESS& process) {
   return frames;
 }
 
+std::vector<std::string> notes_on_call_paths(
+    const reports::RUN& run, const std::vector<RESOLVER::PROCESS_STACKS>& processes) {
+  std::vector<std::string> notes;
+  if (const std::size_t without = run.processes.size() - processes.size(); without != 0)
+    notes.push_back(
+        fmt::format("{} of {} processes have no call paths", without, run.processes.size()));
+  for (const auto& [process, stacks] : processes)
+    if (const std::int64_t beyond = stacks.paths().beyond_limit; beyond != 0)
+      notes.push_back(
+          fmt::format("{}: of {} allocations the callers are not known, since there were more "
+                      "than {} call paths",
+                      process->name, beyond, stacks.paths().limit));
+  return notes;
+}
+
 std::vector<RESOLVER::PROCESS_STACKS> resolve_call_paths(RESOLVER& resolver,
                                                          const reports::RUN& run) {
   auto processes = resolver.resolve(run);
   if (processes.empty())
     throw std::runtime_error(fmt::format(
         "{}: there is no report of call paths, which 'tuk-mem run --call-paths' writes", run.path));
-  if (const std::size_t without = run.processes.size() - processes.size(); without != 0)
-    tell(fmt::format("{}: {} of {} processes have no call paths", run.path, without,
-                     run.processes.size()));
-  for (const auto& [process, stacks] : processes)
-    if (const std::int64_t beyond = stacks.paths().beyond_limit; beyond != 0)
-      tell(
-          fmt::format("{}: of {} allocations the callers are not known, since there were more "
-                      "than {} call paths",
-                      printable(process->name), beyond, stacks.paths().limit));
+  for (const std::string& note : notes_on_call_paths(run, processes)) tell(printable(note));
   return processes;
 }
 

@@ -54,7 +54,11 @@ class RESOLVER : private MODULE_SYMBOLS::READER {
   std::vector<std::string> m_refused;  // sentences, not said yet
 };
 
-/// The same, of a run that is expected to have call paths: says which processes have none, and how
+/// Sentences on what a run that has call paths lacks of them.
+std::vector<std::string> notes_on_call_paths(
+    const reports::RUN& run, const std::vector<RESOLVER::PROCESS_STACKS>& processes);
+
+/// The stacks of a run that is expected to have call paths: says which processes have none, and how
 /// much is beyond the limit. Throws std::runtime_error when none has.
 std::vector<RESOLVER::PROCESS_STACKS> resolve_call_paths(RESOLVER& resolver,
                                                          const reports::RUN& run);
