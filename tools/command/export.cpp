@@ -64,6 +64,7 @@ void write_json(OUTPUT& out, const RUN& run, const OPTIONS&) { out.write(text_of
 
 // Frames end at a semicolon, the stack at its last blank.
 std::string frame(std::string_view text) {
+  if (text.empty()) return "??";  // or it would be its caller
   std::string result = printable(text);
   for (char& c : result)
     if (c == ';') c = ',';

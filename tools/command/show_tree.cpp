@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 
 #include "tools/command/options.h"
@@ -104,7 +105,7 @@ class VIEW {
       : m_tree(tree), m_places(places), m_request(request), m_match("--match", request.match) {
     const auto total = static_cast<double>(tree.nodes()[CALL_TREE::root].all[request.sort]);
     const double percent = request.percent_limit.value_or(request.json ? 0 : percent_limit_of_text);
-    m_least = total * percent / 100;  // NOLINT(readability-magic-numbers)
+    m_least = std::fabs(total) * percent / 100;  // NOLINT(readability-magic-numbers)
   }
 
   SHOWN_CHILDREN children(std::uint32_t node) const {
@@ -120,7 +121,7 @@ class VIEW {
     return shown;
   }
   bool is_worth_a_line(const PATH_FIGURES& figures) const {
-    return static_cast<double>(figures[m_request.sort]) >= m_least;
+    return std::fabs(static_cast<double>(figures[m_request.sort])) >= m_least;
   }
 
  private:

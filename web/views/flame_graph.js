@@ -12,7 +12,8 @@ const help =
   "Arrows move, Enter looks closer, Escape goes back up, c shows callers and callees, / searches.";
 
 /** `host` has tree(), measure(tree), look(group, node), tell(node, root), `watched`: what in `view` they
- * depend on, setError() for the search, and may have onchoose(group). */
+ * depend on, setError() for the search, and may have onchoose(group) and nothing(), what to say where there is
+ * nothing to draw. */
 export function addFlameGraph(parent, view, host) {
   return new FlameGraph(parent, view, host);
 }
@@ -133,7 +134,7 @@ class FlameGraph {
   #showStatus() {
     const { weight } = this.figures;
     const all = this.#root.weight;
-    let text = all > 0 ? "" : "Nothing to draw.";
+    let text = all > 0 ? "" : (this.#host.nothing?.() ?? "Nothing to draw.");
     if (this.#found && all > 0) {
       const part = share(sumThrough(this.tree, weight, this.#found), all);
       text = `${plural(this.#found.size, "frame")} found, in ${part} of it.`;

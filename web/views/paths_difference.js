@@ -50,6 +50,7 @@ export function showPathsDifference(content, paths, state) {
     tell: ({ sums }) =>
       `${changed(sums[after] - sums[before], unit()).join(" (")}), ` +
       `${inUnit(sums[before], unit())} \u2192 ${inUnit(sums[after], unit())}`,
+    nothing: () => (view.get("kind") === "changed" ? "Nothing has changed." : "Nothing to draw."),
     setError: search.setError,
     onchoose: ({ key, title }) => {
       state.set({ subject: { title, keys: [[key]], by: view.get("by") } });
