@@ -25,6 +25,34 @@ CALL_STACKS::CALL_STACKS(const CALL_PATHS& paths, const RESOLVED_FRAMES& frames,
   FRAME_PLACE unknown;
   unknown.function = paths.beyond_limit != 0 ? "(beyond the limit)" : "(no call path)";
   m_beyond_limit = places.number(unknown);
+  unknown.function = "(beyond the depth)";
+  m_beyond_depth = places.number(unknown);
+  find_cut_stacks();
+}
+
+// Those of as many frames as are kept, but for those that end where a shorter one does.
+void CALL_STACKS::find_cut_stacks() {
+  if (m_paths->depth <= 0) return;
+  struct STACK_SO_FAR {
+    std::int64_t depth;
+    std::uint32_t outermost;  // a frame
+  };
+  std::vector<STACK_SO_FAR> stacks = {{0, 0}};
+  for (const CALL_PATHS::CALLER& caller : m_paths->callers) {
+    const STACK_SO_FAR& above = stacks[caller.caller];
+    stacks.push_back({above.depth + 1, caller.caller == 0 ? caller.frame : above.outermost});
+  }
+  std::vector<bool> begins_stacks(m_paths->frames.size() + 1);
+  for (const CALL_PATHS::PATH& path : m_paths->paths)
+    if (stacks[path.caller].depth < m_paths->depth)
+      begins_stacks[stacks[path.caller].outermost] = true;
+  for (const STACK_SO_FAR& stack : stacks)
+    m_is_cut.push_back(stack.depth >= m_paths->depth && !begins_stacks[stack.outermost]);
+}
+
+std::size_t CALL_STACKS::cut_paths() const {
+  return static_cast<std::size_t>(std::count_if(m_paths->paths.begin(), m_paths->paths.end(),
+                                                [&](const auto& path) { return is_cut(path); }));
 }
 
 // Of the functions at the site's frame, those that the site's own is inlined into. Whoever named
@@ -67,6 +95,7 @@ void CALL_STACKS::get(const CALL_PATHS::PATH& path, FRAMES which, STACK& stack) 
     caller = m_paths->caller(caller).caller;
   }
   for (; caller != 0; caller = m_paths->caller(caller).caller) add(caller, 0, which, stack);
+  if (is_cut(path)) stack.push_back({m_beyond_depth, 0});
 }
 
 }  // namespace reports

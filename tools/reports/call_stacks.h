@@ -74,9 +74,16 @@ class CALL_STACKS {
 
   /// The stack of a path, innermost frame first. That is the line to which the blocks are charged,
   /// as the report per line names it, never one that it was reached through.
+  /// Where frames further out were not kept, "(beyond the depth)" is the outermost.
   void get(const CALL_PATHS::PATH& path, FRAMES which, STACK& stack) const;
+  /// Paths of which that is so.
+  std::size_t cut_paths() const;
 
  private:
+  void find_cut_stacks();
+  bool is_cut(const CALL_PATHS::PATH& path) const {
+    return path.caller < m_is_cut.size() && m_is_cut[path.caller];
+  }
   std::size_t behind_site(const PLACE& site, std::uint32_t frame) const;
   void add(std::uint32_t frame, std::size_t first, FRAMES which, STACK& stack) const;
 
@@ -85,6 +92,8 @@ class CALL_STACKS {
   const PLACES* m_places;
   std::vector<std::uint32_t> m_places_of_sites;
   std::uint32_t m_beyond_limit;
+  std::uint32_t m_beyond_depth;
+  std::vector<bool> m_is_cut;  // by number of caller; empty where no depth is known
 };
 
 }  // namespace reports

@@ -135,12 +135,18 @@ std::vector<std::string> notes_on_call_paths(
   if (const std::size_t without = run.processes.size() - processes.size(); without != 0)
     notes.push_back(
         fmt::format("{} of {} processes have no call paths", without, run.processes.size()));
-  for (const auto& [process, stacks] : processes)
+  for (const auto& [process, stacks] : processes) {
+    if (const std::size_t cut = stacks.cut_paths(); cut != 0)
+      notes.push_back(
+          fmt::format("{}: {} of {} call paths are deeper than the {} frames that were kept "
+                      "(tuk-mem run --call-path-depth)",
+                      process->name, cut, stacks.paths().paths.size(), stacks.paths().depth));
     if (const std::int64_t beyond = stacks.paths().beyond_limit; beyond != 0)
       notes.push_back(
           fmt::format("{}: of {} allocations the callers are not known, since there were more "
                       "than {} call paths",
                       process->name, beyond, stacks.paths().limit));
+  }
   return notes;
 }
 
