@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <sstream>
 
 #include "tests/command/the_command.h"
@@ -256,6 +257,79 @@ TEST_F(THE_COMMAND, ShowsAndExportsStacks) {
         "events_not_accounted\t0\n");
   EXPECT_THAT(run({"show", in("run"), "--tree"}).err(),
               HasSubstr("command_tests: no build id, and"));
+}
+
+/// One module, which is gone, so that frames are shown by offsets; of each stack the frames,
+/// outermost first, its site, bin and peak. Three frames are kept of a stack.
+struct STACK_OF_TEST {
+  std::vector<int> frames;
+  int site, bin, peak;
+};
+std::string stacks_report(const std::vector<STACK_OF_TEST>& stacks) {
+  std::map<std::vector<int>, std::size_t> numbers = {{{}, 0}};
+  std::string callers;
+  std::string paths;
+  for (const auto& [frames, site, bin, peak] : stacks) {
+    std::vector<int> stack;
+    for (const int frame : frames) {
+      const std::size_t caller = numbers[stack];
+      stack.push_back(frame);
+      const auto [found, is_new] = numbers.emplace(stack, numbers.size());
+      if (is_new)
+        callers += std::to_string(found->second) + "\t" + std::to_string(caller) + "\t" +
+                   std::to_string(frame) + "\n";
+    }
+    paths += std::to_string(numbers[frames]) + "\t" + std::to_string(site) + "\t" +
+             std::to_string(bin) + "\t0\t" + std::to_string(peak) + "\t0\t0\t0\t0\t0\n";
+  }
+  const std::string count = std::to_string(stacks.size()) + "\n";
+  return "Call "
+         "paths\t1\nsetting\tdepth\t3\nsetting\tlimit\t9\nsetting\tper_bin\t1\nbeyond_limit\t0\n"
+         "modules\t1\n1\t0x1000\t4096\t\tm\t/nowhere/"
+         "m\nframes\t4\n1\t1\t0x1\n2\t1\t0x2\n3\t1\t0x3\n"
+         "4\t1\t0x4\nsites\t3\n1\t0x1\tm\t/a.c\t1\tf\t0\t0\t0\t0\t0\t0\n2\t0x2\tm\t/b.c\t2\tg"
+         "\t0\t0\t0\t0\t0\t0\n3\t0x3\tm\t/c.c\t3\t\t0\t0\t0\t0\t0\t0\ncallers\t" +
+         std::to_string(numbers.size() - 1) + "\n" + callers +
+         "bins\t2\n1\tread\n2\twrite\npaths\t" + count + paths + "end\t" + count;
+}
+
+// Figures by hand. m+0x1 begins all stacks, but for one that was deeper than three frames.
+TEST_F(THE_COMMAND, ShowsTreesOfStacks) {
+  write(in("run/" + paths_name), stacks_report({{{1, 4}, 1, 1, 60},
+                                                {{1, 2, 4}, 1, 2, 20},
+                                                {{2, 2, 4}, 1, 1, 10},
+                                                {{1, 2, 4}, 2, 1, 25},
+                                                {{}, 2, 0, -20},
+                                                {{1, 4}, 3, 2, 5}}));
+  const std::tuple<std::vector<std::string>, std::string> rows[] = {
+      {{"show", "--tree"},
+       "PEAK%  PEAK  CALLERS\n 90.0    90  f  a.c:1\n 60.0    60    - m+0x1  [m]\n"
+       " 30.0    30    - m+0x2  [m]\n 20.0    20      - m+0x1  [m]\n 10.0    10      - m+0x2  [m]\n"
+       " 10.0    10        (beyond the depth)\n  5.0     5  g  b.c:2\n 25.0    25    - m+0x2  [m]\n"
+       " 25.0    25      m+0x1  [m]\n-20.0   -20    - (no call path)\n  5.0     5  c.c:3\n"
+       "  5.0     5    m+0x1  [m]\n100.0   100  total\n"},
+      {{"show", "--tree", "--percent-limit", "20", "--match", "f|g", "--ignore", "depth"},
+       "PEAK%  PEAK  CALLERS\n 88.9    80  f  a.c:1\n 66.7    60    - m+0x1  [m]\n"
+       " 22.2    20    - m+0x2  [m]\n 22.2    20      m+0x1  [m]\n 11.1    10  (2 more)\n100.0    "
+       "90  total\n"},
+      {{"show", "--from", "m.0x2", "--bin", "read"},
+       "PEAK%  PEAK  OWN  CALLEES\n100.0    35    0  m+0x2  [m]\n 71.4    25   25    - g  b.c:2\n"
+       " 28.6    10    0    - m+0x2  [m]\n 28.6    10   10      f  a.c:1\n100.0    35    0  "
+       "total\n"},
+      {{"show", "--tree", "--focus", "no call path|0x3", "--by", "module"},
+       "PEAK%  PEAK  CALLERS\n        -20  m\n        -20    (no call path)\n        -20  total\n"},
+      {{"export", "--to", "folded"},
+       "m+0x1;f 60\nm+0x1;m+0x2;f 20\n(beyond the depth);m+0x2;m+0x2;f 10\nm+0x1;m+0x2;g 25\n"
+       "m+0x1;?? 5\n"}};
+  for (auto [words, text] : rows) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    words.insert(words.begin() + 1, in("run"));
+    if (words[0] == "show") words.insert(words.end(), {"--bytes", "--columns", "peak_bytes"});
+    const RUN shown = run(words);
+    EXPECT_EQ(shown.out(), words[0] == "show" ? "kvi\n" + text : text) << shown.err();
+  }
+  EXPECT_THAT(run({"show", in("run"), "--tree"}).err(),
+              HasSubstr("kvi: 1 of 6 call paths are deeper than the 3 frames that were kept"));
 }
 
 // Functions that are inlined are frames of their own; the stack begins at the site's.

@@ -174,11 +174,14 @@ class CallPaths(PageTest):
         open_run("paths")
 
     def write(self, name, recursive):
-        site = (b"host", b"/a.c", 1, b"allocate", made_up_run.figures(4000))
-        made_up_run.write_sites(f"{work.name}/{name}", [site])
-        made_up_run.write_call_paths(f"{work.name}/{name}", [
+        self.write_paths(name, b"/a.c", [
             ((0x10, 0x20, 0x40), 1, 1, [100, 1000, 1500, 1, 1, 2, 0]),
-            ((0x10, 0x30, 0x30, 0x40), 1, 2, [0, recursive, 9000, 0, 3, 8, 5])], [site], [b"input", b"index"])
+            ((0x10, 0x30, 0x30, 0x40), 1, 2, [0, recursive, 9000, 0, 3, 8, 5])], [b"input", b"index"])
+
+    def write_paths(self, name, file, paths, bins=()):
+        sites = [(b"host", file, 1, b"allocate", made_up_run.figures(4000)), (b"host", file, 9, b"other", made_up_run.figures(0))]
+        made_up_run.write_sites(f"{work.name}/{name}", sites)
+        made_up_run.write_call_paths(f"{work.name}/{name}", paths, sites, bins)
 
     def choose(self, label, text):
         Select(browser.find_element(By.XPATH, f"//section[@id='paths']//label[span='{label}']/select")).select_by_visible_text(text)
@@ -199,21 +202,70 @@ class CallPaths(PageTest):
         self.choose("Phase", "input")
         self.assertIn("Nothing to draw", find("#paths [role=status]").text)
 
+    def press(self, button):
+        browser.find_element(By.XPATH, f"//section[@id='paths']//button[.='{button}']").click()
+
+    def sides(self):
+        """Of callers and of callees the exact figures of each."""
+        return [[(row.find_element(By.TAG_NAME, "th").text, *exact(row.find_elements(By.CSS_SELECTOR, "td[title]")))
+                 for row in find_all(f"#callers > div > :nth-child({n}) tbody tr")] for n in (1, 3)]
+
     def test_callers_and_callees(self):
-        sides = lambda: [exact(find_all(f"#callers > div > :nth-child({n}) td[title]")) for n in (1, 3)]
         self.told(Keys.DOWN, Keys.DOWN, "c")
         self.assertEqual(find("#callers code").text, "host+0x30")
-        self.assertEqual(sides(), [[3000], [3000]])
+        self.assertEqual(self.sides(), [[("host+0x10", 3000)], [("allocate", 3000)]])
         find(".grid").send_keys(Keys.ENTER)
         find(".details .who").click()
-        self.assertEqual(sides(), [[3000, 1000], []])
+        self.assertEqual(self.sides(), [[("host+0x30", 3000), ("host+0x20", 1000)], []])
+        self.choose("Per", "line")
         find("#callers .link").click()
         self.assertEqual(find("#callers code").text, "host+0x30")
+        self.assertEqual(self.sides()[1], [("allocate a.c:1", 3000)])
 
-    def test_difference_has_signs(self):
-        self.write("more", 8000)
-        open_page("diff", f"{work.name}/paths", f"{work.name}/more", "--html")
-        self.assertRegex(self.told(Keys.DOWN, Keys.DOWN), r"\u25b2 \+4.88 KiB \(5,000 bytes\), 2.93 KiB \u2192 7.81 KiB")
+    def test_what_is_below_zero_counts_in_both_directions(self):
+        self.write_paths("below", b"/a.c", [((0x10, 0x40), 1, 0, [100] * 7), ((0x10, 0x30, 0x40), 1, 0, [-30] * 7),
+                                            ((0x30, 0x41), 2, 0, [-50] * 7)])
+        open_run("below")
+        for keys, told in (((), "20 bytes"), ((Keys.DOWN,), "70 bytes")):
+            for direction in ("From main", "From the line"):
+                self.press(direction)
+                self.assertIn(f"({told})", self.told(*keys), direction)
+        self.assertEqual(find("#paths .read").text, "70 B (70 bytes), 350 % of all allocate /a.c, host")
+
+    def test_what_changed_has_the_figures_of_both_runs(self):
+        figures = lambda peak: [0, peak, 0, 0, 0, 0, 0]
+        self.write_paths("before", b"/a.c", [
+            ((0x10, 0x20, 0x40), 1, 0, figures(1000)), ((0x10, 0x30, 0x40), 1, 0, figures(3000)),
+            ((0x10, 0x30, 0x30, 0x40), 1, 0, figures(200)), ((0x10, 0x60, 0x41), 2, 0, figures(70))])
+        self.write_paths("after", b"/moved/a.c", [  # one grew, one shrank, one came, one went
+            ((0x10, 0x30, 0x40), 1, 0, figures(8000)), ((0x10, 0x30, 0x30, 0x40), 1, 0, figures(150)),
+            ((0x10, 0x50, 0x40), 1, 0, figures(40)), ((0x10, 0x60, 0x41), 2, 0, figures(70))])
+        open_page("diff", f"{work.name}/before", f"{work.name}/after", "--html")
+        self.assertIn("\u25b2 +3.90 KiB (3,990 bytes), 4.17 KiB \u2192 8.07 KiB", self.told())
+        self.assertEqual(self.told(Keys.DOWN, Keys.DOWN)[-14:], "host+0x30 host")
+        self.assertIn("\u25bc \u22121000 B (\u22121,000 bytes), 1000 B \u2192 0 B host+0x20", self.told(Keys.RIGHT))
+        self.assertIn("(40 bytes), 0 B \u2192 40 B host+0x50", self.told(Keys.RIGHT))
+        self.assertIn("0x50", self.told(Keys.RIGHT), "what has not changed has no width")
+        self.press("From the line")
+        self.assertIn("(3,990 bytes), 4.10 KiB \u2192 8.00 KiB allocate", self.told(Keys.DOWN))
+        self.press("Callers and callees")
+        whole = [("host+0x30", 3200, 8150, 4950), ("host+0x20", 1000, 0, -1000), ("host+0x50", 0, 40, 40)]
+        self.assertEqual(self.sides(), [whole, []])
+        self.assertEqual([cell.get_attribute("title") for cell in find_all("#callers dd")], ["4,200 bytes \u2192 8,190 bytes"] * 2)
+        find("#callers .link").click()
+        self.assertEqual(self.sides(), [[("host+0x10", 3200, 8150, 4950)], [("allocate", 3200, 8150, 4950)]])
+        self.press("All")
+        self.assertIn("other", self.told(Keys.RIGHT), "as wide as what there is")
+        find_all("#sites .choice button")[3].click()
+        find("#Differences-0").click()
+        find(".details .who").click()
+        self.assertEqual((find("#callers code").text, self.sides()), ("a.c:1", [whole, []]))
+
+    def test_a_run_without_call_paths_can_not_be_compared_by_them(self):
+        made_up_run.write_sites(f"{work.name}/without", [(b"host", b"/a.c", 1, b"allocate", made_up_run.figures(4000))])
+        open_page("diff", f"{work.name}/without", f"{work.name}/paths", "--html")
+        self.assertEqual(texts(".sides .note"), ["Note: There are no call paths to compare with those of the other run."])
+        self.assertEqual(find_all("#paths"), [])
 
 
 class MadeUpRuns(PageTest):

@@ -82,6 +82,7 @@ struct PART {
 
 std::string label_of(const FRAME_PLACE& place, const TREE_REQUEST& request) {
   if (place.is_catch_all) return std::string(reports::other_name);
+  if (place.is_of_lost) return std::string(place.function);
   std::string module = printable(place.module);
   const bool has_file = reports::is_known_file(place.file);
   if (request.by == BY::MODULE) return module;

@@ -22,11 +22,12 @@ std::uint32_t PLACES::number(const FRAME_PLACE& place) {
 CALL_STACKS::CALL_STACKS(const CALL_PATHS& paths, const RESOLVED_FRAMES& frames, PLACES& places)
     : m_paths(&paths), m_frames(&frames), m_places(&places) {
   for (const SITE& site : paths.sites) m_places_of_sites.push_back(places.number({site}));
-  FRAME_PLACE unknown;
-  unknown.function = paths.beyond_limit != 0 ? "(beyond the limit)" : "(no call path)";
-  m_beyond_limit = places.number(unknown);
-  unknown.function = "(beyond the depth)";
-  m_beyond_depth = places.number(unknown);
+  FRAME_PLACE lost;
+  lost.is_of_lost = true;
+  lost.function = paths.beyond_limit != 0 ? "(beyond the limit)" : "(no call path)";
+  m_beyond_limit = places.number(lost);
+  lost.function = "(beyond the depth)";
+  m_beyond_depth = places.number(lost);
   find_cut_stacks();
 }
 

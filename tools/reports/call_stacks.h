@@ -14,7 +14,8 @@ namespace reports {
 
 /// A function at one of its lines, as one frame of a stack shows it.
 struct FRAME_PLACE : PLACE {
-  bool is_folded = false;  ///< says nothing about who asked for memory
+  bool is_folded = false;   ///< says nothing about who asked for memory
+  bool is_of_lost = false;  ///< its name stands for frames that were not kept
 };
 
 /// Each place once, by number, for all processes and runs that are looked at together. The texts

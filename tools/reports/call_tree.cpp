@@ -75,9 +75,12 @@ class BUILDER {
   std::uint32_t merged(std::uint32_t place) {
     constexpr std::uint32_t unknown = UINT32_MAX;
     if (place >= m_merged.size()) m_merged.resize(m_places->size(), unknown);
-    if (m_merged[place] == unknown)
-      m_merged[place] =
-          m_rows.emplace(row_key_of((*m_places)[place], m_options.by), place).first->second;
+    if (m_merged[place] == unknown) {
+      const FRAME_PLACE& one = (*m_places)[place];
+      m_merged[place] = one.is_of_lost
+                            ? place
+                            : m_rows.emplace(row_key_of(one, m_options.by), place).first->second;
+    }
     return m_merged[place];
   }
 
