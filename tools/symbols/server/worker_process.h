@@ -6,8 +6,7 @@
 namespace symbols {
 
 /// Messages, each as a whole: to the worker up to WORKER::most_asked addresses; from it, for each
-/// of them in order, the address and its answer; or this byte alone, and then its end.
-constexpr char lacks_memory = 'm';
+/// of them in order, the address and its answer; or a REFUSAL, and then its end.
 constexpr std::size_t longest_message = std::size_t{100} * 1024;
 
 /// Answers until the other end of the socket is closed. Descriptors other than the two may be
