@@ -93,7 +93,7 @@ void KNOWN_MODULE::answered(std::uint64_t address, std::string_view bytes) {
 // Looking costs as much as a quick answer, for which a worker can't have read much.
 bool KNOWN_MODULE::has_worker_grown() {
   constexpr int most_unseen = 16;
-  constexpr auto quick = std::chrono::milliseconds(1);
+  constexpr auto quick = std::chrono::milliseconds(4);
   if (++m_answers_unseen < most_unseen && m_last_sign - m_last_fed < quick) return false;
   m_answers_unseen = 0;
   return true;
