@@ -13,6 +13,16 @@
 #include <stdint.h>
 #include <stdio.h>
 
+/* The version of this header, told as tuk_mem.h does: a host may include both. */
+#define TUK_MEM_VERSION_MAJOR 1
+#define TUK_MEM_VERSION_MINOR 0
+#define TUK_MEM_VERSION_PATCH 0
+#define TUK_MEM_VERSION_STRING           \
+  TUK_MEM_TEXT_OF(TUK_MEM_VERSION_MAJOR) \
+  "." TUK_MEM_TEXT_OF(TUK_MEM_VERSION_MINOR) "." TUK_MEM_TEXT_OF(TUK_MEM_VERSION_PATCH)
+#define TUK_MEM_TEXT_OF(number) TUK_MEM_TEXT_OF_TOKEN(number)
+#define TUK_MEM_TEXT_OF_TOKEN(token) #token
+
 #define TUK_MEM_C_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus

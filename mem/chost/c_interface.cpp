@@ -5,6 +5,7 @@
 #include <streambuf>
 #include <utility>
 
+// Both tell the version: where they differ this does not compile, as a macro would be another.
 #include "include/tuk_mem.h"
 #include "include/tuk_mem_c.h"
 #include "include/tuk_mem_scopes.h"

@@ -88,9 +88,11 @@ expect_profiled "$host/by_pkg_config" libtcmalloc.so.4 'Total leaked bytes: 1331
 cat >"$host/host.c" <<'SOURCE'
 #include "tuk_mem_c.h"
 #include <stdlib.h>
+#include <string.h>
 int main(void) {
   struct tuk_mem_phase_figures figures;
   void *volatile block;
+  if (strcmp(TUK_MEM_VERSION_STRING, PACKAGE_VERSION) != 0) return 7;
   if (!tuk_mem_open_profile_bin("a name that no short string holds", "a tag of the same length")) return 1;
   block = malloc(1000);
   free(block);
@@ -103,6 +105,7 @@ int main(void) {
 SOURCE
 # shellcheck disable=SC2046
 gcc -std=c99 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror "$host/host.c" -o "$host/in_c" \
+  -DPACKAGE_VERSION="\"$(pkg-config --modversion tuk_mem)\"" \
   $(pkg-config --cflags --libs tuk_mem) -l:libtcmalloc.so.4
 (cd "$host/run" && LD_LIBRARY_PATH=$library KORVANE_MEM_PROFILE_PER_BIN=1 \
   KORVANE_MEM_PROFILE_BIN_TAG_PLOT=1 "$host/in_c" | grep -q '^a tag of the same length::a name')
