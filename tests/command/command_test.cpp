@@ -185,15 +185,18 @@ TEST_F(THE_COMMAND, FindsTheProcessesOfARun) {
 }
 
 TEST_F(THE_COMMAND, ShowsOneRowForALineAndNamesAsText) {
-  write(in("a.log"), sites(site("0x1", 1, 20, "app\t/x/a.cpp\t5\tf<int>()") +
-                           site("0x2", 1, 30, "lib\t/x/a.cpp\t5\tf<long>()") +
-                           site("0x3", 4, 4, "app\t/x/\x1b[1m\xff.cpp\t9\tg(;)") +
-                           site("OTHER", -3, 1, "\t\t0\t")));
+  write(in("a.log"),
+        sites(site("0x1", 1, 20, "app\t/x/a.cpp\t5\tf<int>()") +
+              site("0x2", 1, 30, "lib\t/x/a.cpp\t5\tf<long>()") +
+              site("0x3", 4, 4,
+                   "app\t/x/\x1b[1m\xff\xe2\x80\xae\xe2\x81\xa9\xe2\x81\xaa.cpp\t9\tg(;)") +
+              site("OTHER", -3, 1, "\t\t0\t")));
   const std::tuple<std::vector<std::string>, std::string> rows[] = {
       {std::vector<std::string>{},
        "a\n PEAK  CURRENT  TOTAL  LINE[^\n]*\n"
        "4.88K      200  4.88K  a.cpp:5 +f<long>\\(\\) \\+  lib \\+\n"
-       "  400      400    400  .x1b.1m\xef\xbf\xbd.cpp:9  g[^\n]*\n"
+       "  400      400    400  .x1b.1m\xef\xbf\xbd.xe2.x80.xae.xe2.x81.xa9\xe2\x81\xaa.cpp:9  "
+       "g[^\n]*\n"
        "  100     -300    100  OTHER\n5.37K      300  5.37K  total\n"},
       {{"--sort", "current_bytes", "--top", "1", "--columns", "current_bytes", "--bytes"},
        "a\nCURRENT  LINE[^\n]*\n    400 [^\n]*:9 [^\n]*\n   -100  \\(2 more\\)\n    300  total\n"},
@@ -330,6 +333,8 @@ TEST_F(THE_COMMAND, ShowsTreesOfStacks) {
   }
   EXPECT_THAT(run({"show", in("run"), "--tree"}).err(),
               HasSubstr("kvi: 1 of 6 call paths are deeper than the 3 frames that were kept"));
+  EXPECT_THAT(run({"show", in("run"), "--from", "main"}).err(),
+              HasSubstr("function of that name; outermost are m+0x1\n"));
 }
 
 // Functions that are inlined are frames of their own; the stack begins at the site's.

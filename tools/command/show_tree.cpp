@@ -1,6 +1,6 @@
 #include "tools/command/show_tree.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -40,13 +40,42 @@ std::vector<bool> places_found(const PLACES& places, const PATTERN& pattern) {
 // "main" is also "main(int, char**)".
 std::vector<bool> functions_called(const PLACES& places, const PATTERN& name) {
   if (name.is_empty()) return {};
-  auto result = places_that(places, [&](const FRAME_PLACE& place) {
+  return places_that(places, [&](const FRAME_PLACE& place) {
     return name.is_all_of(place.function) ||
            name.is_all_of(place.function.substr(0, place.function.find('(')));
   });
-  if (std::find(result.begin(), result.end(), true) == result.end())
-    throw std::runtime_error("--from: no call path has a function of that name");
-  return result;
+}
+
+// Where the call paths of a program without a "main" to be seen do begin.
+std::string outermost_functions(const std::vector<CALL_STACKS>& stacks, const PLACES& places,
+                                const TREE_REQUEST& request) {
+  constexpr std::size_t most = 3;
+  CALL_TREE_OPTIONS options;
+  options.direction = CALL_TREE_OPTIONS::CALLEES;
+  options.by = BY::FUNCTION;
+  options.frames = request.all_frames ? reports::FRAMES::ALL : reports::FRAMES::FOLDED;
+  CALL_TREE tree = CALL_TREE::build(stacks, options);
+  tree.sort_by(request.sort);
+  std::vector<std::string> names;
+  for (const std::uint32_t node : tree.children(CALL_TREE::root)) {
+    const FRAME_PLACE& place = places[tree.nodes()[node].place];
+    const std::string name = printable(place.function);
+    if (name.empty() || place.is_of_lost || place.is_catch_all ||
+        std::find(names.begin(), names.end(), name) != names.end())
+      continue;
+    names.push_back(name);
+    if (names.size() == most) break;
+  }
+  return fmt::format("{}", fmt::join(names, ", "));
+}
+
+void expect_any(const std::vector<bool>& from, const std::vector<CALL_STACKS>& stacks,
+                const PLACES& places, const TREE_REQUEST& request) {
+  if (from.empty() || std::find(from.begin(), from.end(), true) != from.end()) return;
+  std::string sentence = "--from: no call path has a function of that name";
+  if (const std::string names = outermost_functions(stacks, places, request); !names.empty())
+    sentence += "; outermost are " + names;
+  throw std::runtime_error(sentence);
 }
 
 void expect_bin(const std::vector<RESOLVER::PROCESS_STACKS>& processes, const std::string& bin) {
@@ -296,6 +325,7 @@ void show_tree(OUTPUT& out, const reports::RUN& run, const TREE_REQUEST& request
   std::vector<CALL_STACKS> stacks;
   stacks.reserve(processes.size());
   for (const auto& process : processes) stacks.push_back(process.stacks);
+  expect_any(options.from, stacks, resolver.places(), request);
   std::vector<PART> parts;
   if (request.per_process)
     for (const auto& process : processes)

@@ -47,11 +47,18 @@ void for_each_character(std::string_view text, TAKE take) {
   }
 }
 
+// What follows would be shown in another order: U+202A to U+202E, U+2066 to U+2069.
+bool turns_direction(std::string_view character) {
+  return (character >= "\xe2\x80\xaa" && character <= "\xe2\x80\xae") ||
+         (character >= "\xe2\x81\xa6" && character <= "\xe2\x81\xa9");
+}
+
 bool is_control(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
   // Those of one byte, and the second set, which terminals obey too.
   return first < 0x20 || first == 0x7f ||
-         (first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0);
+         (first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0) ||
+         turns_direction(character);
 }
 
 }  // namespace

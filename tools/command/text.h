@@ -6,7 +6,8 @@
 
 namespace command {
 
-/// For a terminal: control characters as \t, \n or \x1b, what is no UTF-8 as U+FFFD.
+/// For a terminal: control characters, and those that turn the direction of text, as \t, \n or
+/// \x1b, what is no UTF-8 as U+FFFD.
 std::string printable(std::string_view text);
 /// For a format that takes UTF-8 only: what is none as U+FFFD.
 std::string valid_utf8(std::string_view text);
