@@ -34,14 +34,15 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libtuk-mem${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "tuk-mem, libgoogle-perftools4")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "in-process heap profiler, for building hosts\nHeaders for C++ and C, a CMake package and a pkg-config file of the profiler\nthat libtuk-mem${PROJECT_VERSION_MAJOR} holds: a host tells it its phases, and asks it for figures.")
+    "in-process heap profiler, for building hosts\nHeaders for C++ and C, a CMake package, a pkg-config file and the manual page,\nwith all settings, of the profiler that libtuk-mem${PROJECT_VERSION_MAJOR} holds: a host tells it\nits phases, and asks it for figures.")
 
 set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME tuk-mem)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS
     "libtuk-mem${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)")
-set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS libgoogle-perftools4)  # run --allocator tcmalloc
+# libtuk_mem(7), with the settings; run --allocator tcmalloc
+set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS "libtuk-mem-dev, libgoogle-perftools4")
 set(CPACK_COMPONENT_COMMAND_DESCRIPTION
     "runs programs under a heap profiler, and shows what they held\nOne command from a program to an answer: which lines of code hold the memory of\nan unchanged program, when, and what leaks; as a table, as a page with\ntimelines, as a gate for a build, or for other tools to read.")
 

@@ -1,5 +1,5 @@
-# The help texts of the subcommands, one after the other, each behind a line "subcommand NAME", as a
-# section of the manual page tuk-mem(1).
+# A program's help text as the section OPTIONS of its manual page; or those of subcommands, one after
+# the other, each behind a line "subcommand NAME".
 function escaped(text) {
   gsub(/\\/, "\\e", text)
   gsub(/-/, "\\-", text)
@@ -8,7 +8,7 @@ function escaped(text) {
 function say(text) { print text ~ /^[.']/ ? "\\&" text : text }
 BEGIN { print ".SH OPTIONS" }
 /^subcommand / { subcommand = $2; inside = 0; next }
-/^Options:/ { inside = 1; heading = ".SS " escaped(subcommand); next }
+/^Options:/ { inside = 1; heading = subcommand == "" ? "" : ".SS " escaped(subcommand); next }
 !inside { next }
 /^ *-h,--help/ { next }
 /^$/ { inside = 0; next }
@@ -28,10 +28,11 @@ BEGIN { print ".SH OPTIONS" }
   if (heading != "") print heading
   heading = ""
   print ".TP"
+  ++count
   say("\\fB" escaped(names) "\\fR")
   if (condition != "") say(escaped(condition "."))
   if (gap) say(escaped(text))
   next
 }
 { sub(/^ +/, ""); say(escaped($0)) }
-END { if (subcommand == "") exit 1 }
+END { if (count == 0) exit 1 }

@@ -45,6 +45,7 @@ use() { # what the version must be
   rm -rf "$root/run_of_it" "$root/page.html"
   inside man -P cat libtuk_mem | grep -q KORVANE_MEM_PROFILE_PER_FILELINE
   inside man -P cat tuk-mem | grep -q -- --max-growth
+  inside man -P cat tuk-mem-symbols | grep -q -- --remove-directory
   printf '#include <tuk_mem_c.h>\nint main(void) { return tuk_mem_allocator_is_hooked(); }\n' >"$root/host.c"
   inside gcc /host.c -o /host -ltuk_mem
   inside /host

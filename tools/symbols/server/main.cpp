@@ -23,6 +23,7 @@ constexpr char usage[] =
     "\n"
     "Tells the functions, files and lines of addresses in executables and shared objects.\n"
     "\n"
+    "Options:\n"
     "  --socket PATH    listen there, in a directory that only you may enter, until the last\n"
     "                   client has gone; for 10 seconds until the first one comes\n"
     "  --remove-directory  at the end, that of the socket\n"
