@@ -126,7 +126,7 @@ inline constexpr MEM_SETTINGS_ROW mem_settings[] = {
      "bytes of growth between two peaks; the setting wins"},
     {{mem_env("KORVANE_MEM_PROFILE_UNWINDER", MEM_SETTING_TYPE::TEXT)},
      "eh_frame_internal",
-     "how stacks are walked; also `backtrace` and `tester`"},
+     "how stacks are walked; also `backtrace` and `tester`, any other name ends the process"},
     {{mem_ini("mem_profile_stack_trace_ignore_depth", MEM_SETTING_TYPE::SIGNED)},
      "5",
      "innermost frames to skip"},
