@@ -256,7 +256,7 @@ TEST_F(THE_COMMAND, ShowsAndExportsStacks) {
   EXPECT_THAT(other_build.err(), HasSubstr("another build than the one that ran"));
   write(in("run/" + paths_name), call_paths());
   write(in("run/mem_tbb_run.kvi.log"),
-        "executable\t/bin/a\npid\t5\nend\t2001-01-01T00:00:00Z\nended\texit\nallocator\tx\n"
+        "executable\t/bin/a\npid\t5\nstart\t2001-01-01T00:00:00Z\nended\texit\nallocator\tx\n"
         "events_not_accounted\t0\n");
   EXPECT_THAT(run({"show", in("run"), "--tree"}).err(),
               HasSubstr("command_tests: no build id, and"));

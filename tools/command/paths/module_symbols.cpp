@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <utility>
 
@@ -38,10 +39,12 @@ bool is_same(std::string a, std::string b) {
   return a == b;
 }
 
+// Or put in its place: what is unpacked or installed has the time of writing that it was given.
 bool is_written_after(int file, const std::string& moment) {
   struct stat status {};
-  return fstat(file, &status) == 0 &&
-         fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(status.st_mtime)) > moment;
+  if (fstat(file, &status) != 0) return false;
+  const std::time_t changed = std::max(status.st_mtime, status.st_ctime);
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(changed)) > moment;
 }
 
 // Why the file is not that module, if it is not.
@@ -51,9 +54,9 @@ std::optional<std::string> fault_of(const symbols::DESCRIPTOR& file,
   const MEM_ELF_IDENTITY identity = MEM_ELF_IDENTITY::of_file(file.number());
   if (!module.build_id.empty() && !is_same(build_id_of(identity), module.build_id))
     return "another build than the one that ran";
-  if (module.build_id.empty() && !module.ended.empty() &&
-      is_written_after(file.number(), module.ended))
-    return "no build id, and written after the program had ended";
+  if (module.build_id.empty() && !module.began.empty() &&
+      is_written_after(file.number(), module.began))
+    return "no build id, and written or put there since the program began";
   return std::nullopt;
 }
 

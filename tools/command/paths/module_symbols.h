@@ -23,9 +23,9 @@ class MODULE_SYMBOLS : private symbols::ASKER {
   struct MODULE {
     std::string path;
     std::string build_id;  ///< hexadecimal; empty when it is not known to have one
-    std::string ended;     ///< where there is no build id: when the program ended, if that is known
+    std::string began;     ///< where there is no build id: when the program did, if that is known
     bool operator<(const MODULE& other) const {
-      return std::tie(path, build_id) < std::tie(other.path, other.build_id);
+      return std::tie(path, build_id, began) < std::tie(other.path, other.build_id, other.began);
     }
   };
   /// Addresses as the files count them, in any order.

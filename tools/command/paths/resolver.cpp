@@ -19,8 +19,9 @@ constexpr std::string_view unknown_file = "Unknown";
 
 MODULE_SYMBOLS::MODULE key_of(const reports::CALL_PATHS::MODULE& module,
                               const reports::PROCESS& process) {
-  const bool has_end = module.build_id.empty() && process.facts;
-  return {std::string(module.path), module.build_id, has_end ? process.facts->value("end") : ""};
+  const bool goes_by_time = module.build_id.empty() && process.facts;
+  return {std::string(module.path), module.build_id,
+          goes_by_time ? process.facts->value("start") : ""};
 }
 
 }  // namespace
@@ -91,8 +92,11 @@ void RESOLVER::answered(const MODULE_SYMBOLS::MODULE& module, std::uint64_t addr
 void RESOLVER::refused(const MODULE_SYMBOLS::MODULE& module, const std::string& sentence) {
   m_modules[module].is_refused = true;
   // The kernel's own pages have no file.
-  if (module.path.starts_with('/'))
-    m_refused.push_back(fmt::format("{}: {}", printable(module.path), sentence));
+  if (!module.path.starts_with('/')) return;
+  std::string told = fmt::format("{}: {}", printable(module.path), sentence);
+  // Of processes that began at different times.
+  if (std::find(m_refused.begin(), m_refused.end(), told) == m_refused.end())
+    m_refused.push_back(std::move(told));
 }
 
 void RESOLVER::tell_of_refused() {
