@@ -260,6 +260,14 @@ TEST_F(THE_COMMAND, ShowsAndExportsStacks) {
         "events_not_accounted\t0\n");
   EXPECT_THAT(run({"show", in("run"), "--tree"}).err(),
               HasSubstr("command_tests: no build id, and"));
+  // A process that began later had the file as it is now.
+  write(in("after/" + paths_name), call_paths());
+  const RUN compared = run({"diff", in("run"), in("after"), "--html", in("page.html")});
+  EXPECT_THAT(compared.err(), HasSubstr("command_tests: no build id, and"));
+  std::stringstream page;
+  page << std::ifstream(in("page.html")).rdbuf();
+  EXPECT_THAT(page.str(), AllOf(HasSubstr("command_tests+" + offset(helper_of_the_test)),
+                                HasSubstr("\"helper_of_the_test")));
 }
 
 /// One module, which is gone, so that frames are shown by offsets; of each stack the frames,
