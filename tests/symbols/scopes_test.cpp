@@ -40,8 +40,11 @@ TEST(RangeMap, KnowsTheSmallestRangeOfEachAddress) {
         pieces[low] = value;
       }
     });
+    std::optional<std::uint32_t> last;
     for (std::uint64_t at = 0; at < end; ++at) {
+      if (expected[at]) last = expected[at];
       ASSERT_EQ(map.find(at), expected[at]) << at;
+      ASSERT_EQ(map.find_here_or_before(at), last) << at;
       ASSERT_EQ(pieces[at], expected[at]) << at;
     }
   }

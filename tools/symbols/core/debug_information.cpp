@@ -216,7 +216,7 @@ void DEBUG_INFORMATION::drop_oldest_tables() {
 
 std::optional<SOURCE> DEBUG_INFORMATION::find(std::uint64_t address) {
   const auto number = unit_at(address);
-  if (!number) return std::nullopt;
+  if (!number) return line_outside_of_units(address);
   UNIT& unit = m_units[*number];
   TABLES& tables = tables_of(unit);
   SOURCE source;
@@ -228,6 +228,16 @@ std::optional<SOURCE> DEBUG_INFORMATION::find(std::uint64_t address) {
   for (; scope != SCOPES::none; scope = tables.scopes[scope].outer)
     source.functions.push_back(function_of(unit, tables, scope));
   return source;
+}
+
+// GNAT tells neither of functions that it makes itself nor of their ranges, but has lines for them.
+std::optional<SOURCE> DEBUG_INFORMATION::line_outside_of_units(std::uint64_t address) {
+  const auto number = m_index.find_here_or_before(address);
+  if (!number) return std::nullopt;
+  const LINE_TABLE& lines = tables_of(m_units[*number]).lines;
+  const LINE_TABLE::ROW* row = lines.find(address);
+  if (row == nullptr) return std::nullopt;
+  return SOURCE{.file = lines.file_name(row->file), .line = row->line, .functions = {}};
 }
 
 // The tables may grow by what is read of a function.

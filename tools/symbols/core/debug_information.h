@@ -41,7 +41,7 @@ class DEBUG_INFORMATION {
   DEBUG_INFORMATION(const DEBUG_INFORMATION&) = delete;
   DEBUG_INFORMATION& operator=(const DEBUG_INFORMATION&) = delete;
 
-  /// Empty for an address that belongs to no unit.
+  /// Empty for an address that belongs to no unit and has no line.
   std::optional<SOURCE> find(std::uint64_t address);
 
  private:
@@ -62,6 +62,7 @@ class DEBUG_INFORMATION {
   void index_hidden_ranges();
   void index_table_of_ranges();
   std::optional<std::uint32_t> unit_at(std::uint64_t address);
+  std::optional<SOURCE> line_outside_of_units(std::uint64_t address);
   TABLES& tables_of(UNIT& unit);
   std::uint32_t scope_at(const UNIT& unit, TABLES& tables, std::uint64_t address);
   std::unique_ptr<TABLES> read(const UNIT& unit) const;

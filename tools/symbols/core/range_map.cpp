@@ -43,11 +43,23 @@ void RANGE_MAP::cut_at_borders() {
                  m_pieces.end());
 }
 
+std::vector<RANGE_MAP::PIECE>::const_iterator RANGE_MAP::behind(std::uint64_t address) const {
+  return std::partition_point(m_pieces.begin(), m_pieces.end(),
+                              [&](const PIECE& p) { return p.low <= address; });
+}
+
 std::optional<std::uint32_t> RANGE_MAP::find(std::uint64_t address) const {
-  const auto behind = std::partition_point(m_pieces.begin(), m_pieces.end(),
-                                           [&](const PIECE& p) { return p.low <= address; });
-  if (behind == m_pieces.begin() || std::prev(behind)->value == nothing) return std::nullopt;
-  return std::prev(behind)->value;
+  const auto next = behind(address);
+  if (next == m_pieces.begin() || std::prev(next)->value == nothing) return std::nullopt;
+  return std::prev(next)->value;
+}
+
+// A bare piece begins where a range ends.
+std::optional<std::uint32_t> RANGE_MAP::find_here_or_before(std::uint64_t address) const {
+  auto piece = behind(address);
+  if (piece == m_pieces.begin()) return std::nullopt;
+  if ((--piece)->value == nothing) --piece;
+  return piece->value;
 }
 
 }  // namespace symbols

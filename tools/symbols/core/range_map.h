@@ -19,6 +19,8 @@ class RANGE_MAP {
   /// To be called when all ranges are there, and before find.
   void finish();
   std::optional<std::uint32_t> find(std::uint64_t address) const;
+  /// As find, but where no range is, the last one before.
+  std::optional<std::uint32_t> find_here_or_before(std::uint64_t address) const;
   /// Calls with the beginning, the end and the value of each piece.
   template <class FUNCTION>
   void for_each(const FUNCTION& function) const {
@@ -41,6 +43,7 @@ class RANGE_MAP {
   static constexpr std::uint32_t nothing = UINT32_MAX;
 
   void cut_at_borders();
+  std::vector<PIECE>::const_iterator behind(std::uint64_t address) const;
 
   std::vector<RANGE> m_ranges;
   std::vector<PIECE> m_pieces;
