@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t most_bytes_of_tables = std::size_t{32} << 20;
 constexpr std::size_t most_growth = std::size_t{16} << 20;
+constexpr std::size_t most_functions = 1024;  // at one address; a damaged file may tell of millions
 
 std::size_t heap_in_use() {
   const struct mallinfo2 info = mallinfo2();
@@ -225,7 +226,8 @@ std::optional<SOURCE> DEBUG_INFORMATION::find(std::uint64_t address) {
     source.line = row->line;
   }
   auto scope = scope_at(unit, tables, address);
-  for (; scope != SCOPES::none; scope = tables.scopes[scope].outer)
+  for (; scope != SCOPES::none && source.functions.size() < most_functions;
+       scope = tables.scopes[scope].outer)
     source.functions.push_back(function_of(unit, tables, scope));
   return source;
 }
