@@ -52,10 +52,16 @@ class MODULE::PARTS {
 
   // The same few functions are inlined everywhere.
   const std::string& readable(const std::string& name) {
-    constexpr std::size_t most_known = 4096;
-    if (m_readable.size() >= most_known) m_readable.clear();
+    constexpr std::size_t most_bytes = std::size_t{2} << 20;  // one of templates may have 100,000
+    if (m_bytes_of_readable > most_bytes) {
+      m_readable.clear();
+      m_bytes_of_readable = 0;
+    }
     const auto [known, is_new] = m_readable.try_emplace(name);
-    if (is_new) known->second = demangled(name.c_str());
+    if (is_new) {
+      known->second = demangled(name.c_str());
+      m_bytes_of_readable += name.size() + known->second.size();
+    }
     return known->second;
   }
 
@@ -93,6 +99,7 @@ class MODULE::PARTS {
   std::optional<SYMBOL_TABLE> m_symbols;
   std::optional<UNNAMED_FUNCTIONS> m_unnamed;
   std::unordered_map<std::string, std::string> m_readable;  // of names as the linker knows them
+  std::size_t m_bytes_of_readable = 0;
 };
 
 MODULE::MODULE(std::unique_ptr<PARTS> parts) : m_parts(std::move(parts)) {}
