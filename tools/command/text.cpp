@@ -49,8 +49,10 @@ void for_each_character(std::string_view text, TAKE take) {
 
 // What follows would be shown in another order: U+202A to U+202E, U+2066 to U+2069.
 bool turns_direction(std::string_view character) {
-  return (character >= "\xe2\x80\xaa" && character <= "\xe2\x80\xae") ||
-         (character >= "\xe2\x81\xa6" && character <= "\xe2\x81\xa9");
+  const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(character[index]); };
+  if (character.size() != 3 || byte(0) != 0xe2) return false;
+  return (byte(1) == 0x80 && byte(2) >= 0xaa && byte(2) <= 0xae) ||
+         (byte(1) == 0x81 && byte(2) >= 0xa6 && byte(2) <= 0xa9);
 }
 
 bool is_control(std::string_view character) {
