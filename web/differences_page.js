@@ -11,6 +11,7 @@ import { matcher, sorted } from "./model/rows.js";
 import { showDifferencesHead } from "./views/differences_head.js";
 import { addGrid } from "./views/grid.js";
 import { showPathsDifference } from "./views/paths_difference.js";
+import { addCallersButton } from "./views/row_details.js";
 import { addSearch } from "./views/search.js";
 
 const groupings = {
@@ -180,13 +181,7 @@ function showDetails(frame, row, figures, onwho) {
     add(names, "dt", { text: title });
     add(names, "dd", { text: visible(value) });
   }
-  if (onwho)
-    add(frame, "button", {
-      type: "button",
-      class: "quiet who",
-      text: "Callers and callees",
-      onclick: onwho,
-    });
+  if (onwho) addCallersButton(frame, onwho);
   const table = add(add(frame, "div", { class: "scroller" }), "table", { class: "plain" });
   const head = add(add(table, "thead"), "tr");
   for (const title of ["", "Before", "After", "Change"])

@@ -20,13 +20,7 @@ export function showRowDetails(frame, run, row, onwho) {
   name("Function", row.function);
   name("File", row.file && row.line > 0 ? `${row.file}:${row.line}` : row.file);
   name("Module", row.module);
-  if (onwho)
-    add(frame, "button", {
-      type: "button",
-      class: "quiet who",
-      text: "Callers and callees",
-      onclick: onwho,
-    });
+  if (onwho) addCallersButton(frame, onwho);
   const figures = add(frame, "dl", { class: "figures" });
   const all = Int32Array.from({ length: run.sites.count }, (_, site) => site);
   for (const { key, title, unit } of run.known) {
@@ -77,4 +71,8 @@ function showAddresses(frame, run, { sites }) {
       class: "help",
       text: `and ${whole(sites.length - shown.length)} more addresses`,
     });
+}
+
+export function addCallersButton(frame, onclick) {
+  add(frame, "button", { type: "button", class: "quiet who", text: "Callers and callees", onclick });
 }
